@@ -1,0 +1,96 @@
+// The runtime's conversions, written once. They decide how AutoColor reads cells and how
+// settings come back from the store, so every rule here matches the automation runtime.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "qzxl/variant.hpp"
+
+namespace qz {
+
+/// The regional settings the conversions read. One seam, so that a test or a host can
+/// switch them; the default is en-US.
+struct Locale {
+  char16_t decimal = u'.';
+  char16_t thousands = u',';
+  String currency = u"$";
+  /// Short-date order of day, month and year in text such as "11/14/2026".
+  enum class DateOrder { MDY, DMY, YMD } date_order = DateOrder::MDY;
+  char16_t date_separator = u'/';
+  char16_t time_separator = u':';
+  String am = u"AM";
+  String pm = u"PM";
+};
+
+/// The locale conversions use now (en-US unless replaced).
+const Locale& current_locale() noexcept;
+/// Replaces the locale; returns the previous one.
+Locale set_locale(Locale locale);
+
+/// Reads `text` as a number by the runtime's rules for the current locale: leading and
+/// trailing blanks, a leading or trailing sign, parentheses for negatives, a currency
+/// symbol, thousands separators in the integer part, one decimal point, an exponent (E or
+/// D), and &H / &O radix prefixes. Empty or unreadable text gives nothing.
+std::optional<double> parse_number(StringView text);
+
+/// Reads `text` as a date, a time or both (the runtime's IsDate/CDate rules for the
+/// current locale: "11/14/2026", "2026-11-14", "14 Nov 2026", "Nov 14, 2026", "9:30",
+/// "9:30 PM", "11/14/2026 9:30:15"). Gives the automation date serial.
+std::optional<double> parse_date(StringView text);
+
+/// IsNumeric: True for Empty, Boolean, Integer, Long, Double, and text that
+/// `parse_number` accepts. False for Date, Null, Error, Object, Array and other text.
+bool is_numeric(const Variant& v);
+
+/// IsDate: True for a Date, and for text that `parse_date` accepts.
+bool is_date(const Variant& v);
+
+/// CBool: Empty is False; numbers are True when non-zero; text "True"/"False" in any case,
+/// or text that reads as a number. Null raises 94; anything else raises 13.
+bool to_bool(const Variant& v);
+
+/// CLng: numbers rounded half to even; Boolean True is -1; text read as a number. Raises 6
+/// when out of range, 13 when it does not convert, 94 for Null.
+int32_t to_long(const Variant& v);
+
+/// CInt: as `to_long`, for the 16-bit range.
+int16_t to_integer(const Variant& v);
+
+/// CDbl: numbers, Booleans (-1/0), dates (their serial), text read as a number.
+double to_double(const Variant& v);
+
+/// CDate: a date, a number taken as a serial, or text read as a date (or number).
+Date to_date(const Variant& v);
+
+/// CStr: Empty is ""; Booleans "True"/"False"; numbers in the runtime's shortest form with at
+/// most 15 significant digits ("1.5", "1E+16", "-0.001"); dates in the locale's short form
+/// ("11/14/2026", "9:30:00 AM", "11/14/2026 9:30:00 AM"); errors "Error 2007". Null raises 94.
+String to_string(const Variant& v);
+
+/// Formats a Double the way CStr does.
+String format_number(double d);
+
+/// Text conversions between the runtime's UTF-16 and UTF-8 (files, terminals). Invalid
+/// sequences become U+FFFD; lone surrogates are kept in UTF-16 and written as U+FFFD.
+std::string to_utf8(StringView s);
+String from_utf8(std::string_view s);
+
+/// ASCII-only case folding, as the runtime's text comparison does for names and addresses.
+String to_upper(StringView s);
+String to_lower(StringView s);
+/// Text comparison (the runtime's vbTextCompare for our purposes: case-insensitive over
+/// ASCII and Latin-1 letters).
+bool equals_text(StringView a, StringView b) noexcept;
+/// Position (1-based) of `what` in `s` from `start` (1-based), text compare; 0 when absent.
+int32_t instr_text(int32_t start, StringView s, StringView what) noexcept;
+/// Position (1-based) of `what` in `s` from `start`, binary compare; 0 when absent.
+int32_t instr(int32_t start, StringView s, StringView what) noexcept;
+/// Trim of blanks (spaces only, as the runtime's Trim).
+StringView trim(StringView s) noexcept;
+
+/// Builds a String from ASCII/UTF-8 text; for messages and literals in C++ code.
+inline String u16(std::string_view s) { return from_utf8(s); }
+
+}  // namespace qz

@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project needs; installs nothing that is already there.
+#   scripts/install-deps.sh          what building and running the tool needs
+#   scripts/install-deps.sh --test   also what the whole test suite needs (readers to check
+#                                    our files with, and the Windows cross-build under Wine)
+set -euo pipefail
+
+packages=(build-essential cmake ninja-build pkg-config
+          libpugixml-dev libzip-dev zlib1g-dev libcli11-dev libfmt-dev nlohmann-json3-dev)
+if [ "${1:-}" = "--test" ]; then
+  packages+=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format
+             python3-openpyxl libreoffice-calc-nogui
+             wine wine64 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools)
+fi
+
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+if [ "${#missing[@]}" -gt 0 ]; then
+  echo "installing: ${missing[*]}"
+  SUDO=""
+  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi

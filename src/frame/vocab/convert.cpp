@@ -1,0 +1,710 @@
+#include "qzxl/convert.hpp"
+
+#include <cfenv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+#include "qzxl/object.hpp"
+
+namespace qz {
+
+namespace {
+Locale& locale_slot() {
+  static Locale l;
+  return l;
+}
+
+bool is_blank(char16_t c) { return c == u' ' || c == u'\t'; }
+bool is_digit(char16_t c) { return c >= u'0' && c <= u'9'; }
+
+[[noreturn]] void mismatch() { throw Error(err::type_mismatch, "Type mismatch"); }
+[[noreturn]] void overflow() { throw Error(err::overflow, "Overflow"); }
+[[noreturn]] void invalid_null() { throw Error(err::invalid_null, "Invalid use of Null"); }
+
+char16_t fold(char16_t c) {
+  if (c >= u'a' && c <= u'z') return static_cast<char16_t>(c - 32);
+  // Latin-1 lower-case letters, but not the division sign or y with diaeresis.
+  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return static_cast<char16_t>(c - 32);
+  return c;
+}
+
+bool starts_with_text(StringView s, size_t pos, StringView what) {
+  if (what.empty() || pos + what.size() > s.size()) return false;
+  for (size_t i = 0; i < what.size(); ++i)
+    if (fold(s[pos + i]) != fold(what[i])) return false;
+  return true;
+}
+}  // namespace
+
+const Locale& current_locale() noexcept { return locale_slot(); }
+
+Locale set_locale(Locale locale) {
+  Locale old = locale_slot();
+  locale_slot() = std::move(locale);
+  return old;
+}
+
+std::optional<double> parse_number(StringView text) {
+  const Locale& loc = current_locale();
+  size_t i = 0, n = text.size();
+  auto skip_blanks = [&] {
+    while (i < n && is_blank(text[i])) ++i;
+  };
+  auto take_currency = [&] {
+    if (starts_with_text(text, i, loc.currency)) {
+      i += loc.currency.size();
+      return true;
+    }
+    return false;
+  };
+  skip_blanks();
+  if (i == n) return std::nullopt;
+
+  // Radix prefixes: &H hexadecimal, &O (or & alone) octal.
+  if (text[i] == u'&') {
+    ++i;
+    int base = 8;
+    if (i < n && (text[i] == u'H' || text[i] == u'h')) base = 16, ++i;
+    else if (i < n && (text[i] == u'O' || text[i] == u'o')) ++i;
+    uint64_t v = 0;
+    size_t digits = 0;
+    for (; i < n; ++i, ++digits) {
+      char16_t c = text[i];
+      int d = is_digit(c) ? c - u'0'
+              : (base == 16 && fold(c) >= u'A' && fold(c) <= u'F') ? fold(c) - u'A' + 10
+                                                                   : -1;
+      if (d < 0 || d >= base) break;
+      v = v * base + static_cast<uint64_t>(d);
+      if (v > 0xFFFFFFFFull) return std::nullopt;
+    }
+    skip_blanks();
+    if (digits == 0 || i != n) return std::nullopt;
+    // Up to four hex digits read as a 16-bit value, more as 32-bit, both signed.
+    if (v <= 0xFFFF && (base == 16 ? digits <= 4 : v <= 0177777))
+      return static_cast<double>(static_cast<int16_t>(static_cast<uint16_t>(v)));
+    return static_cast<double>(static_cast<int32_t>(static_cast<uint32_t>(v)));
+  }
+
+  bool negative = false, sign_seen = false, paren = false, currency_seen = false;
+  // Leading currency, sign and parenthesis in any order, each at most once.
+  for (;;) {
+    if (!currency_seen && take_currency()) {
+      currency_seen = true;
+    } else if (!sign_seen && !paren && (text[i] == u'+' || text[i] == u'-')) {
+      negative = text[i] == u'-';
+      sign_seen = true;
+      ++i;
+    } else if (!sign_seen && !paren && text[i] == u'(') {
+      paren = true;
+      negative = true;
+      ++i;
+    } else {
+      break;
+    }
+    skip_blanks();
+    if (i == n) return std::nullopt;
+  }
+
+  std::string buf;
+  size_t int_digits = 0, frac_digits = 0;
+  while (i < n) {
+    if (is_digit(text[i])) {
+      buf.push_back(static_cast<char>(text[i]));
+      ++int_digits;
+      ++i;
+    } else if (text[i] == loc.thousands && int_digits > 0 && i + 1 < n && is_digit(text[i + 1])) {
+      ++i;  // a grouping separator between digits
+    } else {
+      break;
+    }
+  }
+  if (i < n && text[i] == loc.decimal) {
+    buf.push_back('.');
+    ++i;
+    while (i < n && is_digit(text[i])) {
+      buf.push_back(static_cast<char>(text[i]));
+      ++frac_digits;
+      ++i;
+    }
+  }
+  if (int_digits + frac_digits == 0) return std::nullopt;
+  if (i < n && (fold(text[i]) == u'E' || fold(text[i]) == u'D')) {
+    size_t j = i + 1;
+    std::string exp = "e";
+    if (j < n && (text[j] == u'+' || text[j] == u'-')) exp.push_back(static_cast<char>(text[j++]));
+    size_t exp_digits = 0;
+    while (j < n && is_digit(text[j])) exp.push_back(static_cast<char>(text[j++])), ++exp_digits;
+    if (exp_digits == 0) return std::nullopt;
+    buf += exp;
+    i = j;
+  }
+  skip_blanks();
+  // Trailing currency, sign and closing parenthesis.
+  if (i < n && !currency_seen && take_currency()) {
+    currency_seen = true;
+    skip_blanks();
+  }
+  if (i < n && !sign_seen && !paren && (text[i] == u'+' || text[i] == u'-')) {
+    negative = text[i] == u'-';
+    sign_seen = true;
+    ++i;
+    skip_blanks();
+  }
+  if (paren) {
+    if (i == n || text[i] != u')') return std::nullopt;
+    ++i;
+    skip_blanks();
+  }
+  if (i < n && !currency_seen && take_currency()) skip_blanks();
+  if (i != n) return std::nullopt;
+  double v = std::strtod(buf.c_str(), nullptr);
+  if (std::isinf(v)) return std::nullopt;
+  return negative ? -v : v;
+}
+
+namespace {
+
+constexpr const char16_t* kMonths[] = {u"JANUARY", u"FEBRUARY", u"MARCH",     u"APRIL",
+                                        u"MAY",     u"JUNE",     u"JULY",      u"AUGUST",
+                                        u"SEPTEMBER", u"OCTOBER", u"NOVEMBER", u"DECEMBER"};
+
+// Days from 30 December 1899 to the given civil date (proleptic Gregorian).
+double serial_from_ymd(int y, int m, int d) {
+  auto days_from_civil = [](int64_t y, unsigned m, unsigned d) {
+    y -= m <= 2;
+    const int64_t era = (y >= 0 ? y : y - 399) / 400;
+    const unsigned yoe = static_cast<unsigned>(y - era * 400);
+    const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+    return era * 146097 + static_cast<int64_t>(doe) - 719468;
+  };
+  return static_cast<double>(days_from_civil(y, static_cast<unsigned>(m),
+                                             static_cast<unsigned>(d)) -
+                             days_from_civil(1899, 12, 30));
+}
+
+bool valid_ymd(int y, int m, int d) {
+  if (y < 100 || y > 9999 || m < 1 || m > 12 || d < 1) return false;
+  static const int len[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+  return d <= len[m - 1] + (m == 2 && leap ? 1 : 0);
+}
+
+int current_year() {
+  std::time_t t = std::time(nullptr);
+  std::tm tm{};
+#ifdef _WIN32
+  localtime_s(&tm, &t);
+#else
+  localtime_r(&t, &tm);
+#endif
+  return tm.tm_year + 1900;
+}
+
+int expand_year(int y, size_t digits) {
+  if (digits <= 2) return y < 30 ? 2000 + y : 1900 + y;
+  return y;
+}
+
+struct Token {
+  enum Kind { Number, Month, AmPm, Sep, Colon, Comma } kind;
+  int value = 0;
+  size_t digits = 0;
+  double frac = 0;  // fractional seconds
+};
+
+}  // namespace
+
+std::optional<double> parse_date(StringView text) {
+  const Locale& loc = current_locale();
+  std::vector<Token> toks;
+  size_t i = 0, n = text.size();
+  while (i < n) {
+    char16_t c = text[i];
+    if (is_blank(c)) {
+      ++i;
+    } else if (is_digit(c)) {
+      Token t{Token::Number};
+      while (i < n && is_digit(text[i])) {
+        if (t.digits < 9) t.value = t.value * 10 + (text[i] - u'0');
+        ++t.digits;
+        ++i;
+      }
+      // Fractional seconds directly after a time's seconds ("9:30:15.5").
+      if (i < n && text[i] == loc.decimal && !toks.empty() && toks.back().kind == Token::Colon) {
+        size_t j = i + 1;
+        double scale = 0.1;
+        while (j < n && is_digit(text[j])) t.frac += (text[j++] - u'0') * scale, scale /= 10;
+        i = j;
+      }
+      toks.push_back(t);
+    } else if (c == loc.time_separator) {
+      toks.push_back({Token::Colon});
+      ++i;
+    } else if (c == loc.date_separator || c == u'-' || c == u'/') {
+      toks.push_back({Token::Sep});
+      ++i;
+    } else if (c == u',') {
+      toks.push_back({Token::Comma});
+      ++i;
+    } else if (fold(c) >= u'A' && fold(c) <= u'Z') {
+      size_t j = i;
+      while (j < n && fold(text[j]) >= u'A' && fold(text[j]) <= u'Z') ++j;
+      StringView word = text.substr(i, j - i);
+      i = j;
+      if (i < n && text[i] == u'.') ++i;  // "Nov."
+      if (equals_text(word, loc.am) || equals_text(word, u"A")) {
+        toks.push_back({Token::AmPm, 0});
+        continue;
+      }
+      if (equals_text(word, loc.pm) || equals_text(word, u"P")) {
+        toks.push_back({Token::AmPm, 1});
+        continue;
+      }
+      int month = 0;
+      for (int m = 0; m < 12 && !month; ++m) {
+        StringView full = kMonths[m];
+        if (word.size() >= 3 && word.size() <= full.size() &&
+            equals_text(word, full.substr(0, word.size())))
+          month = m + 1;
+      }
+      if (!month) return std::nullopt;
+      toks.push_back({Token::Month, month});
+    } else {
+      return std::nullopt;
+    }
+  }
+  if (toks.empty()) return std::nullopt;
+
+  // Split the tokens into a time part (around the colons / AM-PM) and a date part.
+  size_t time_start = toks.size();
+  for (size_t k = 0; k < toks.size(); ++k) {
+    if (toks[k].kind == Token::Colon ||
+        (toks[k].kind == Token::AmPm && k > 0 && toks[k - 1].kind == Token::Number)) {
+      time_start = (k > 0 && toks[k - 1].kind == Token::Number) ? k - 1 : k;
+      break;
+    }
+  }
+  double time = 0;
+  bool has_time = time_start < toks.size();
+  if (has_time) {
+    int parts[3] = {0, 0, 0};
+    double frac = 0;
+    int count = 0, ampm = -1;
+    size_t k = time_start;
+    while (k < toks.size()) {
+      const Token& t = toks[k];
+      if (t.kind == Token::Number && count < 3) {
+        parts[count++] = t.value;
+        frac = t.frac;
+        ++k;
+        if (k < toks.size() && toks[k].kind == Token::Colon) ++k;
+      } else if (t.kind == Token::AmPm && ampm < 0) {
+        ampm = t.value;
+        ++k;
+      } else {
+        return std::nullopt;
+      }
+    }
+    if (count == 0) return std::nullopt;
+    int h = parts[0], m = parts[1], s = parts[2];
+    if (ampm >= 0) {
+      if (h < 1 || h > 12) return std::nullopt;
+      h = h % 12 + (ampm == 1 ? 12 : 0);
+    }
+    if (h > 23 || m > 59 || s > 59) return std::nullopt;
+    time = (h * 3600 + m * 60 + s + frac) / 86400.0;
+  }
+
+  std::vector<Token> d(toks.begin(), toks.begin() + static_cast<long>(time_start));
+  std::vector<Token> nums;
+  int month_word = 0;
+  for (const Token& t : d) {
+    if (t.kind == Token::Number) nums.push_back(t);
+    else if (t.kind == Token::Month) {
+      if (month_word) return std::nullopt;
+      month_word = t.value;
+    } else if (t.kind == Token::AmPm || t.kind == Token::Colon) {
+      return std::nullopt;
+    }
+  }
+  if (nums.empty() && !month_word) {
+    if (!has_time) return std::nullopt;
+    return time;
+  }
+  int y = 0, m = 0, day = 0;
+  if (month_word) {
+    m = month_word;
+    if (nums.size() == 2) {
+      day = nums[0].value;
+      y = expand_year(nums[1].value, nums[1].digits);
+      if (nums[0].digits >= 3) std::swap(day, y), y = nums[0].value, day = nums[1].value;
+    } else if (nums.size() == 1) {
+      // "Nov 14" is this year's; "Nov 2026" is the first of that month.
+      if (nums[0].value > 31 || nums[0].digits >= 3) {
+        y = expand_year(nums[0].value, nums[0].digits);
+        day = 1;
+      } else {
+        day = nums[0].value;
+        y = current_year();
+      }
+    } else {
+      return std::nullopt;
+    }
+  } else if (nums.size() == 3) {
+    if (nums[0].digits >= 3) {
+      y = nums[0].value, m = nums[1].value, day = nums[2].value;
+    } else {
+      int a = nums[0].value, b = nums[1].value;
+      y = expand_year(nums[2].value, nums[2].digits);
+      switch (loc.date_order) {
+        case Locale::DateOrder::MDY: m = a, day = b; break;
+        case Locale::DateOrder::DMY: day = a, m = b; break;
+        case Locale::DateOrder::YMD:
+          y = expand_year(a, nums[0].digits), m = b, day = nums[2].value;
+          break;
+      }
+      // A first number that cannot be a month makes the runtime read day and month the
+      // other way round.
+      if (m > 12 && day <= 12) std::swap(m, day);
+    }
+  } else if (nums.size() == 2) {
+    int a = nums[0].value, b = nums[1].value;
+    if (loc.date_order == Locale::DateOrder::DMY) std::swap(a, b);
+    if (a <= 12 && b <= 31 && nums[1].digits <= 2) {
+      m = a, day = b, y = current_year();
+    } else if (a <= 12) {
+      m = a, day = 1, y = expand_year(nums[1].value, nums[1].digits);
+    } else {
+      return std::nullopt;
+    }
+  } else {
+    return std::nullopt;
+  }
+  if (!valid_ymd(y, m, day)) return std::nullopt;
+  double serial = serial_from_ymd(y, m, day);
+  // Negative serials carry the time with the sign of the date, as the runtime encodes them.
+  return serial < 0 ? serial - time : serial + time;
+}
+
+bool is_numeric(const Variant& v) {
+  switch (v.type()) {
+    case Variant::Type::Empty:
+    case Variant::Type::Boolean:
+    case Variant::Type::Integer:
+    case Variant::Type::Long:
+    case Variant::Type::Double:
+      return true;
+    case Variant::Type::String:
+      return parse_number(v.str()).has_value();
+    default:
+      return false;
+  }
+}
+
+bool is_date(const Variant& v) {
+  if (v.is_date()) return true;
+  if (v.is_string()) return parse_date(v.str()).has_value();
+  return false;
+}
+
+bool to_bool(const Variant& v) {
+  switch (v.type()) {
+    case Variant::Type::Empty:
+      return false;
+    case Variant::Type::Boolean:
+      return v.boolean();
+    case Variant::Type::Integer:
+      return v.integer() != 0;
+    case Variant::Type::Long:
+      return v.long_value() != 0;
+    case Variant::Type::Double:
+      return v.dbl() != 0;
+    case Variant::Type::Date:
+      return v.date().serial != 0;
+    case Variant::Type::String: {
+      StringView s = trim(v.str());
+      if (equals_text(s, u"True")) return true;
+      if (equals_text(s, u"False")) return false;
+      if (auto d = parse_number(s)) return *d != 0;
+      mismatch();
+    }
+    case Variant::Type::Null:
+      invalid_null();
+    default:
+      mismatch();
+  }
+}
+
+double to_double(const Variant& v) {
+  switch (v.type()) {
+    case Variant::Type::Empty:
+      return 0;
+    case Variant::Type::Boolean:
+      return v.boolean() ? -1 : 0;
+    case Variant::Type::Integer:
+      return v.integer();
+    case Variant::Type::Long:
+      return v.long_value();
+    case Variant::Type::Double:
+      return v.dbl();
+    case Variant::Type::Date:
+      return v.date().serial;
+    case Variant::Type::String: {
+      if (auto d = parse_number(v.str())) return *d;
+      // The runtime reads a date text as its serial too.
+      if (auto d = parse_date(v.str())) return *d;
+      mismatch();
+    }
+    case Variant::Type::Null:
+      invalid_null();
+    default:
+      mismatch();
+  }
+}
+
+namespace {
+// Rounds half to even, as the runtime's integer conversions do.
+double round_even(double d) {
+  double r = std::nearbyint(d);  // the default rounding mode is to-nearest-even
+  return r;
+}
+}  // namespace
+
+int32_t to_long(const Variant& v) {
+  if (v.type() == Variant::Type::Long) return v.long_value();
+  if (v.type() == Variant::Type::Integer) return v.integer();
+  if (v.type() == Variant::Type::Boolean) return v.boolean() ? -1 : 0;
+  double d = round_even(to_double(v));
+  if (!(d >= -2147483648.0 && d <= 2147483647.0)) overflow();
+  return static_cast<int32_t>(d);
+}
+
+int16_t to_integer(const Variant& v) {
+  if (v.type() == Variant::Type::Integer) return v.integer();
+  if (v.type() == Variant::Type::Boolean) return v.boolean() ? -1 : 0;
+  double d = round_even(to_double(v));
+  if (!(d >= -32768.0 && d <= 32767.0)) overflow();
+  return static_cast<int16_t>(d);
+}
+
+Date to_date(const Variant& v) {
+  switch (v.type()) {
+    case Variant::Type::Date:
+      return v.date();
+    case Variant::Type::String: {
+      if (auto d = parse_date(v.str())) return Date{*d};
+      if (auto d = parse_number(v.str())) return Date{*d};
+      mismatch();
+    }
+    case Variant::Type::Null:
+      invalid_null();
+    default:
+      return Date{to_double(v)};
+  }
+}
+
+String format_number(double d) {
+  if (d == 0) return u"0";
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.15G", d);
+  // The C library writes at least two exponent digits, as the runtime does ("1E+15",
+  // "1E-05"); nothing else differs.
+  return from_utf8(buf);
+}
+
+namespace {
+String format_date(double serial) {
+  const Locale& loc = current_locale();
+  double whole = std::floor(serial);
+  double frac = serial - whole;
+  if (serial < 0) {  // negative serials carry the time as a positive fraction below zero
+    whole = std::ceil(serial);
+    frac = whole - serial;
+  }
+  String out;
+  if (whole != 0 || frac == 0) {
+    // Civil date from the serial (serial 0 is 30 December 1899, 25569 days before 1970).
+    int64_t z = static_cast<int64_t>(whole) - 25569 + 719468;
+    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+    int64_t doe = z - era * 146097;
+    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+    int64_t y = yoe + era * 400;
+    int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+    int64_t mp = (5 * doy + 2) / 153;
+    int64_t dd = doy - (153 * mp + 2) / 5 + 1;
+    int64_t mm = mp + (mp < 10 ? 3 : -9);
+    y += mm <= 2;
+    char buf[32];
+    char sep = static_cast<char>(loc.date_separator);
+    switch (loc.date_order) {
+      case Locale::DateOrder::MDY:
+        std::snprintf(buf, sizeof buf, "%d%c%d%c%04d", int(mm), sep, int(dd), sep, int(y));
+        break;
+      case Locale::DateOrder::DMY:
+        std::snprintf(buf, sizeof buf, "%02d%c%02d%c%04d", int(dd), sep, int(mm), sep, int(y));
+        break;
+      case Locale::DateOrder::YMD:
+        std::snprintf(buf, sizeof buf, "%04d%c%02d%c%02d", int(y), sep, int(mm), sep, int(dd));
+        break;
+    }
+    out = from_utf8(buf);
+  }
+  if (frac != 0) {
+    long secs = std::lround(frac * 86400.0);
+    if (secs >= 86400) secs = 86399;
+    int h = static_cast<int>(secs / 3600), m = static_cast<int>(secs / 60 % 60),
+        s = static_cast<int>(secs % 60);
+    char buf[32];
+    std::snprintf(buf, sizeof buf, "%d:%02d:%02d ", h % 12 == 0 ? 12 : h % 12, m, s);
+    if (!out.empty()) out += u' ';
+    out += from_utf8(buf);
+    out += h < 12 ? loc.am : loc.pm;
+  }
+  return out;
+}
+}  // namespace
+
+String to_string(const Variant& v) {
+  switch (v.type()) {
+    case Variant::Type::Empty:
+      return String();
+    case Variant::Type::Boolean:
+      return v.boolean() ? u"True" : u"False";
+    case Variant::Type::Integer:
+      return from_utf8(std::to_string(v.integer()));
+    case Variant::Type::Long:
+      return from_utf8(std::to_string(v.long_value()));
+    case Variant::Type::Double:
+      return format_number(v.dbl());
+    case Variant::Type::Date:
+      return format_date(v.date().serial);
+    case Variant::Type::String:
+      return v.str();
+    case Variant::Type::Error:
+      return u"Error " + from_utf8(std::to_string(v.error().code));
+    case Variant::Type::Null:
+      invalid_null();
+    default:
+      mismatch();
+  }
+}
+
+std::string to_utf8(StringView s) {
+  std::string out;
+  out.reserve(s.size());
+  for (size_t i = 0; i < s.size(); ++i) {
+    uint32_t c = s[i];
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 &&
+        s[i + 1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (s[i + 1] - 0xDC00);
+      ++i;
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;
+    }
+    if (c < 0x80) {
+      out.push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else if (c < 0x10000) {
+      out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+      out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
+  }
+  return out;
+}
+
+String from_utf8(std::string_view s) {
+  String out;
+  out.reserve(s.size());
+  size_t i = 0, n = s.size();
+  while (i < n) {
+    unsigned char b = static_cast<unsigned char>(s[i]);
+    uint32_t c;
+    size_t len;
+    if (b < 0x80) c = b, len = 1;
+    else if ((b & 0xE0) == 0xC0) c = b & 0x1F, len = 2;
+    else if ((b & 0xF0) == 0xE0) c = b & 0x0F, len = 3;
+    else if ((b & 0xF8) == 0xF0) c = b & 0x07, len = 4;
+    else c = 0xFFFD, len = 0;
+    bool ok = len > 0 && i + len <= n;
+    for (size_t k = 1; ok && k < len; ++k) {
+      unsigned char cb = static_cast<unsigned char>(s[i + k]);
+      if ((cb & 0xC0) != 0x80) ok = false;
+      else c = (c << 6) | (cb & 0x3F);
+    }
+    if (ok && ((len == 2 && c < 0x80) || (len == 3 && c < 0x800) || (len == 4 && c < 0x10000) ||
+               c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)))
+      ok = false;
+    if (!ok) {
+      out.push_back(u'\xFFFD');
+      ++i;
+      continue;
+    }
+    if (c >= 0x10000) {
+      c -= 0x10000;
+      out.push_back(static_cast<char16_t>(0xD800 + (c >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(c));
+    }
+    i += len;
+  }
+  return out;
+}
+
+String to_upper(StringView s) {
+  String out(s);
+  for (auto& c : out)
+    if (c >= u'a' && c <= u'z') c = static_cast<char16_t>(c - 32);
+  return out;
+}
+
+String to_lower(StringView s) {
+  String out(s);
+  for (auto& c : out)
+    if (c >= u'A' && c <= u'Z') c = static_cast<char16_t>(c + 32);
+  return out;
+}
+
+bool equals_text(StringView a, StringView b) noexcept {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i)
+    if (fold(a[i]) != fold(b[i])) return false;
+  return true;
+}
+
+int32_t instr_text(int32_t start, StringView s, StringView what) noexcept {
+  if (start < 1) start = 1;
+  size_t from = static_cast<size_t>(start - 1);
+  if (what.empty()) return from <= s.size() ? start : 0;
+  for (size_t i = from; i + what.size() <= s.size(); ++i)
+    if (starts_with_text(s, i, what)) return static_cast<int32_t>(i + 1);
+  return 0;
+}
+
+int32_t instr(int32_t start, StringView s, StringView what) noexcept {
+  if (start < 1) start = 1;
+  size_t from = static_cast<size_t>(start - 1);
+  if (from > s.size()) return 0;
+  size_t p = s.find(what, from);
+  return p == StringView::npos ? 0 : static_cast<int32_t>(p + 1);
+}
+
+StringView trim(StringView s) noexcept {
+  size_t b = 0, e = s.size();
+  while (b < e && s[b] == u' ') ++b;
+  while (e > b && s[e - 1] == u' ') --e;
+  return s.substr(b, e - b);
+}
+
+}  // namespace qz
