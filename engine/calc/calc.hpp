@@ -1,0 +1,178 @@
+// The engine's formula language: parsing, rendering, structural adjustment and evaluation of
+// cell formulas, and the dependency graph that keeps recalculation to the dirty cells.
+//
+// This part knows nothing of how the engine stores cells: it reads them through EvalContext
+// and names sheets through SheetResolver, both implemented by the engine's workbook.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "qzxl/variant.hpp"
+
+namespace qz::engine::calc {
+
+/// Stable identity of a sheet inside a workbook (survives renames and moves); -1 = none.
+using SheetId = int32_t;
+inline constexpr SheetId kNoSheet = -1;
+
+inline constexpr int32_t kMaxRows = 1048576;
+inline constexpr int32_t kMaxCols = 16384;
+
+/// A cell position, 0-based.
+struct CellRef {
+  int32_t row = 0;
+  int32_t col = 0;
+  friend bool operator==(const CellRef&, const CellRef&) = default;
+};
+
+/// A rectangle of cells, 0-based and inclusive.
+struct Rect {
+  int32_t row1 = 0, col1 = 0, row2 = 0, col2 = 0;
+  friend bool operator==(const Rect&, const Rect&) = default;
+  bool contains(CellRef c) const {
+    return c.row >= row1 && c.row <= row2 && c.col >= col1 && c.col <= col2;
+  }
+};
+
+/// A calculated value. Errors use the cell error codes of qzxl/variant.hpp (2007 #DIV/0!...).
+struct Value {
+  enum class Kind : uint8_t { Empty, Number, Text, Boolean, Error } kind = Kind::Empty;
+  double number = 0;  // Number; Boolean as 0/1; Error code
+  String text;        // Text
+
+  static Value empty() { return {}; }
+  static Value num(double d) { return {Kind::Number, d, {}}; }
+  static Value str(String s) { return {Kind::Text, 0, std::move(s)}; }
+  static Value boolean(bool b) { return {Kind::Boolean, b ? 1.0 : 0.0, {}}; }
+  static Value error(int32_t code) { return {Kind::Error, static_cast<double>(code), {}}; }
+  bool is_error() const { return kind == Kind::Error; }
+  int32_t error_code() const { return static_cast<int32_t>(number); }
+  friend bool operator==(const Value&, const Value&) = default;
+};
+
+/// The text of a cell error ("#DIV/0!") and back.
+StringView error_text(int32_t code);
+std::optional<int32_t> error_from_text(StringView text);
+
+/// Names the sheets of the workbook a formula lives in.
+class SheetResolver {
+ public:
+  virtual ~SheetResolver() = default;
+  /// The sheet of that name (compared without regard to case), if any.
+  virtual std::optional<SheetId> sheet_id(StringView name) const = 0;
+  /// The sheet's current name.
+  virtual String sheet_name(SheetId id) const = 0;
+};
+
+enum class Notation : uint8_t { A1, R1C1 };
+
+/// A parsed formula. Immutable; share it freely. References are stored relative to the
+/// formula's cell where they are relative, so rendering the same formula at another cell is
+/// what copying it there means.
+class Formula;
+using FormulaPtr = std::shared_ptr<const Formula>;
+
+/// Parses formula text (without the leading "="). References to sheets that do not exist
+/// raise qz::Error; references to other workbooks ("[Book.xlsx]Sheet1!A1", "'C:\x\[B.xlsx]S'!A1",
+/// "[1]Sheet1!A1") are kept as written and evaluate to #REF!. Unknown function names parse
+/// (they evaluate to #NAME?). Errors name the position: "formula: unexpected ')' at 7".
+FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId home,
+                 const SheetResolver& sheets);
+
+/// Renders a formula (without "=") as the application writes it: function names and
+/// references upper-case, blanks kept where they were typed, sheet names quoted when they
+/// need it. `home` is the sheet the formula is on (references to it carry no sheet name
+/// unless they were written with one).
+String render(const Formula& f, Notation notation, CellRef origin, SheetId home,
+              const SheetResolver& sheets);
+
+/// Rows or columns inserted (count > 0) or deleted (count < 0) at `at` on `sheet`.
+struct StructuralChange {
+  SheetId sheet = kNoSheet;
+  bool rows = true;
+  int32_t at = 0;
+  int32_t count = 0;
+};
+
+/// The formula after rows or columns were inserted or deleted; references into deleted
+/// cells become #REF!. `origin` is the formula's cell before the change, `new_origin` after.
+/// Returns `f` itself when nothing changed.
+FormulaPtr adjust(const FormulaPtr& f, CellRef origin, CellRef new_origin, SheetId home,
+                  const StructuralChange& change);
+
+/// Whether the formula calls a volatile function (NOW, TODAY, RAND, RANDBETWEEN, OFFSET,
+/// INDIRECT, CELL, INFO).
+bool is_volatile(const Formula& f);
+
+/// A defined name as evaluation sees it.
+struct NameDefinition {
+  FormulaPtr formula;  ///< what the name refers to, parsed relative to A1 of `home`
+  SheetId home = kNoSheet;
+};
+
+/// What evaluation reads. Implemented by the engine's workbook.
+class EvalContext {
+ public:
+  virtual ~EvalContext() = default;
+  /// The value of a cell, calculating it first if it is dirty. A cell on the evaluation path
+  /// (a circular reference) answers its last value.
+  virtual Value cell_value(SheetId sheet, CellRef cell) = 0;
+  /// Visits the non-empty cells of a rectangle row by row (sparse: empty cells are skipped).
+  virtual void for_each_value(SheetId sheet, const Rect& area,
+                              const std::function<void(CellRef, const Value&)>& visit) = 0;
+  /// The bottom-right corner of the used cells of a sheet, bounding whole-column and
+  /// whole-row references.
+  virtual CellRef used_extent(SheetId sheet) = 0;
+  /// A defined name visible from `scope` (sheet-level first, then workbook-level).
+  virtual std::optional<NameDefinition> name(StringView text, SheetId scope) = 0;
+  virtual const SheetResolver& sheets() = 0;
+  virtual bool date1904() = 0;
+  /// The current date-time as a serial (a seam, so tests can fix it).
+  virtual double now() = 0;
+};
+
+/// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the
+/// referenced cell's value (a multi-cell result yields its top-left value, as a cell shows).
+Value evaluate(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx);
+
+/// The cells a formula reads, for the dependency graph. Names are reported by text (their
+/// own references are the workbook's to expand).
+struct References {
+  std::vector<std::pair<SheetId, Rect>> ranges;
+  std::vector<String> names;
+  bool is_volatile = false;
+};
+References references(const Formula& f, CellRef origin, SheetId sheet);
+
+/// The functions evaluation knows, upper-case, sorted.
+std::vector<String> function_names();
+
+/// Which cells depend on which: formula cells register the rectangles they read; a change
+/// to any cell yields the formula cells to recalculate. Range references are indexed so
+/// that a sheet of many SUM(A1:A100000)-like formulas does not cost cells × ranges.
+class DependencyGraph {
+ public:
+  DependencyGraph();
+  ~DependencyGraph();
+  DependencyGraph(DependencyGraph&&) noexcept;
+  DependencyGraph& operator=(DependencyGraph&&) noexcept;
+
+  /// Records (replacing earlier ones) what the formula cell reads.
+  void set(SheetId sheet, CellRef cell, const std::vector<std::pair<SheetId, Rect>>& reads);
+  void remove(SheetId sheet, CellRef cell);
+  void clear();
+  /// Every formula cell that depends, directly or through other formula cells, on any of
+  /// `changed`; each once.
+  std::vector<std::pair<SheetId, CellRef>> dependents(
+      const std::vector<std::pair<SheetId, CellRef>>& changed) const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace qz::engine::calc
