@@ -1,15 +1,25 @@
 #include "formula/formula.hpp"
 
-#include "host/host.hpp"
+#include "formula/tokenizer.hpp"
+#include "frame/resume.hpp"
 
 namespace qz {
 
-// STUB: every member below answers its default until its layer is built; see
-// docs/STUBS.md.
+void iFormula::ParseCellFormula(String& rFormula, FmlaPieces& rPieces, bool bTrimPieces,
+                                bool bReplaceRangesInFormula) {
+  formula::ParseMode mode;
+  mode.trim = bTrimPieces;
+  mode.keep_ranges = !bReplaceRangesInFormula;
+  step([&] { formula::parse_formula(rFormula, rPieces, mode); });
+}
 
-void iFormula::ParseCellFormula(String&, FmlaPieces&, bool, bool) {}  // STUB
-void iFormula::ParseCellFormulaR1C1(String&, FmlaPieces&, bool, bool) {}  // STUB
-String iFormula::MergeRangesInSumFormula(const String&) { return {}; }  // STUB
-String iFormula::AdjustR1C1Fmla(const String&, int32_t, int32_t) { return {}; }  // STUB
+void iFormula::ParseCellFormulaR1C1(String& rFormula, FmlaPieces& rPieces, bool bTrimPieces,
+                                    bool bReplaceRangesInFormula) {
+  formula::ParseMode mode;
+  mode.r1c1 = true;
+  mode.trim = bTrimPieces;
+  mode.keep_ranges = !bReplaceRangesInFormula;
+  step([&] { formula::parse_formula(rFormula, rPieces, mode); });
+}
 
 }  // namespace qz
