@@ -1,0 +1,645 @@
+#include "engine/xlsx/zip.hpp"
+
+#include <fcntl.h>
+#include <libdeflate.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <unordered_set>
+
+#include "qzxl/error.hpp"
+
+namespace qz::engine::xlsx {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr uint32_t kLocalSig = 0x04034b50;
+constexpr uint32_t kCentralSig = 0x02014b50;
+constexpr uint32_t kEndSig = 0x06054b50;
+constexpr uint32_t kEnd64Sig = 0x06064b50;
+constexpr uint32_t kEnd64LocatorSig = 0x07064b50;
+constexpr size_t kLocalSize = 30;
+constexpr size_t kCentralSize = 46;
+constexpr size_t kEndSize = 22;
+
+constexpr uint16_t kFlagEncrypted = 0x0001;
+constexpr uint16_t kFlagDescriptor = 0x0008;
+constexpr uint16_t kFlagStrongEncryption = 0x0040;
+constexpr uint16_t kFlagUtf8 = 0x0800;
+
+uint16_t get16(const char* p) {
+  auto u = reinterpret_cast<const uint8_t*>(p);
+  return static_cast<uint16_t>(u[0] | (u[1] << 8));
+}
+uint32_t get32(const char* p) {
+  auto u = reinterpret_cast<const uint8_t*>(p);
+  return uint32_t{u[0]} | (uint32_t{u[1]} << 8) | (uint32_t{u[2]} << 16) | (uint32_t{u[3]} << 24);
+}
+uint64_t get64(const char* p) {
+  return uint64_t{get32(p)} | (uint64_t{get32(p + 4)} << 32);
+}
+
+void put16(std::string& s, uint16_t v) {
+  s.push_back(static_cast<char>(v & 0xff));
+  s.push_back(static_cast<char>(v >> 8));
+}
+void put32(std::string& s, uint32_t v) {
+  put16(s, static_cast<uint16_t>(v & 0xffff));
+  put16(s, static_cast<uint16_t>(v >> 16));
+}
+void put64(std::string& s, uint64_t v) {
+  put32(s, static_cast<uint32_t>(v));
+  put32(s, static_cast<uint32_t>(v >> 32));
+}
+
+char fold(char c) {
+  return (c >= 'A' && c <= 'Z') ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+// Part names compare without regard to ASCII case, so two entries that differ only in case
+// name the same part.
+int compare_folded(std::string_view a, std::string_view b) {
+  size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    char x = fold(a[i]), y = fold(b[i]);
+    if (x != y) return static_cast<unsigned char>(x) < static_cast<unsigned char>(y) ? -1 : 1;
+  }
+  return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
+// Names appear in one-line messages; hostile ones may hold control characters or be huge.
+std::string printable(std::string_view name) {
+  std::string out;
+  for (char c : name.substr(0, 120)) {
+    auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u == 0x7f) {
+      static const char hex[] = "0123456789abcdef";
+      out += "\\x";
+      out += hex[u >> 4];
+      out += hex[u & 15];
+    } else {
+      out += c;
+    }
+  }
+  if (name.size() > 120) out += "...";
+  return out;
+}
+
+// Why an entry name cannot be a part of a package we read, or empty when it can. A name is
+// later joined to paths by whoever extracts the package, so anything that could leave the
+// package's own tree is refused rather than cleaned up.
+std::string bad_name_reason(std::string_view name) {
+  if (name.empty()) return "an entry has an empty name";
+  std::string shown = "entry '" + printable(name) + "'";
+  for (char c : name) {
+    auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u == 0x7f) return shown + " has control characters in its name";
+  }
+  if (name.find('\\') != std::string_view::npos)
+    return shown + " uses backslashes in its name, which a package may not";
+  if (name.front() == '/') return shown + " has an absolute name";
+  if (name.size() >= 2 && name[1] == ':') return shown + " names a drive";
+  size_t start = 0;
+  while (start <= name.size()) {
+    size_t end = name.find('/', start);
+    if (end == std::string_view::npos) end = name.size();
+    std::string_view seg = name.substr(start, end - start);
+    if (seg == "..") return shown + " climbs out of the package ('..')";
+    if (seg == ".") return shown + " has a '.' segment in its name";
+    if (seg.empty() && end != name.size()) return shown + " has an empty segment in its name";
+    start = end + 1;
+  }
+  return {};
+}
+
+std::string size_text(uint64_t n) {
+  if (n >= (uint64_t{1} << 30)) return std::to_string(n >> 30) + " GiB";
+  if (n >= (uint64_t{1} << 20)) return std::to_string(n >> 20) + " MiB";
+  if (n >= (uint64_t{1} << 10)) return std::to_string(n >> 10) + " KiB";
+  return std::to_string(n) + " bytes";
+}
+
+std::string read_file(const fs::path& path) {
+  std::error_code ec;
+  if (!fs::exists(path, ec))
+    throw Error(err::file_not_found, "cannot open '" + path.string() + "': no such file");
+  if (fs::is_directory(path, ec))
+    throw Error(err::host_failure, "cannot open '" + path.string() + "': it is a folder");
+  std::ifstream in(path, std::ios::binary);
+  if (!in)
+    throw Error(err::host_failure, "cannot open '" + path.string() + "': " + std::strerror(errno));
+  in.seekg(0, std::ios::end);
+  auto size = static_cast<std::streamoff>(in.tellg());
+  in.seekg(0);
+  std::string bytes(static_cast<size_t>(size), '\0');
+  if (size > 0 && !in.read(bytes.data(), size))
+    throw Error(err::host_failure, "cannot open '" + path.string() + "': read failed");
+  return bytes;
+}
+
+}  // namespace
+
+bool looks_like_compound_file(std::string_view bytes) {
+  static constexpr char sig[] = "\xD0\xCF\x11\xE0\xA1\xB1\x1A\xE1";
+  return bytes.size() >= 8 && bytes.substr(0, 8) == std::string_view(sig, 8);
+}
+
+// ---------------------------------------------------------------------------------------
+// Reading
+
+void ZipReader::fail(const std::string& problem) const {
+  throw Error(err::host_failure, "cannot open '" + display_name_ + "': " + problem);
+}
+
+ZipReader ZipReader::open(const fs::path& path, const ZipLimits& limits) {
+  return from_bytes(read_file(path), path.string(), limits);
+}
+
+ZipReader ZipReader::from_bytes(std::string bytes, std::string display_name,
+                                const ZipLimits& limits) {
+  ZipReader z;
+  z.display_name_ = std::move(display_name);
+  z.bytes_ = std::move(bytes);
+  z.limits_ = limits;
+  z.index();
+  return z;
+}
+
+void ZipReader::index() {
+  const std::string& b = bytes_;
+  const uint64_t n = b.size();
+  if (n == 0) fail("the file is empty");
+  if (looks_like_compound_file(b))
+    fail("it is an encrypted or legacy binary workbook (an OLE2 compound file, not a zip package)");
+  if (n < kEndSize) fail("it is not a zip package (too short)");
+
+  // The end record is the last thing in the file but may be followed by a comment of up to
+  // 64 KiB; take the last signature whose comment length reaches exactly to the end, or
+  // failing that the last signature at all (some writers miscount the comment).
+  uint64_t end_pos = UINT64_MAX, loose_end = UINT64_MAX;
+  uint64_t lowest = n > kEndSize + 0xffff ? n - kEndSize - 0xffff : 0;
+  for (uint64_t p = n - kEndSize + 1; p-- > lowest;) {
+    if (get32(b.data() + p) != kEndSig) continue;
+    if (loose_end == UINT64_MAX) loose_end = p;
+    if (p + kEndSize + get16(b.data() + p + 20) == n) {
+      end_pos = p;
+      break;
+    }
+  }
+  if (end_pos == UINT64_MAX) end_pos = loose_end;
+  if (end_pos == UINT64_MAX) {
+    if (b.compare(0, 2, "PK") == 0)
+      fail("the zip package is truncated or damaged (no end of central directory)");
+    fail("it is not a zip package");
+  }
+
+  const char* e = b.data() + end_pos;
+  uint64_t disk = get16(e + 4), cd_disk = get16(e + 6);
+  uint64_t count = get16(e + 10);
+  uint64_t cd_size = get32(e + 12), cd_offset = get32(e + 16);
+  if (count == 0xffff || cd_size == 0xffffffff || cd_offset == 0xffffffff) {
+    // zip64: a locator just before the end record points at the larger end record.
+    if (end_pos < 20 || get32(b.data() + end_pos - 20) != kEnd64LocatorSig)
+      fail("the zip package is damaged (zip64 sizes without a zip64 locator)");
+    uint64_t rec = get64(b.data() + end_pos - 20 + 8);
+    if (rec > end_pos - 20 || end_pos - 20 - rec < 56 || get32(b.data() + rec) != kEnd64Sig)
+      fail("the zip package is damaged (bad zip64 end record)");
+    const char* r = b.data() + rec;
+    disk = get32(r + 16);
+    cd_disk = get32(r + 20);
+    count = get64(r + 32);
+    cd_size = get64(r + 40);
+    cd_offset = get64(r + 48);
+    end_pos = rec;  // the central directory must end before the zip64 record
+  }
+  if (disk != 0 || cd_disk != 0) fail("it is a multi-volume zip archive, which is not supported");
+  if (cd_offset > end_pos || cd_size > end_pos - cd_offset)
+    fail("the zip package is truncated or damaged (central directory out of bounds)");
+  if (count > limits_.max_entries)
+    fail("it has " + std::to_string(count) + " entries, more than the limit of " +
+         std::to_string(limits_.max_entries));
+
+  entries_.reserve(static_cast<size_t>(count));
+  uint64_t p = cd_offset;
+  const uint64_t cd_end = cd_offset + cd_size;
+  uint64_t total = 0;
+  for (uint64_t i = 0; i < count; ++i) {
+    if (p + kCentralSize > cd_end || get32(b.data() + p) != kCentralSig)
+      fail("the zip package is damaged (bad central directory record " + std::to_string(i + 1) +
+           ")");
+    const char* c = b.data() + p;
+    ZipEntry en;
+    en.version_made_by = get16(c + 4);
+    en.flags = get16(c + 8);
+    en.method = get16(c + 10);
+    en.mod_time = get16(c + 12);
+    en.mod_date = get16(c + 14);
+    en.crc32 = get32(c + 16);
+    en.compressed_size = get32(c + 20);
+    en.size = get32(c + 24);
+    uint64_t name_len = get16(c + 28), extra_len = get16(c + 30), comment_len = get16(c + 32);
+    uint64_t start_disk = get16(c + 34);
+    en.internal_attributes = get16(c + 36);
+    en.external_attributes = get32(c + 38);
+    en.header_offset = get32(c + 42);
+    if (p + kCentralSize + name_len + extra_len + comment_len > cd_end)
+      fail("the zip package is damaged (central directory record " + std::to_string(i + 1) +
+           " overruns the directory)");
+    en.name.assign(c + kCentralSize, name_len);
+
+    // zip64 extra field: the 64-bit values of those fields that hold all ones, in order.
+    const char* x = c + kCentralSize + name_len;
+    const char* x_end = x + extra_len;
+    while (x + 4 <= x_end) {
+      uint16_t id = get16(x), len = get16(x + 2);
+      const char* d = x + 4;
+      if (d + len > x_end) break;
+      if (id == 0x0001) {
+        const char* q = d;
+        const char* q_end = d + len;
+        auto take = [&](uint64_t& field) {
+          if (q + 8 > q_end) fail("the zip package is damaged (short zip64 field)");
+          field = get64(q);
+          q += 8;
+        };
+        if (en.size == 0xffffffff) take(en.size);
+        if (en.compressed_size == 0xffffffff) take(en.compressed_size);
+        if (en.header_offset == 0xffffffff) take(en.header_offset);
+        if (start_disk == 0xffff && q + 4 <= q_end) start_disk = get32(q);
+      }
+      x = d + len;
+    }
+    p += kCentralSize + name_len + extra_len + comment_len;
+
+    if (std::string why = bad_name_reason(en.name); !why.empty()) fail(why);
+    std::string shown = "entry '" + printable(en.name) + "'";
+    if (start_disk != 0) fail(shown + " lies on another volume");
+    if (en.flags & (kFlagEncrypted | kFlagStrongEncryption)) fail(shown + " is encrypted");
+    if (en.method != 0 && en.method != 8)
+      fail(shown + " uses compression method " + std::to_string(en.method) +
+           ", which is not supported");
+    if (en.method == 0 && en.compressed_size != en.size)
+      fail(shown + " is damaged (stored with two different sizes)");
+    if (en.size > limits_.max_entry_size)
+      fail(shown + " inflates to " + size_text(en.size) + ", more than the limit of " +
+           size_text(limits_.max_entry_size));
+    if (en.size > limits_.ratio_floor &&
+        en.size / std::max<uint64_t>(en.compressed_size, 1) > limits_.max_ratio)
+      fail(shown + " inflates " +
+           std::to_string(en.size / std::max<uint64_t>(en.compressed_size, 1)) +
+           " times over, more than a real workbook part does (a zip bomb?)");
+    total += en.size;
+    if (total > limits_.max_total_size)
+      fail("its entries inflate to more than the limit of " + size_text(limits_.max_total_size));
+
+    // The local header repeats the name and may carry a different extra field; the data
+    // follows both.
+    uint64_t h = en.header_offset;
+    if (h > cd_offset || cd_offset - h < kLocalSize || get32(b.data() + h) != kLocalSig)
+      fail(shown + " is damaged (bad local header)");
+    const char* l = b.data() + h;
+    uint64_t lname = get16(l + 26), lextra = get16(l + 28);
+    en.data_offset = h + kLocalSize + lname + lextra;
+    if (en.data_offset > cd_offset || en.compressed_size > cd_offset - en.data_offset)
+      fail(shown + " is truncated (its data runs past the end of the entries)");
+    if (std::string_view(l + kLocalSize, lname) != en.name)
+      fail(shown + " is damaged (its local header names '" +
+           printable(std::string_view(l + kLocalSize, lname)) + "')");
+    entries_.push_back(std::move(en));
+  }
+
+  by_name_.resize(entries_.size());
+  for (uint32_t i = 0; i < by_name_.size(); ++i) by_name_[i] = i;
+  std::sort(by_name_.begin(), by_name_.end(), [&](uint32_t a, uint32_t b2) {
+    return compare_folded(entries_[a].name, entries_[b2].name) < 0;
+  });
+  for (size_t i = 1; i < by_name_.size(); ++i) {
+    const auto& a = entries_[by_name_[i - 1]];
+    const auto& c = entries_[by_name_[i]];
+    if (compare_folded(a.name, c.name) == 0)
+      fail(a.name == c.name ? "it has two entries named '" + printable(a.name) + "'"
+                            : "it has two entries for one part ('" + printable(a.name) + "' and '" +
+                                  printable(c.name) + "')");
+  }
+
+  // Entries sharing bytes let a small file inflate to many times its size (overlapping-entry
+  // bombs); in a well-formed package each entry's data ends before the next header begins.
+  std::vector<const ZipEntry*> by_offset;
+  by_offset.reserve(entries_.size());
+  for (const auto& en : entries_) by_offset.push_back(&en);
+  std::sort(by_offset.begin(), by_offset.end(), [](const ZipEntry* a, const ZipEntry* c) {
+    return a->header_offset < c->header_offset;
+  });
+  for (size_t i = 1; i < by_offset.size(); ++i) {
+    const ZipEntry& prev = *by_offset[i - 1];
+    if (by_offset[i]->header_offset < prev.data_offset + prev.compressed_size)
+      fail("entries '" + printable(prev.name) + "' and '" + printable(by_offset[i]->name) +
+           "' overlap (a zip bomb or a damaged package)");
+  }
+}
+
+const ZipEntry* ZipReader::find(std::string_view name) const {
+  auto it = std::lower_bound(
+      by_name_.begin(), by_name_.end(), name,
+      [&](uint32_t i, std::string_view n) { return compare_folded(entries_[i].name, n) < 0; });
+  if (it == by_name_.end() || compare_folded(entries_[*it].name, name) != 0) return nullptr;
+  return &entries_[*it];
+}
+
+std::span<const uint8_t> ZipReader::raw(const ZipEntry& entry) const {
+  return {reinterpret_cast<const uint8_t*>(bytes_.data() + entry.data_offset),
+          static_cast<size_t>(entry.compressed_size)};
+}
+
+std::string ZipReader::read(const ZipEntry& entry) const {
+  auto data = raw(entry);
+  std::string shown = "entry '" + printable(entry.name) + "'";
+  std::string out;
+  if (entry.method == 0) {
+    out.assign(reinterpret_cast<const char*>(data.data()), data.size());
+  } else {
+    out.resize(static_cast<size_t>(entry.size));
+    // One decompressor per thread: allocating one costs more than inflating a small part.
+    struct Holder {
+      libdeflate_decompressor* d = libdeflate_alloc_decompressor();
+      ~Holder() { libdeflate_free_decompressor(d); }
+    };
+    thread_local Holder holder;
+    if (!holder.d) throw Error(err::out_of_memory, "out of memory");
+    size_t in_used = 0, out_len = 0;
+    // The output buffer is exactly the stated size, so a stream that inflates further than
+    // the central directory said stops there instead of growing.
+    auto r = libdeflate_deflate_decompress_ex(holder.d, data.data(), data.size(), out.data(),
+                                              out.size(), &in_used, &out_len);
+    if (r == LIBDEFLATE_INSUFFICIENT_SPACE)
+      fail(shown + " is damaged (it inflates past its stated size)");
+    if (r != LIBDEFLATE_SUCCESS) fail(shown + " is damaged (invalid compressed data)");
+    if (out_len != out.size()) fail(shown + " is damaged (it inflates short of its stated size)");
+  }
+  uint32_t crc = libdeflate_crc32(0, out.data(), out.size());
+  if (crc != entry.crc32) fail(shown + " is damaged (CRC mismatch)");
+  return out;
+}
+
+// ---------------------------------------------------------------------------------------
+// Writing
+
+struct ZipWriter::Central {
+  std::string name;
+  uint16_t version_made_by = 0x031e;  // Unix, 3.0
+  uint16_t flags = 0;
+  uint16_t method = 8;
+  uint16_t mod_time = 0;
+  uint16_t mod_date = 0x21;  // 1980-01-01, the date a package with no history carries
+  uint32_t crc32 = 0;
+  uint64_t compressed_size = 0;
+  uint64_t size = 0;
+  uint16_t internal_attributes = 0;
+  uint32_t external_attributes = 0;
+  uint64_t offset = 0;
+};
+
+ZipWriter::ZipWriter(fs::path target, int level) : target_(std::move(target)), level_(level) {
+  fs::path dir = target_.parent_path();
+  if (dir.empty()) dir = ".";
+  std::string tmpl = (dir / ("." + target_.filename().string() + ".qzxl-XXXXXX")).string();
+  fd_ = ::mkstemp(tmpl.data());
+  if (fd_ < 0)
+    throw Error(errno == ENOENT ? err::file_not_found : err::host_failure,
+                "cannot save '" + target_.string() + "': " + std::strerror(errno));
+  temp_ = tmpl;
+  buffer_.reserve(1 << 20);
+}
+
+ZipWriter::~ZipWriter() {
+  if (compressor_) libdeflate_free_compressor(static_cast<libdeflate_compressor*>(compressor_));
+  if (fd_ >= 0) ::close(fd_);
+  if (!committed_ && !temp_.empty()) {
+    std::error_code ec;
+    fs::remove(temp_, ec);
+  }
+}
+
+void ZipWriter::fail(const std::string& problem) {
+  throw Error(err::host_failure, "cannot save '" + target_.string() + "': " + problem);
+}
+
+void ZipWriter::flush() {
+  size_t done = 0;
+  while (done < buffer_.size()) {
+    ssize_t w = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      fail(std::strerror(errno));
+    }
+    done += static_cast<size_t>(w);
+  }
+  buffer_.clear();
+}
+
+void ZipWriter::write(const void* data, size_t n) {
+  if (buffer_.size() + n > (1 << 20)) flush();
+  if (n > (1 << 20)) {
+    buffer_.assign(static_cast<const char*>(data), n);
+    flush();
+  } else {
+    buffer_.append(static_cast<const char*>(data), n);
+  }
+  offset_ += n;
+}
+
+void ZipWriter::write_entry(Central c, std::span<const uint8_t> data) {
+  if (committed_) fail("the package was already written");
+  if (std::string why = bad_name_reason(c.name); !why.empty()) fail(why);
+  std::string folded = c.name;
+  for (char& ch : folded) ch = fold(ch);
+  if (!names_.insert(std::move(folded)).second) fail("two entries named '" + c.name + "'");
+  // Sizes are known before the data is written, so the local header carries them and no
+  // data descriptor follows.
+  c.flags &= static_cast<uint16_t>(~kFlagDescriptor);
+  c.offset = offset_;
+  bool big = c.size >= 0xffffffff || c.compressed_size >= 0xffffffff;
+  std::string h;
+  put32(h, kLocalSig);
+  put16(h, big ? 45 : 20);
+  put16(h, c.flags);
+  put16(h, c.method);
+  put16(h, c.mod_time);
+  put16(h, c.mod_date);
+  put32(h, c.crc32);
+  put32(h, big ? 0xffffffff : static_cast<uint32_t>(c.compressed_size));
+  put32(h, big ? 0xffffffff : static_cast<uint32_t>(c.size));
+  put16(h, static_cast<uint16_t>(c.name.size()));
+  put16(h, big ? 20 : 0);
+  h += c.name;
+  if (big) {
+    put16(h, 0x0001);
+    put16(h, 16);
+    put64(h, c.size);
+    put64(h, c.compressed_size);
+  }
+  write(h.data(), h.size());
+  write(data.data(), data.size());
+  central_.push_back(std::move(c));
+}
+
+void ZipWriter::copy(const ZipReader& source, const ZipEntry& entry) {
+  Central c;
+  c.name = entry.name;
+  c.version_made_by = entry.version_made_by;
+  c.flags = entry.flags;
+  c.method = entry.method;
+  c.mod_time = entry.mod_time;
+  c.mod_date = entry.mod_date;
+  c.crc32 = entry.crc32;
+  c.compressed_size = entry.compressed_size;
+  c.size = entry.size;
+  c.internal_attributes = entry.internal_attributes;
+  c.external_attributes = entry.external_attributes;
+  write_entry(std::move(c), source.raw(entry));
+}
+
+void ZipWriter::add(std::string_view name, std::string_view content, const ZipEntry* like) {
+  Central c;
+  c.name = std::string(name);
+  if (like) {
+    c.version_made_by = like->version_made_by;
+    c.mod_time = like->mod_time;
+    c.mod_date = like->mod_date;
+    c.internal_attributes = like->internal_attributes;
+    c.external_attributes = like->external_attributes;
+    c.flags = like->flags & kFlagUtf8;
+  }
+  bool ascii = std::all_of(name.begin(), name.end(),
+                           [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
+  if (!ascii) c.flags |= kFlagUtf8;
+  c.size = content.size();
+  c.crc32 = libdeflate_crc32(0, content.data(), content.size());
+  if (!compressor_) {
+    compressor_ = libdeflate_alloc_compressor(level_);
+    if (!compressor_) fail("out of memory");
+  }
+  auto* comp = static_cast<libdeflate_compressor*>(compressor_);
+  std::string packed(libdeflate_deflate_compress_bound(comp, content.size()), '\0');
+  size_t n = libdeflate_deflate_compress(comp, content.data(), content.size(), packed.data(),
+                                         packed.size());
+  if (n == 0 || n >= content.size()) {
+    // Deflate gains nothing on tiny or incompressible content; store it.
+    c.method = 0;
+    c.compressed_size = content.size();
+    write_entry(std::move(c), {reinterpret_cast<const uint8_t*>(content.data()), content.size()});
+  } else {
+    c.method = 8;
+    c.compressed_size = n;
+    write_entry(std::move(c), {reinterpret_cast<const uint8_t*>(packed.data()), n});
+  }
+}
+
+void ZipWriter::commit() {
+  if (committed_) fail("the package was already written");
+  uint64_t cd_offset = offset_;
+  std::string d;
+  for (const auto& c : central_) {
+    d.clear();
+    bool big_size = c.size >= 0xffffffff || c.compressed_size >= 0xffffffff;
+    bool big_offset = c.offset >= 0xffffffff;
+    std::string extra;
+    if (big_size || big_offset) {
+      put16(extra, 0x0001);
+      put16(extra, static_cast<uint16_t>((big_size ? 16 : 0) + (big_offset ? 8 : 0)));
+      if (big_size) {
+        put64(extra, c.size);
+        put64(extra, c.compressed_size);
+      }
+      if (big_offset) put64(extra, c.offset);
+    }
+    put32(d, kCentralSig);
+    put16(d, c.version_made_by);
+    put16(d, (big_size || big_offset) ? 45 : 20);
+    put16(d, c.flags);
+    put16(d, c.method);
+    put16(d, c.mod_time);
+    put16(d, c.mod_date);
+    put32(d, c.crc32);
+    put32(d, big_size ? 0xffffffff : static_cast<uint32_t>(c.compressed_size));
+    put32(d, big_size ? 0xffffffff : static_cast<uint32_t>(c.size));
+    put16(d, static_cast<uint16_t>(c.name.size()));
+    put16(d, static_cast<uint16_t>(extra.size()));
+    put16(d, 0);  // comment
+    put16(d, 0);  // disk
+    put16(d, c.internal_attributes);
+    put32(d, c.external_attributes);
+    put32(d, big_offset ? 0xffffffff : static_cast<uint32_t>(c.offset));
+    d += c.name;
+    d += extra;
+    write(d.data(), d.size());
+  }
+  uint64_t cd_size = offset_ - cd_offset;
+  uint64_t count = central_.size();
+  bool big = count >= 0xffff || cd_size >= 0xffffffff || cd_offset >= 0xffffffff;
+  d.clear();
+  if (big) {
+    uint64_t rec = offset_;
+    put32(d, kEnd64Sig);
+    put64(d, 44);
+    put16(d, 45);
+    put16(d, 45);
+    put32(d, 0);
+    put32(d, 0);
+    put64(d, count);
+    put64(d, count);
+    put64(d, cd_size);
+    put64(d, cd_offset);
+    put32(d, kEnd64LocatorSig);
+    put32(d, 0);
+    put64(d, rec);
+    put32(d, 1);
+  }
+  put32(d, kEndSig);
+  put16(d, 0);
+  put16(d, 0);
+  put16(d, big ? 0xffff : static_cast<uint16_t>(count));
+  put16(d, big ? 0xffff : static_cast<uint16_t>(count));
+  put32(d, big ? 0xffffffff : static_cast<uint32_t>(cd_size));
+  put32(d, big ? 0xffffffff : static_cast<uint32_t>(cd_offset));
+  put16(d, 0);
+  write(d.data(), d.size());
+  flush();
+
+  // Keep the permissions of the file being replaced; a new file gets the usual ones.
+  struct stat st;
+  mode_t mode;
+  if (::stat(target_.c_str(), &st) == 0) {
+    mode = st.st_mode & 07777;
+  } else {
+    mode_t mask = ::umask(0);
+    ::umask(mask);
+    mode = 0666 & ~mask;
+  }
+  ::fchmod(fd_, mode);
+  if (::fsync(fd_) != 0) fail(std::strerror(errno));
+  if (::close(fd_) != 0) {
+    fd_ = -1;
+    fail(std::strerror(errno));
+  }
+  fd_ = -1;
+  if (::rename(temp_.c_str(), target_.c_str()) != 0) fail(std::strerror(errno));
+  committed_ = true;
+  // The rename itself is durable only once the folder is flushed.
+  fs::path dir = target_.parent_path();
+  if (dir.empty()) dir = ".";
+  int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
+  if (dfd >= 0) {
+    ::fsync(dfd);
+    ::close(dfd);
+  }
+}
+
+}  // namespace qz::engine::xlsx
