@@ -30,9 +30,11 @@ const Locale& current_locale() noexcept;
 Locale set_locale(Locale locale);
 
 /// Reads `text` as a number by the runtime's rules for the current locale: leading and
-/// trailing blanks, a leading or trailing sign, parentheses for negatives, a currency
-/// symbol, thousands separators in the integer part, one decimal point, an exponent (E or
-/// D), and &H / &O radix prefixes. Empty or unreadable text gives nothing.
+/// trailing white space (blanks, tabs, line breaks), a leading or trailing sign, parentheses
+/// for negatives, a currency symbol before or after, thousands separators between digits of
+/// the integer part (group sizes are not checked: "1,0" is 10), one decimal point, an
+/// exponent (E or D), and &H / &O radix prefixes. Empty or unreadable text, and numbers
+/// beyond the Double range, give nothing.
 std::optional<double> parse_number(StringView text);
 
 /// Reads `text` as a date, a time or both (the runtime's IsDate/CDate rules for the
@@ -47,18 +49,21 @@ bool is_numeric(const Variant& v);
 /// IsDate: True for a Date, and for text that `parse_date` accepts.
 bool is_date(const Variant& v);
 
-/// CBool: Empty is False; numbers are True when non-zero; text "True"/"False" in any case,
-/// or text that reads as a number. Null raises 94; anything else raises 13.
+/// CBool: Empty is False; numbers are True when non-zero; text "True"/"False" in any case
+/// (also "#TRUE#"/"#FALSE#"), or text that reads as a number. Null raises 94; anything else
+/// raises 13.
 bool to_bool(const Variant& v);
 
-/// CLng: numbers rounded half to even; Boolean True is -1; text read as a number. Raises 6
-/// when out of range, 13 when it does not convert, 94 for Null.
+/// CLng: numbers rounded half to even; Boolean True is -1; text read as a number and rounded
+/// on its written digits ("2.5" is 2, "2.5000001" is 3). Raises 6 when out of range, 13 when
+/// it does not convert, 94 for Null.
 int32_t to_long(const Variant& v);
 
 /// CInt: as `to_long`, for the 16-bit range.
 int16_t to_integer(const Variant& v);
 
-/// CDbl: numbers, Booleans (-1/0), dates (their serial), text read as a number.
+/// CDbl: numbers, Booleans (-1/0), dates (their serial), text read as a number. Date text
+/// ("1/1/2000") is no number and raises 13.
 double to_double(const Variant& v);
 
 /// CDate: a date, a number taken as a serial, or text read as a date (or number).
@@ -66,7 +71,8 @@ Date to_date(const Variant& v);
 
 /// CStr: Empty is ""; Booleans "True"/"False"; numbers in the runtime's shortest form with at
 /// most 15 significant digits ("1.5", "1E+16", "-0.001"); dates in the locale's short form
-/// ("11/14/2026", "9:30:00 AM", "11/14/2026 9:30:00 AM"); errors "Error 2007". Null raises 94.
+/// ("11/14/2026", "9:30:00 AM", "11/14/2026 9:30:00 AM"; the zero date is "12:00:00 AM");
+/// errors "Error 2007". Null raises 94.
 String to_string(const Variant& v);
 
 /// Formats a Double the way CStr does.
@@ -83,6 +89,8 @@ String to_lower(StringView s);
 /// Text comparison (the runtime's vbTextCompare for our purposes: case-insensitive over
 /// ASCII and Latin-1 letters).
 bool equals_text(StringView a, StringView b) noexcept;
+/// Orders two texts as the text comparison sees them: negative, zero or positive.
+int compare_text(StringView a, StringView b) noexcept;
 /// Position (1-based) of `what` in `s` from `start` (1-based), text compare; 0 when absent.
 int32_t instr_text(int32_t start, StringView s, StringView what) noexcept;
 /// Position (1-based) of `what` in `s` from `start`, binary compare; 0 when absent.
@@ -91,6 +99,8 @@ int32_t instr(int32_t start, StringView s, StringView what) noexcept;
 StringView trim(StringView s) noexcept;
 
 /// Builds a String from ASCII/UTF-8 text; for messages and literals in C++ code.
-inline String u16(std::string_view s) { return from_utf8(s); }
+inline String u16(std::string_view s) {
+  return from_utf8(s);
+}
 
 }  // namespace qz

@@ -1,6 +1,6 @@
 #include "qzxl/convert.hpp"
 
-#include <cfenv>
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -16,12 +16,26 @@ Locale& locale_slot() {
   return l;
 }
 
-bool is_blank(char16_t c) { return c == u' ' || c == u'\t'; }
-bool is_digit(char16_t c) { return c >= u'0' && c <= u'9'; }
+bool is_blank(char16_t c) {
+  return c == u' ' || c == u'\t';
+}
+// White space around a number: what the runtime skips before and after the digits.
+bool is_space(char16_t c) {
+  return c == u' ' || (c >= u'\t' && c <= u'\r');
+}
+bool is_digit(char16_t c) {
+  return c >= u'0' && c <= u'9';
+}
 
-[[noreturn]] void mismatch() { throw Error(err::type_mismatch, "Type mismatch"); }
-[[noreturn]] void overflow() { throw Error(err::overflow, "Overflow"); }
-[[noreturn]] void invalid_null() { throw Error(err::invalid_null, "Invalid use of Null"); }
+[[noreturn]] void mismatch() {
+  throw Error(err::type_mismatch, "Type mismatch");
+}
+[[noreturn]] void overflow() {
+  throw Error(err::overflow, "Overflow");
+}
+[[noreturn]] void invalid_null() {
+  throw Error(err::invalid_null, "Invalid use of Null");
+}
 
 char16_t fold(char16_t c) {
   if (c >= u'a' && c <= u'z') return static_cast<char16_t>(c - 32);
@@ -38,7 +52,9 @@ bool starts_with_text(StringView s, size_t pos, StringView what) {
 }
 }  // namespace
 
-const Locale& current_locale() noexcept { return locale_slot(); }
+const Locale& current_locale() noexcept {
+  return locale_slot();
+}
 
 Locale set_locale(Locale locale) {
   Locale old = locale_slot();
@@ -46,11 +62,22 @@ Locale set_locale(Locale locale) {
   return old;
 }
 
-std::optional<double> parse_number(StringView text) {
+namespace {
+
+// A number read from text, kept as its decimal digits so that conversions to whole numbers
+// can round the exact written value (half to even) rather than its nearest Double.
+struct ScannedNumber {
+  bool negative = false;
+  std::string digits;           // significant digits, no decimal point
+  int64_t exp10 = 0;            // value = digits * 10^exp10
+  std::optional<double> radix;  // set for &H / &O text, which is already a whole number
+};
+
+std::optional<ScannedNumber> scan_number(StringView text) {
   const Locale& loc = current_locale();
   size_t i = 0, n = text.size();
   auto skip_blanks = [&] {
-    while (i < n && is_blank(text[i])) ++i;
+    while (i < n && is_space(text[i])) ++i;
   };
   auto take_currency = [&] {
     if (starts_with_text(text, i, loc.currency)) {
@@ -61,18 +88,21 @@ std::optional<double> parse_number(StringView text) {
   };
   skip_blanks();
   if (i == n) return std::nullopt;
+  ScannedNumber out;
 
   // Radix prefixes: &H hexadecimal, &O (or & alone) octal.
   if (text[i] == u'&') {
     ++i;
     int base = 8;
-    if (i < n && (text[i] == u'H' || text[i] == u'h')) base = 16, ++i;
-    else if (i < n && (text[i] == u'O' || text[i] == u'o')) ++i;
+    if (i < n && (text[i] == u'H' || text[i] == u'h'))
+      base = 16, ++i;
+    else if (i < n && (text[i] == u'O' || text[i] == u'o'))
+      ++i;
     uint64_t v = 0;
     size_t digits = 0;
     for (; i < n; ++i, ++digits) {
       char16_t c = text[i];
-      int d = is_digit(c) ? c - u'0'
+      int d = is_digit(c)                                          ? c - u'0'
               : (base == 16 && fold(c) >= u'A' && fold(c) <= u'F') ? fold(c) - u'A' + 10
                                                                    : -1;
       if (d < 0 || d >= base) break;
@@ -83,22 +113,24 @@ std::optional<double> parse_number(StringView text) {
     if (digits == 0 || i != n) return std::nullopt;
     // Up to four hex digits read as a 16-bit value, more as 32-bit, both signed.
     if (v <= 0xFFFF && (base == 16 ? digits <= 4 : v <= 0177777))
-      return static_cast<double>(static_cast<int16_t>(static_cast<uint16_t>(v)));
-    return static_cast<double>(static_cast<int32_t>(static_cast<uint32_t>(v)));
+      out.radix = static_cast<double>(static_cast<int16_t>(static_cast<uint16_t>(v)));
+    else
+      out.radix = static_cast<double>(static_cast<int32_t>(static_cast<uint32_t>(v)));
+    return out;
   }
 
-  bool negative = false, sign_seen = false, paren = false, currency_seen = false;
+  bool sign_seen = false, paren = false, currency_seen = false;
   // Leading currency, sign and parenthesis in any order, each at most once.
   for (;;) {
     if (!currency_seen && take_currency()) {
       currency_seen = true;
     } else if (!sign_seen && !paren && (text[i] == u'+' || text[i] == u'-')) {
-      negative = text[i] == u'-';
+      out.negative = text[i] == u'-';
       sign_seen = true;
       ++i;
     } else if (!sign_seen && !paren && text[i] == u'(') {
       paren = true;
-      negative = true;
+      out.negative = true;
       ++i;
     } else {
       break;
@@ -107,37 +139,40 @@ std::optional<double> parse_number(StringView text) {
     if (i == n) return std::nullopt;
   }
 
-  std::string buf;
   size_t int_digits = 0, frac_digits = 0;
   while (i < n) {
     if (is_digit(text[i])) {
-      buf.push_back(static_cast<char>(text[i]));
+      out.digits.push_back(static_cast<char>(text[i]));
       ++int_digits;
       ++i;
     } else if (text[i] == loc.thousands && int_digits > 0 && i + 1 < n && is_digit(text[i + 1])) {
-      ++i;  // a grouping separator between digits
+      ++i;  // a grouping separator between digits; the runtime does not check group sizes
     } else {
       break;
     }
   }
   if (i < n && text[i] == loc.decimal) {
-    buf.push_back('.');
     ++i;
     while (i < n && is_digit(text[i])) {
-      buf.push_back(static_cast<char>(text[i]));
+      out.digits.push_back(static_cast<char>(text[i]));
       ++frac_digits;
       ++i;
     }
   }
   if (int_digits + frac_digits == 0) return std::nullopt;
+  int64_t exponent = 0;
   if (i < n && (fold(text[i]) == u'E' || fold(text[i]) == u'D')) {
     size_t j = i + 1;
-    std::string exp = "e";
-    if (j < n && (text[j] == u'+' || text[j] == u'-')) exp.push_back(static_cast<char>(text[j++]));
+    bool exp_negative = false;
+    if (j < n && (text[j] == u'+' || text[j] == u'-')) exp_negative = text[j++] == u'-';
     size_t exp_digits = 0;
-    while (j < n && is_digit(text[j])) exp.push_back(static_cast<char>(text[j++])), ++exp_digits;
+    while (j < n && is_digit(text[j])) {
+      // Beyond any Double's range either way; stop growing so the count cannot overflow.
+      if (exponent < 100000) exponent = exponent * 10 + (text[j] - u'0');
+      ++j, ++exp_digits;
+    }
     if (exp_digits == 0) return std::nullopt;
-    buf += exp;
+    if (exp_negative) exponent = -exponent;
     i = j;
   }
   skip_blanks();
@@ -147,7 +182,7 @@ std::optional<double> parse_number(StringView text) {
     skip_blanks();
   }
   if (i < n && !sign_seen && !paren && (text[i] == u'+' || text[i] == u'-')) {
-    negative = text[i] == u'-';
+    out.negative = text[i] == u'-';
     sign_seen = true;
     ++i;
     skip_blanks();
@@ -159,16 +194,77 @@ std::optional<double> parse_number(StringView text) {
   }
   if (i < n && !currency_seen && take_currency()) skip_blanks();
   if (i != n) return std::nullopt;
+
+  // Leading zeros carry no value; trailing zeros only scale it.
+  size_t first = out.digits.find_first_not_of('0');
+  if (first == std::string::npos) {
+    out.digits = "0";
+    out.exp10 = 0;
+    return out;
+  }
+  out.digits.erase(0, first);
+  out.exp10 = exponent - static_cast<int64_t>(frac_digits);
+  while (out.digits.size() > 1 && out.digits.back() == '0') out.digits.pop_back(), ++out.exp10;
+  return out;
+}
+
+std::optional<double> value_of(const ScannedNumber& s) {
+  if (s.radix) return *s.radix;
+  // Far outside the Double range: overflow or zero, decided without asking strtod.
+  int64_t magnitude = static_cast<int64_t>(s.digits.size()) + s.exp10;
+  if (magnitude > 310) return std::nullopt;
+  if (magnitude < -330) return s.negative ? -0.0 : 0.0;
+  std::string buf = s.digits + "e" + std::to_string(s.exp10);
   double v = std::strtod(buf.c_str(), nullptr);
   if (std::isinf(v)) return std::nullopt;
-  return negative ? -v : v;
+  return s.negative ? -v : v;
+}
+
+// The whole number nearest to the written value, ties to even, judged on the decimal digits
+// as written ("2.5000000001" rounds up although its nearest Double is 2.5). Values too
+// large for any whole-number type come back as a large magnitude for the caller to reject.
+double round_half_even(const ScannedNumber& s) {
+  if (s.radix) return *s.radix;
+  const double huge = 1e300;
+  int64_t int_len = static_cast<int64_t>(s.digits.size()) + s.exp10;
+  if (int_len > 18) return s.negative ? -huge : huge;
+  std::string int_part, frac_part;
+  if (s.exp10 >= 0) {
+    int_part = s.digits + std::string(static_cast<size_t>(s.exp10), '0');
+  } else if (int_len > 0) {
+    int_part = s.digits.substr(0, static_cast<size_t>(int_len));
+    frac_part = s.digits.substr(static_cast<size_t>(int_len));
+  } else {
+    // Below one: "0.5" has int_len 0 and rounds by its first digit; "0.05" cannot reach 1.
+    frac_part = std::string(static_cast<size_t>(-int_len), '0') + s.digits;
+  }
+  int64_t whole = 0;
+  for (char c : int_part) whole = whole * 10 + (c - '0');
+  if (!frac_part.empty()) {
+    char first = frac_part[0];
+    bool rest_nonzero = frac_part.find_first_not_of('0', 1) != std::string::npos;
+    if (first > '5' || (first == '5' && (rest_nonzero || (whole % 2) != 0))) ++whole;
+  }
+  double d = static_cast<double>(whole);
+  return s.negative ? -d : d;
+}
+
+}  // namespace
+
+std::optional<double> parse_number(StringView text) {
+  auto scanned = scan_number(text);
+  if (!scanned) return std::nullopt;
+  return value_of(*scanned);
 }
 
 namespace {
 
-constexpr const char16_t* kMonths[] = {u"JANUARY", u"FEBRUARY", u"MARCH",     u"APRIL",
-                                        u"MAY",     u"JUNE",     u"JULY",      u"AUGUST",
-                                        u"SEPTEMBER", u"OCTOBER", u"NOVEMBER", u"DECEMBER"};
+constexpr const char16_t* kMonths[] = {u"JANUARY",   u"FEBRUARY", u"MARCH",    u"APRIL",
+                                       u"MAY",       u"JUNE",     u"JULY",     u"AUGUST",
+                                       u"SEPTEMBER", u"OCTOBER",  u"NOVEMBER", u"DECEMBER"};
+
+constexpr const char16_t* kWeekdays[] = {u"SUNDAY",   u"MONDAY", u"TUESDAY", u"WEDNESDAY",
+                                         u"THURSDAY", u"FRIDAY", u"SATURDAY"};
 
 // Days from 30 December 1899 to the given civil date (proleptic Gregorian).
 double serial_from_ymd(int y, int m, int d) {
@@ -180,9 +276,9 @@ double serial_from_ymd(int y, int m, int d) {
     const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
     return era * 146097 + static_cast<int64_t>(doe) - 719468;
   };
-  return static_cast<double>(days_from_civil(y, static_cast<unsigned>(m),
-                                             static_cast<unsigned>(d)) -
-                             days_from_civil(1899, 12, 30));
+  return static_cast<double>(
+      days_from_civil(y, static_cast<unsigned>(m), static_cast<unsigned>(d)) -
+      days_from_civil(1899, 12, 30));
 }
 
 bool valid_ymd(int y, int m, int d) {
@@ -263,6 +359,14 @@ std::optional<double> parse_date(StringView text) {
         toks.push_back({Token::AmPm, 1});
         continue;
       }
+      // A day of the week, as long dates write it ("Saturday, November 14, 2026"), says
+      // nothing the date does not.
+      bool weekday = false;
+      for (StringView full : kWeekdays)
+        if (word.size() >= 3 && word.size() <= full.size() &&
+            equals_text(word, full.substr(0, word.size())))
+          weekday = true;
+      if (weekday) continue;
       int month = 0;
       for (int m = 0; m < 12 && !month; ++m) {
         StringView full = kMonths[m];
@@ -322,7 +426,8 @@ std::optional<double> parse_date(StringView text) {
   std::vector<Token> nums;
   int month_word = 0;
   for (const Token& t : d) {
-    if (t.kind == Token::Number) nums.push_back(t);
+    if (t.kind == Token::Number)
+      nums.push_back(t);
     else if (t.kind == Token::Month) {
       if (month_word) return std::nullopt;
       month_word = t.value;
@@ -360,8 +465,12 @@ std::optional<double> parse_date(StringView text) {
       int a = nums[0].value, b = nums[1].value;
       y = expand_year(nums[2].value, nums[2].digits);
       switch (loc.date_order) {
-        case Locale::DateOrder::MDY: m = a, day = b; break;
-        case Locale::DateOrder::DMY: day = a, m = b; break;
+        case Locale::DateOrder::MDY:
+          m = a, day = b;
+          break;
+        case Locale::DateOrder::DMY:
+          day = a, m = b;
+          break;
         case Locale::DateOrder::YMD:
           y = expand_year(a, nums[0].digits), m = b, day = nums[2].value;
           break;
@@ -426,8 +535,9 @@ bool to_bool(const Variant& v) {
       return v.date().serial != 0;
     case Variant::Type::String: {
       StringView s = trim(v.str());
-      if (equals_text(s, u"True")) return true;
-      if (equals_text(s, u"False")) return false;
+      // The words in any case, and the runtime's own literal forms #TRUE# and #FALSE#.
+      if (equals_text(s, u"True") || equals_text(s, u"#TRUE#")) return true;
+      if (equals_text(s, u"False") || equals_text(s, u"#FALSE#")) return false;
       if (auto d = parse_number(s)) return *d != 0;
       mismatch();
     }
@@ -453,9 +563,9 @@ double to_double(const Variant& v) {
     case Variant::Type::Date:
       return v.date().serial;
     case Variant::Type::String: {
+      // Only number text converts: "1/1/2000" is no number (IsNumeric says False of it too),
+      // a caller wanting its serial goes through to_date.
       if (auto d = parse_number(v.str())) return *d;
-      // The runtime reads a date text as its serial too.
-      if (auto d = parse_date(v.str())) return *d;
       mismatch();
     }
     case Variant::Type::Null:
@@ -466,10 +576,24 @@ double to_double(const Variant& v) {
 }
 
 namespace {
-// Rounds half to even, as the runtime's integer conversions do.
+// Rounds half to even, as the runtime's whole-number conversions do, whatever rounding mode
+// the floating-point environment happens to be in.
 double round_even(double d) {
-  double r = std::nearbyint(d);  // the default rounding mode is to-nearest-even
-  return r;
+  double f = std::floor(d);
+  double diff = d - f;
+  if (diff > 0.5) return f + 1;
+  if (diff < 0.5) return f;
+  return std::fmod(f, 2.0) == 0 ? f : f + 1;
+}
+
+// The whole number a value converts to, before the target type's range is checked. Text is
+// rounded on its written digits.
+double whole_number(const Variant& v) {
+  if (v.is_string()) {
+    if (auto scanned = scan_number(v.str())) return round_half_even(*scanned);
+    mismatch();
+  }
+  return round_even(to_double(v));
 }
 }  // namespace
 
@@ -477,7 +601,7 @@ int32_t to_long(const Variant& v) {
   if (v.type() == Variant::Type::Long) return v.long_value();
   if (v.type() == Variant::Type::Integer) return v.integer();
   if (v.type() == Variant::Type::Boolean) return v.boolean() ? -1 : 0;
-  double d = round_even(to_double(v));
+  double d = whole_number(v);
   if (!(d >= -2147483648.0 && d <= 2147483647.0)) overflow();
   return static_cast<int32_t>(d);
 }
@@ -485,7 +609,7 @@ int32_t to_long(const Variant& v) {
 int16_t to_integer(const Variant& v) {
   if (v.type() == Variant::Type::Integer) return v.integer();
   if (v.type() == Variant::Type::Boolean) return v.boolean() ? -1 : 0;
-  double d = round_even(to_double(v));
+  double d = whole_number(v);
   if (!(d >= -32768.0 && d <= 32767.0)) overflow();
   return static_cast<int16_t>(d);
 }
@@ -518,16 +642,20 @@ String format_number(double d) {
 namespace {
 String format_date(double serial) {
   const Locale& loc = current_locale();
-  double whole = std::floor(serial);
-  double frac = serial - whole;
-  if (serial < 0) {  // negative serials carry the time as a positive fraction below zero
-    whole = std::ceil(serial);
-    frac = whole - serial;
+  // Split into the day and the time of day, rounded to the second; a time that rounds up to
+  // midnight moves to the next day. Negative serials count days backwards from 30 December
+  // 1899 but keep the time as a positive fraction.
+  int64_t day = static_cast<int64_t>(serial < 0 ? std::ceil(serial) : std::floor(serial));
+  double frac = std::fabs(serial - static_cast<double>(day));
+  int64_t secs = std::llround(frac * 86400.0);
+  if (secs >= 86400) {
+    secs -= 86400;
+    day += serial < 0 ? -1 : 1;
   }
   String out;
-  if (whole != 0 || frac == 0) {
+  if (day != 0) {
     // Civil date from the serial (serial 0 is 30 December 1899, 25569 days before 1970).
-    int64_t z = static_cast<int64_t>(whole) - 25569 + 719468;
+    int64_t z = day - 25569 + 719468;
     int64_t era = (z >= 0 ? z : z - 146096) / 146097;
     int64_t doe = z - era * 146097;
     int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
@@ -537,7 +665,7 @@ String format_date(double serial) {
     int64_t dd = doy - (153 * mp + 2) / 5 + 1;
     int64_t mm = mp + (mp < 10 ? 3 : -9);
     y += mm <= 2;
-    char buf[32];
+    char buf[48];
     char sep = static_cast<char>(loc.date_separator);
     switch (loc.date_order) {
       case Locale::DateOrder::MDY:
@@ -552,13 +680,15 @@ String format_date(double serial) {
     }
     out = from_utf8(buf);
   }
-  if (frac != 0) {
-    long secs = std::lround(frac * 86400.0);
-    if (secs >= 86400) secs = 86399;
+  // The day alone when there is no time; the time alone on day zero, so that the zero date
+  // itself reads as midnight ("12:00:00 AM"), not as 12/30/1899.
+  if (secs != 0 || day == 0) {
     int h = static_cast<int>(secs / 3600), m = static_cast<int>(secs / 60 % 60),
-        s = static_cast<int>(secs % 60);
+        sec = static_cast<int>(secs % 60);
     char buf[32];
-    std::snprintf(buf, sizeof buf, "%d:%02d:%02d ", h % 12 == 0 ? 12 : h % 12, m, s);
+    std::snprintf(buf, sizeof buf, "%d%c%02d%c%02d ", h % 12 == 0 ? 12 : h % 12,
+                  static_cast<char>(loc.time_separator), m, static_cast<char>(loc.time_separator),
+                  sec);
     if (!out.empty()) out += u' ';
     out += from_utf8(buf);
     out += h < 12 ? loc.am : loc.pm;
@@ -631,16 +761,23 @@ String from_utf8(std::string_view s) {
     unsigned char b = static_cast<unsigned char>(s[i]);
     uint32_t c;
     size_t len;
-    if (b < 0x80) c = b, len = 1;
-    else if ((b & 0xE0) == 0xC0) c = b & 0x1F, len = 2;
-    else if ((b & 0xF0) == 0xE0) c = b & 0x0F, len = 3;
-    else if ((b & 0xF8) == 0xF0) c = b & 0x07, len = 4;
-    else c = 0xFFFD, len = 0;
+    if (b < 0x80)
+      c = b, len = 1;
+    else if ((b & 0xE0) == 0xC0)
+      c = b & 0x1F, len = 2;
+    else if ((b & 0xF0) == 0xE0)
+      c = b & 0x0F, len = 3;
+    else if ((b & 0xF8) == 0xF0)
+      c = b & 0x07, len = 4;
+    else
+      c = 0xFFFD, len = 0;
     bool ok = len > 0 && i + len <= n;
     for (size_t k = 1; ok && k < len; ++k) {
       unsigned char cb = static_cast<unsigned char>(s[i + k]);
-      if ((cb & 0xC0) != 0x80) ok = false;
-      else c = (c << 6) | (cb & 0x3F);
+      if ((cb & 0xC0) != 0x80)
+        ok = false;
+      else
+        c = (c << 6) | (cb & 0x3F);
     }
     if (ok && ((len == 2 && c < 0x80) || (len == 3 && c < 0x800) || (len == 4 && c < 0x10000) ||
                c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)))
@@ -683,10 +820,22 @@ bool equals_text(StringView a, StringView b) noexcept {
   return true;
 }
 
+int compare_text(StringView a, StringView b) noexcept {
+  size_t n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    char16_t x = fold(a[i]), y = fold(b[i]);
+    if (x != y) return x < y ? -1 : 1;
+  }
+  return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+}
+
 int32_t instr_text(int32_t start, StringView s, StringView what) noexcept {
   if (start < 1) start = 1;
   size_t from = static_cast<size_t>(start - 1);
-  if (what.empty()) return from <= s.size() ? start : 0;
+  // Empty text to search, or a start past its end, finds nothing; an empty sought text is
+  // found where the search starts.
+  if (from >= s.size()) return 0;
+  if (what.empty()) return start;
   for (size_t i = from; i + what.size() <= s.size(); ++i)
     if (starts_with_text(s, i, what)) return static_cast<int32_t>(i + 1);
   return 0;
@@ -695,7 +844,7 @@ int32_t instr_text(int32_t start, StringView s, StringView what) noexcept {
 int32_t instr(int32_t start, StringView s, StringView what) noexcept {
   if (start < 1) start = 1;
   size_t from = static_cast<size_t>(start - 1);
-  if (from > s.size()) return 0;
+  if (from >= s.size()) return 0;
   size_t p = s.find(what, from);
   return p == StringView::npos ? 0 : static_cast<int32_t>(p + 1);
 }
