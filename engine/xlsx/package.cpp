@@ -44,9 +44,10 @@ std::string percent_decode(std::string_view s) {
   return out;
 }
 
-// Where a document type declaration could be: before the root element, after the XML
-// declaration, comments and processing instructions. Returns whether one is there.
-bool has_doctype(std::string_view text) {
+// What stands around the root element, where the parser is more lenient than XML: a
+// document type declaration (entity definitions are how XML bombs grow; no workbook part has
+// one) or stray text. Returns the problem, or empty.
+std::string prolog_problem(std::string_view text) {
   size_t i = 0;
   if (starts_with(text, "\xEF\xBB\xBF")) i = 3;
   // UTF-16 text: look at every other byte; the markup is ASCII either way.
@@ -54,31 +55,39 @@ bool has_doctype(std::string_view text) {
   if (text.size() >= 2 &&
       ((text[0] == '\xFF' && text[1] == '\xFE') || (text[0] == '\xFE' && text[1] == '\xFF'))) {
     size_t off = text[0] == '\xFF' ? 2 : 3;
-    for (size_t k = off; k < text.size() && narrowed.size() < 65536; k += 2) narrowed += text[k];
+    for (size_t k = off; k < text.size(); k += 2) narrowed += text[k];
     text = narrowed;
     i = 0;
   }
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\0'; };
   while (i < text.size()) {
     char c = text[i];
-    if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
+    if (blank(c)) {
       ++i;
       continue;
     }
-    if (c != '<') return false;
+    if (c != '<') return "is not well-formed XML (text before the root element)";
     std::string_view rest = text.substr(i);
     if (starts_with(rest, "<?")) {
       size_t end = text.find("?>", i + 2);
-      if (end == std::string_view::npos) return false;
+      if (end == std::string_view::npos) return {};
       i = end + 2;
     } else if (starts_with(rest, "<!--")) {
       size_t end = text.find("-->", i + 4);
-      if (end == std::string_view::npos) return false;
+      if (end == std::string_view::npos) return {};
       i = end + 3;
+    } else if (starts_with(rest, "<!")) {
+      return "has a document type declaration, which no workbook part has (refused: entity "
+             "definitions are how XML bombs grow)";
     } else {
-      return starts_with(rest, "<!");
+      break;
     }
   }
-  return false;
+  size_t end = text.size();
+  while (end > i && blank(text[end - 1])) --end;
+  if (end > i && text[end - 1] != '>')
+    return "is not well-formed XML (text after the root element)";
+  return {};
 }
 
 struct MainType {
@@ -104,18 +113,26 @@ std::string_view Relationship::kind() const {
 }
 
 void parse_xml(std::string& text, pugi::xml_document& doc, const std::string& where) {
-  if (has_doctype(text))
-    throw Error(err::host_failure,
-                where +
-                    " has a document type declaration, which no workbook part has "
-                    "(refused: entity definitions are how XML bombs grow)");
+  if (std::string problem = prolog_problem(text); !problem.empty())
+    throw Error(err::host_failure, where + " " + problem);
   unsigned options = pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single;
   auto r = doc.load_buffer_inplace(text.data(), text.size(), options);
   if (!r)
     throw Error(err::host_failure, where + " is not well-formed XML (" + r.description() +
                                        " at byte " + std::to_string(r.offset) + ")");
-  if (!doc.document_element())
-    throw Error(err::host_failure, where + " is not well-formed XML (no root element)");
+  // The parser tolerates stray text and several elements at the top; XML does not, and a
+  // part with them was damaged or made by something we should not trust to mean one thing.
+  int roots = 0;
+  for (pugi::xml_node n : doc.children()) {
+    if (n.type() == pugi::node_element) ++roots;
+    if (n.type() == pugi::node_pcdata || n.type() == pugi::node_cdata)
+      throw Error(err::host_failure,
+                  where + " is not well-formed XML (text outside the root element)");
+  }
+  if (roots != 1)
+    throw Error(err::host_failure, where + " is not well-formed XML (" +
+                                       (roots ? "more than one root element" : "no root element") +
+                                       ")");
 }
 
 void Package::fail(const std::string& problem) const {
