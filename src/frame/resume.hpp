@@ -9,6 +9,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "qzxl/error.hpp"
+
 namespace qz {
 
 namespace detail {
@@ -51,6 +53,15 @@ bool assign(T& target, F&& f) noexcept {
     detail::skipped_steps.fetch_add(1, std::memory_order_relaxed);
     return false;
   }
+}
+
+/// The object itself; raises error 424 for Nothing, as the runtime does when a member is
+/// called on an unset reference, so that the surrounding step is skipped instead of the
+/// process crashing.
+template <class P>
+const P& require(const P& object) {
+  if (!object) throw Error(err::object_required, "Object required");
+  return object;
 }
 
 /// Steps skipped so far in this process.

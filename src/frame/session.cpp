@@ -70,7 +70,9 @@ Session& session() {
   return s;
 }
 
-void install_service_makers(ServiceMakers m) { makers() = std::move(m); }
+void install_service_makers(ServiceMakers m) {
+  makers() = std::move(m);
+}
 
 void module_entry() {
   if (module_entered()) return;
@@ -130,19 +132,21 @@ bool is_qz_caption(StringView caption) {
 }
 
 String UndoBtnCaption() {
-  return value_or(String(), [] { return session().LibMenu->UndoButton()->caption(); });
+  return value_or(String(),
+                  [] { return require(require(session().LibMenu)->UndoButton())->caption(); });
 }
 
 String RedoBtnCaption() {
-  return value_or(String(), [] { return session().LibMenu->RedoButton()->caption(); });
+  return value_or(String(),
+                  [] { return require(require(session().LibMenu)->RedoButton())->caption(); });
 }
 
 void ResetXLUndoRedo() {
   Session& s = session();
-  step([&] { s.LibUndoRedo->ClearUndoStack(); });
-  step([&] { s.LibUndoRedo->ClearRedoStack(); });
-  if (is_qz_caption(UndoBtnCaption())) step([&] { s.XLApp->on_undo(u"", u""); });
-  if (is_qz_caption(RedoBtnCaption())) step([&] { s.XLApp->on_repeat(u"", u""); });
+  step([&] { require(s.LibUndoRedo)->ClearUndoStack(); });
+  step([&] { require(s.LibUndoRedo)->ClearRedoStack(); });
+  if (is_qz_caption(UndoBtnCaption())) step([&] { require(s.XLApp)->on_undo(u"", u""); });
+  if (is_qz_caption(RedoBtnCaption())) step([&] { require(s.XLApp)->on_repeat(u"", u""); });
 }
 
 host::ApplicationPtr GetXLApp(bool& started) {
@@ -160,7 +164,7 @@ host::ApplicationPtr GetXLApp(bool& started) {
   if (launched) {
     bool idle = value_or(false, [&] { return platform->wait_for_input_idle(60000); });
     if (idle) {
-      step([&] { s.VBLib->iWinAPI->bring_to_front(foreground); });
+      step([&] { require(require(s.VBLib)->iWinAPI)->bring_to_front(foreground); });
       step([&] { app = platform->running_application(u"Excel.Application"); });
     }
   }

@@ -26,11 +26,18 @@ fs::path config_dir() {
   return fs::path(".qzxl");
 }
 
-// An INI file of sections and `name=value` lines, UTF-8. Values are kept on one line, so
-// line breaks inside a value are escaped as \n (and a backslash as \\).
-using Sections = std::map<String, std::map<String, String>>;
+// An INI file of sections and `name=value` lines, UTF-8. Section and value names are
+// compared without regard to case, as the registry compares them on Windows, so that a
+// setting reads back the same whichever store holds it. Everything is kept on one line per
+// value: line breaks and backslashes are escaped everywhere, and in names also the
+// characters that would read as INI syntax ("=", "[", "]", ";", "#").
+struct TextLess {
+  bool operator()(const String& a, const String& b) const { return compare_text(a, b) < 0; }
+};
+using Values = std::map<String, String, TextLess>;
+using Sections = std::map<String, Values, TextLess>;
 
-String unescape(const std::string& s) {
+String unescape(std::string_view s) {
   std::string out;
   for (size_t i = 0; i < s.size(); ++i) {
     if (s[i] == '\\' && i + 1 < s.size()) {
@@ -43,15 +50,32 @@ String unescape(const std::string& s) {
   return from_utf8(out);
 }
 
-std::string escape(const String& s) {
+std::string escape(const String& s, bool name) {
   std::string out;
   for (char c : to_utf8(s)) {
-    if (c == '\\') out += "\\\\";
-    else if (c == '\n') out += "\\n";
-    else if (c == '\r') out += "\\r";
-    else out.push_back(c);
+    if (c == '\\')
+      out += "\\\\";
+    else if (c == '\n')
+      out += "\\n";
+    else if (c == '\r')
+      out += "\\r";
+    else if (name && (c == '=' || c == '[' || c == ']' || c == ';' || c == '#'))
+      out += '\\', out += c;
+    else
+      out.push_back(c);
   }
   return out;
+}
+
+// Position of the first "=" that is not escaped, or npos.
+size_t find_separator(const std::string& line) {
+  for (size_t i = 0; i < line.size(); ++i) {
+    if (line[i] == '\\')
+      ++i;
+    else if (line[i] == '=')
+      return i;
+  }
+  return std::string::npos;
 }
 
 Sections parse(std::istream& in) {
@@ -62,12 +86,13 @@ Sections parse(std::istream& in) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty() || line[0] == ';' || line[0] == '#') continue;
     if (line[0] == '[' && line.back() == ']') {
-      section = from_utf8(line.substr(1, line.size() - 2));
+      section = unescape(std::string_view(line).substr(1, line.size() - 2));
       continue;
     }
-    auto eq = line.find('=');
+    size_t eq = find_separator(line);
     if (eq == std::string::npos) continue;
-    out[section][from_utf8(line.substr(0, eq))] = unescape(line.substr(eq + 1));
+    out[section][unescape(std::string_view(line).substr(0, eq))] =
+        unescape(std::string_view(line).substr(eq + 1));
   }
   return out;
 }
@@ -111,7 +136,14 @@ class FileBackend final : public SettingsBackend {
   }
 
   void write(const String& section, const String& name, const String& value) override {
-    modify([&](Sections& all) { all[section][name] = value; });
+    modify([&](Sections& all) {
+      // A name already stored keeps its first spelling; only the value changes.
+      Values& values = all[section];
+      if (auto it = values.find(name); it != values.end())
+        it->second = value;
+      else
+        values.emplace(name, value);
+    });
   }
 
   void remove(const String& section, const String& name) override {
@@ -149,8 +181,8 @@ class FileBackend final : public SettingsBackend {
     std::ostringstream out;
     for (const auto& [section, values] : all) {
       if (values.empty()) continue;
-      out << '[' << to_utf8(section) << "]\n";
-      for (const auto& [k, v] : values) out << to_utf8(k) << '=' << escape(v) << '\n';
+      out << '[' << escape(section, true) << "]\n";
+      for (const auto& [k, v] : values) out << escape(k, true) << '=' << escape(v, false) << '\n';
     }
     // Written beside the target and renamed over it, so a reader never sees half a file.
     fs::path tmp = dir / ("settings.ini.tmp" + std::to_string(
@@ -174,7 +206,9 @@ class FileBackend final : public SettingsBackend {
 
 }  // namespace
 
-std::shared_ptr<SettingsBackend> file_settings_backend() { return std::make_shared<FileBackend>(); }
+std::shared_ptr<SettingsBackend> file_settings_backend() {
+  return std::make_shared<FileBackend>();
+}
 
 std::shared_ptr<SettingsBackend>& settings_backend() {
   static std::shared_ptr<SettingsBackend> backend = file_settings_backend();

@@ -117,8 +117,12 @@ class Files : public Object {
   String type_name() const override { return u"iFile"; }
   static bool exists(const String& path);
   static bool folder_exists(const String& path);
+  /// True when the file exists and cannot be written: marked read-only, or not writable by
+  /// this user.
   static bool is_read_only(const String& path);
-  /// A folder name without trailing separator, with "." and ".." resolved textually.
+  /// A folder name without trailing separator (a bare root keeps its own: "C:\\", "/"), with
+  /// repeated separators folded and "." and ".." resolved textually; Windows paths keep
+  /// backslashes. "" stays "".
   static String normalise_folder(const String& path);
   /// The per-user application-data folder (through the platform seam).
   static String app_data_folder();
@@ -155,8 +159,11 @@ class Collection : public Object {
   int32_t count() const { return static_cast<int32_t>(items_.size()); }
   /// 1-based; raises error 9 outside.
   const Variant& item(int32_t index) const;
+  /// Adds at the end; a key already in use (compared without regard to case) raises 5.
   void add(Variant value, const String& key = u"");
-  /// Late-bound members Count, Item(i), Add(v).
+  /// Removes by 1-based position or by key.
+  void remove(const Variant& index);
+  /// Late-bound members Count, Item(i or key), Add(v, key), Remove(i or key).
   Variant invoke(StringView name, Invoke kind, std::span<Variant> args) override;
   bool has_member(StringView name) const override;
 
