@@ -185,6 +185,9 @@ String Strings::join_path(StringView folder, StringView file_name) {
 }
 
 String Strings::message(int32_t number) {
+  // Callers join these pieces with the name of the entry or sheet concerned, so they end and
+  // begin where a name fits: 2004 & "Quantity" & 4 reads "Please enter a whole number for
+  // Quantity."
   switch (number) {
     case 4:
       return u".";
@@ -199,8 +202,9 @@ String Strings::message(int32_t number) {
     case 2007:
       return u".  The largest number allowed is ";
     case 5030:
-      return u"Color-code every cell of the active sheet by what it holds (inputs, formulas, "
-             u"links)?";
+      return u"AutoColor will color-code every cell of this sheet by what it holds (inputs, "
+             u"formulas and links), which may take a while on a large sheet.  Do you wish to "
+             u"proceed?";
     default:
       return String();
   }
