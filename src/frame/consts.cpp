@@ -4,6 +4,8 @@
 
 namespace qz {
 
-int32_t iXLLibConst::MainExcelWindowHandle() { return frame::GetXLMainWindow(); }
+int32_t iXLLibConst::MainExcelWindowHandle() {
+  return frame::GetXLMainWindow();
+}
 
 }  // namespace qz

@@ -63,16 +63,36 @@ void iXLLibPublic::InitXL(const host::ApplicationPtr& vApp) {
   initialised_ = true;
 }
 
-std::shared_ptr<_iAutoColor> iXLLibPublic::NewAutoColor() { return std::make_shared<iAutoColor>(); }
-std::shared_ptr<_iChartXL> iXLLibPublic::NewChartXL() { return std::make_shared<iChartXL>(); }
-std::shared_ptr<_iXLLibConst> iXLLibPublic::NewConst() { return std::make_shared<iXLLibConst>(); }
-std::shared_ptr<_iControl> iXLLibPublic::NewControl() { return std::make_shared<iControl>(); }
-std::shared_ptr<_iDisplay> iXLLibPublic::NewDisplay() { return std::make_shared<iDisplay>(); }
-std::shared_ptr<_iFormula> iXLLibPublic::NewFormula() { return std::make_shared<iFormula>(); }
-std::shared_ptr<_iMenu> iXLLibPublic::NewMenu() { return std::make_shared<iMenu>(); }
-std::shared_ptr<_iRange> iXLLibPublic::NewRange() { return std::make_shared<iRange>(); }
-std::shared_ptr<_iUndoRedo> iXLLibPublic::NewUndoRedo() { return std::make_shared<iUndoRedo>(); }
-std::shared_ptr<_iWorkbook> iXLLibPublic::NewWorkbook() { return std::make_shared<iWorkbook>(); }
+std::shared_ptr<_iAutoColor> iXLLibPublic::NewAutoColor() {
+  return std::make_shared<iAutoColor>();
+}
+std::shared_ptr<_iChartXL> iXLLibPublic::NewChartXL() {
+  return std::make_shared<iChartXL>();
+}
+std::shared_ptr<_iXLLibConst> iXLLibPublic::NewConst() {
+  return std::make_shared<iXLLibConst>();
+}
+std::shared_ptr<_iControl> iXLLibPublic::NewControl() {
+  return std::make_shared<iControl>();
+}
+std::shared_ptr<_iDisplay> iXLLibPublic::NewDisplay() {
+  return std::make_shared<iDisplay>();
+}
+std::shared_ptr<_iFormula> iXLLibPublic::NewFormula() {
+  return std::make_shared<iFormula>();
+}
+std::shared_ptr<_iMenu> iXLLibPublic::NewMenu() {
+  return std::make_shared<iMenu>();
+}
+std::shared_ptr<_iRange> iXLLibPublic::NewRange() {
+  return std::make_shared<iRange>();
+}
+std::shared_ptr<_iUndoRedo> iXLLibPublic::NewUndoRedo() {
+  return std::make_shared<iUndoRedo>();
+}
+std::shared_ptr<_iWorkbook> iXLLibPublic::NewWorkbook() {
+  return std::make_shared<iWorkbook>();
+}
 std::shared_ptr<_iWorksheet> iXLLibPublic::NewWorksheet() {
   return std::make_shared<iWorksheet>();
 }
@@ -83,7 +103,8 @@ std::shared_ptr<_iXLLibProduct> iXLLibPublic::NewProduct(const String& vQZProduc
   if (!initialised_) return nullptr;
   auto product = std::make_shared<iXLLibProduct>();
   step([&] { product->put_CodeName(vQZProductCodeName, vRepresentsProduct); });
-  step([&] { product->put_Name(vFriendlyName.is_missing() ? String() : to_string(vFriendlyName)); });
+  step(
+      [&] { product->put_Name(vFriendlyName.is_missing() ? String() : to_string(vFriendlyName)); });
   return product;
 }
 

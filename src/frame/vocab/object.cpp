@@ -9,7 +9,9 @@ Variant Object::invoke(StringView name, Invoke, std::span<Variant>) {
               "Object doesn't support this property or method: " + to_utf8(name));
 }
 
-bool Object::has_member(StringView) const { return false; }
+bool Object::has_member(StringView) const {
+  return false;
+}
 
 bool same_member(StringView a, StringView b) noexcept {
   if (a.size() != b.size()) return false;

@@ -53,7 +53,9 @@ bool Variant::is_number() const noexcept {
 }
 
 namespace {
-[[noreturn]] void mismatch() { throw Error(err::type_mismatch, "Type mismatch"); }
+[[noreturn]] void mismatch() {
+  throw Error(err::type_mismatch, "Type mismatch");
+}
 }  // namespace
 
 bool Variant::boolean() const {
@@ -126,7 +128,9 @@ bool operator==(const Variant& a, const Variant& b) {
   return false;
 }
 
-Array one_based(std::vector<Variant> values) { return Array(1, std::move(values)); }
+Array one_based(std::vector<Variant> values) {
+  return Array(1, std::move(values));
+}
 
 String type_name(const Variant& v) {
   switch (v.type()) {
