@@ -1,0 +1,85 @@
+// The engine's host objects, shared between the files that implement them. Host objects are
+// thin views: each holds the application state and the model object it shows, and asks the
+// model for everything.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "engine/core/address.hpp"
+#include "engine/core/engine.hpp"
+
+namespace qz::engine::detail {
+
+enum class RangeMode : uint8_t { Cells, Rows, Columns };
+
+[[noreturn]] void fail(const std::string& message);
+[[noreturn]] void not_found(const std::string& what);
+
+/// What the application holds: its workbooks and settings. Host objects share it.
+struct AppState : std::enable_shared_from_this<AppState> {
+  std::vector<BookPtr> books;
+  BookPtr active;
+  int32_t calculation = host::xl::CalculationAutomatic;
+  bool calculate_before_save = true;
+  bool display_alerts = true;
+  bool screen_updating = true;
+  int64_t volatile_calls = 0;
+  String alt_startup_path;
+  int32_t next_book = 1;
+  ApplicationOptions options;
+  /// A chart selected instead of cells (Chart.Activate, ChartObject.Activate).
+  ObjectPtr selected_object;
+  std::weak_ptr<host::Application> app;
+  /// One host object per model object, while anyone holds it (so `Is` comparisons hold).
+  std::map<const void*, std::weak_ptr<Object>> wrappers;
+
+  host::ApplicationPtr application();
+  host::WorkbookPtr workbook(const BookPtr& book);
+  host::WorksheetPtr worksheet(const BookPtr& book, const std::shared_ptr<Sheet>& sheet);
+  host::ChartPtr chart_sheet(const BookPtr& book, const std::shared_ptr<Sheet>& sheet);
+  /// A Worksheet or a Chart for a sheet.
+  ObjectPtr sheet_object(const BookPtr& book, const std::shared_ptr<Sheet>& sheet);
+  host::RangePtr range(const BookPtr& book, const std::shared_ptr<Sheet>& sheet,
+                       std::vector<Rect> areas, RangeMode mode = RangeMode::Cells);
+
+  /// Adds a book, makes it active, and sets its calculation mode to the application's.
+  void open_book(const BookPtr& book);
+  void close_book(const Book* book);
+  BookPtr find_book(StringView name) const;
+  /// The active sheet of the active workbook, if any.
+  std::shared_ptr<Sheet> active_sheet() const;
+  void activate_sheet(const BookPtr& book, const Sheet& sheet);
+  bool automatic() const { return calculation != host::xl::CalculationManual; }
+};
+
+/// Resolves reference text ("A1", "Sheet2!A1:B2", "'My S'!A1,B2", "Total", "[B.xlsx]S!A1")
+/// against a default sheet; `base` offsets unqualified addresses (Range.Range is relative).
+struct Resolved {
+  BookPtr book;
+  std::shared_ptr<Sheet> sheet;
+  std::vector<Rect> areas;
+};
+Resolved resolve(AppState& app, const BookPtr& book, const std::shared_ptr<Sheet>& sheet,
+                 StringView text, CellRef base = {});
+/// The areas a defined name refers to, when it refers to cells of one sheet.
+std::optional<Resolved> name_areas(const BookPtr& book, const DefinedName& name);
+/// "Sheet1!$A$1:$B$2,Sheet1!$C$3" for a name's RefersTo.
+String reference_text(const Sheet& sheet, const std::vector<Rect>& areas);
+
+host::NamesPtr make_names(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                          std::optional<SheetId> scope);
+host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                        const DefinedName& name);
+host::HyperlinksPtr make_hyperlinks(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                                    const std::shared_ptr<Sheet>& sheet,
+                                    std::optional<std::vector<Rect>> within);
+host::ChartPtr make_embedded_chart(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                                   const std::shared_ptr<Sheet>& sheet, const String& name);
+host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                        const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas,
+                        std::optional<std::pair<int32_t, int32_t>> chars = std::nullopt);
+
+}  // namespace qz::engine::detail

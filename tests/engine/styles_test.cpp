@@ -1,0 +1,179 @@
+// Formats: number formats and alignment over ranges, fonts that answer Null when cells or
+// characters differ, rich-text runs, fills, the palette and theme colours, and the style
+// table's append-only numbering.
+#include "engine_fixture.hpp"
+
+namespace qz::engine::test {
+namespace {
+
+using Styles = EngineTest;
+namespace xl = host::xl;
+
+TEST_F(Styles, NumberFormatAndAlignmentAreNullWhenCellsDiffer) {
+  r("A1:B2")->set_number_format(u"0.00");
+  EXPECT_EQ(to_utf8(to_string(r("A1:B2")->number_format())), "0.00");
+  r("B2")->set_number_format(u"0%");
+  EXPECT_TRUE(r("A1:B2")->number_format().is_null());
+  EXPECT_TRUE(r("A1,B2")->number_format().is_null());
+  EXPECT_EQ(to_utf8(to_string(r("C1")->number_format())), "General");
+  r("A1")->set_horizontal_alignment(Variant(xl::HAlignCenter));
+  EXPECT_EQ(r("A1")->horizontal_alignment(), Variant(xl::HAlignCenter));
+  EXPECT_TRUE(r("A1:A2")->horizontal_alignment().is_null());
+  EXPECT_THROW(r("A1")->set_horizontal_alignment(Variant(int32_t{12345})), Error);
+}
+
+TEST_F(Styles, WholeColumnFormatsWithoutCreatingEveryCell) {
+  put("B3", "1");
+  ws->range(V("B:B"))->set_number_format(u"0.0");
+  EXPECT_LT(sheet().cells.size(), 10u);
+  EXPECT_EQ(text("B3"), "1.0");
+  EXPECT_EQ(to_utf8(to_string(r("B999999")->number_format())), "0.0");
+  EXPECT_EQ(to_utf8(to_string(ws->range(V("B:B"))->number_format())), "0.0");
+  // A row format crossing the column: the crossing cell takes the later column format.
+  ws->range(V("5:5"))->set_number_format(u"0%");
+  ws->range(V("B:B"))->set_number_format(u"0.000");
+  EXPECT_EQ(to_utf8(to_string(r("B5")->number_format())), "0.000");
+  EXPECT_EQ(to_utf8(to_string(r("C5")->number_format())), "0%");
+}
+
+TEST_F(Styles, FontAnswersNullOverDifferingCells) {
+  auto f = r("A1:A2")->font();
+  EXPECT_EQ(to_utf8(to_string(f->name())), "Calibri");
+  EXPECT_EQ(f->size(), Variant(11.0));
+  EXPECT_EQ(f->bold(), Variant(false));
+  r("A2")->font()->set_bold(Variant(true));
+  EXPECT_TRUE(f->bold().is_null());
+  EXPECT_TRUE(f->font_style().is_null());
+  EXPECT_EQ(to_utf8(to_string(r("A2")->font()->font_style())), "Bold");
+  EXPECT_EQ(f->italic(), Variant(false));
+  r("A2")->font()->set_font_style(V("Bold Italic"));
+  EXPECT_EQ(r("A2")->font()->italic(), Variant(true));
+  r("A1")->font()->set_name(V("Arial"));
+  EXPECT_TRUE(f->name().is_null());
+  r("A1:A2")->font()->set_name(V("Courier New"));
+  EXPECT_EQ(to_utf8(to_string(f->name())), "Courier New");
+  r("A1")->font()->set_underline(Variant(xl::UnderlineStyleDouble));
+  EXPECT_EQ(r("A1")->font()->underline(), Variant(xl::UnderlineStyleDouble));
+  EXPECT_TRUE(f->underline().is_null());
+  EXPECT_THROW(r("A1")->font()->set_size(Variant(0.0)), Error);
+}
+
+TEST_F(Styles, CharactersCarryRunsAndMixedRunsReadNull) {
+  put("A1", "x2 and more");
+  EXPECT_EQ(r("A1")->characters()->count(), 11);
+  EXPECT_EQ(to_utf8(r("A1")->characters(V(2), V(1))->text()), "2");
+  r("A1")->characters(V(2), V(1))->font()->set_superscript(Variant(true));
+  auto whole = r("A1")->font();
+  EXPECT_TRUE(whole->superscript().is_null());
+  EXPECT_EQ(r("A1")->characters(V(1), V(1))->font()->superscript(), Variant(false));
+  EXPECT_EQ(r("A1")->characters(V(2), V(1))->font()->superscript(), Variant(true));
+  EXPECT_TRUE(r("A1")->characters(V(1), V(2))->font()->superscript().is_null());
+  // The other properties are still uniform.
+  EXPECT_EQ(to_utf8(to_string(whole->name())), "Calibri");
+  EXPECT_EQ(whole->subscript(), Variant(false));
+  // Setting a property on the whole cell reaches every run, and the runs stay apart.
+  whole->set_color(Variant(int32_t{255}));
+  EXPECT_EQ(r("A1")->characters(V(2), V(1))->font()->color(), Variant(int32_t{255}));
+  EXPECT_EQ(whole->color(), Variant(int32_t{255}));
+  EXPECT_TRUE(whole->superscript().is_null());
+  // Clearing the superscript makes the text uniform again.
+  whole->set_superscript(Variant(false));
+  EXPECT_EQ(whole->superscript(), Variant(false));
+  // Subscript and superscript exclude each other.
+  r("A1")->characters(V(3), V(2))->font()->set_subscript(Variant(true));
+  r("A1")->characters(V(3), V(1))->font()->set_superscript(Variant(true));
+  EXPECT_EQ(r("A1")->characters(V(3), V(1))->font()->subscript(), Variant(false));
+  EXPECT_EQ(r("A1")->characters(V(4), V(1))->font()->subscript(), Variant(true));
+  // Mixed cells and mixed characters together.
+  put("A2", "plain");
+  EXPECT_TRUE(r("A1:A2")->font()->subscript().is_null());
+  EXPECT_EQ(r("A2")->font()->subscript(), Variant(false));
+}
+
+TEST_F(Styles, CharactersOfANumberAreTheWholeCell) {
+  r("B1")->set_value(Variant(1234.0));
+  EXPECT_EQ(r("B1")->characters()->count(), 4);
+  r("B1")->characters(V(1), V(1))->font()->set_bold(Variant(true));
+  EXPECT_EQ(r("B1")->font()->bold(), Variant(true));
+}
+
+TEST_F(Styles, ColorIndexIsTheNearestPaletteEntry) {
+  auto f = r("A1")->font();
+  EXPECT_EQ(f->color_index(), Variant(xl::ColorIndexAutomatic));
+  EXPECT_EQ(f->color(), Variant(int32_t{0}));
+  f->set_color(Variant(int32_t{255}));  // pure red
+  EXPECT_EQ(f->color_index(), Variant(int32_t{3}));
+  f->set_color(Variant(int32_t{0x00FFFF}));          // yellow: red 255 + 256 * green 255
+  EXPECT_EQ(f->color_index(), Variant(int32_t{6}));  // the first of two equal entries
+  f->set_color(Variant(int32_t{250 + 256 * 5}));     // nearly red
+  EXPECT_EQ(f->color_index(), Variant(int32_t{3}));
+  f->set_color_index(Variant(int32_t{10}));
+  EXPECT_EQ(f->color(), Variant(int32_t{0x008000}));  // dark green
+  // The palette can change; indexed colours follow it.
+  wb->set_colors(10, 0x123456);
+  EXPECT_EQ(wb->colors(10), 0x123456);
+  EXPECT_EQ(f->color(), Variant(int32_t{0x123456}));
+  EXPECT_THROW(wb->colors(57), Error);
+  EXPECT_THROW(f->set_color_index(Variant(int32_t{57})), Error);
+}
+
+TEST_F(Styles, InteriorWithoutFillAndWithOne) {
+  auto in = r("A1:B1")->interior();
+  EXPECT_EQ(in->color_index(), Variant(xl::ColorIndexNone));
+  EXPECT_EQ(in->color(), Variant(int32_t{16777215}));
+  r("B1")->interior()->set_color(Variant(int32_t{0x00FFFF}));
+  EXPECT_TRUE(in->color().is_null());
+  EXPECT_EQ(r("B1")->interior()->color_index(), Variant(int32_t{6}));
+  r("A1")->interior()->set_color_index(Variant(int32_t{6}));
+  EXPECT_EQ(in->color(), Variant(int32_t{0x00FFFF}));
+  in->set_color_index(Variant(xl::ColorIndexNone));
+  EXPECT_EQ(in->color_index(), Variant(xl::ColorIndexNone));
+}
+
+TEST_F(Styles, TableIsAppendOnlyAndDeduplicates) {
+  StyleTable& st = book().styles;
+  size_t fonts = st.fonts.size(), xfs = st.xfs.size();
+  Xf first = st.xfs[0];
+  r("A1")->font()->set_bold(Variant(true));
+  r("A2")->font()->set_bold(Variant(true));
+  EXPECT_EQ(st.fonts.size(), fonts + 1);
+  EXPECT_EQ(st.xfs.size(), xfs + 1);
+  EXPECT_TRUE(st.xfs[0] == first);
+  EXPECT_EQ(st.xfs.back().derived_from, 0);
+  EXPECT_EQ(sheet().cells.find(0, 0)->style(), sheet().cells.find(1, 0)->style());
+  r("A1")->font()->set_bold(Variant(false));
+  EXPECT_EQ(sheet().cells.find(0, 0)->style(), 0u);  // back to the first format, not a copy
+  uint32_t id = st.numfmt_id(u"0.0000");
+  EXPECT_GE(id, 164u);
+  EXPECT_EQ(st.numfmt_id(u"0.0000"), id);
+  EXPECT_EQ(st.numfmt_id(u"0.00"), 2u);  // built in
+  EXPECT_TRUE(st.changed);
+}
+
+TEST_F(Styles, ThemeAndIndexedColoursResolve) {
+  Book& b = book();
+  Color c;
+  c.kind = Color::Kind::Theme;
+  c.index = 1;  // dark 1
+  EXPECT_EQ(b.rgb(c), 0x000000);
+  c.index = 0;  // light 1
+  EXPECT_EQ(b.rgb(c), 0xFFFFFF);
+  c.index = 4;  // accent 1, 0x4472C4
+  EXPECT_EQ(b.rgb(c), 0xC47244);
+  c.tint = 0.5;  // half way to white
+  int32_t lighter = b.rgb(c);
+  EXPECT_GT(lighter & 0xFF, 0x44);
+  EXPECT_GT((lighter >> 16) & 0xFF, 0xC4);
+  c.index = 0;
+  c.tint = -0.5;
+  EXPECT_EQ(b.rgb(c), 0x808080);
+  Color idx;
+  idx.kind = Color::Kind::Indexed;
+  idx.index = 2;
+  EXPECT_EQ(b.rgb(idx), 0x0000FF);
+  idx.index = 64;
+  EXPECT_EQ(b.rgb(idx, 7), 7);  // the system colour stands for automatic
+}
+
+}  // namespace
+}  // namespace qz::engine::test
