@@ -66,6 +66,10 @@ class SheetResolver {
   virtual std::optional<SheetId> sheet_id(StringView name) const = 0;
   /// The sheet's current name.
   virtual String sheet_name(SheetId id) const = 0;
+  /// The sheets from `first` to `last` in workbook order, both included, for 3-D
+  /// references such as Sheet1:Sheet3!A1. A workbook that does not answer (the default)
+  /// makes such references evaluate to #REF!.
+  virtual std::vector<SheetId> sheets_between(SheetId first, SheetId last) const { return {}; }
 };
 
 enum class Notation : uint8_t { A1, R1C1 };
@@ -136,8 +140,17 @@ class EvalContext {
 };
 
 /// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the
-/// referenced cell's value (a multi-cell result yields its top-left value, as a cell shows).
+/// referenced cell's value; a multi-cell reference yields the cell in the formula's own row
+/// or column (implicit intersection, #VALUE! when there is none), and an array its top-left
+/// value, as a cell shows them. An empty result is 0.
 Value evaluate(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx);
+
+/// Evaluates an array formula entered over `rows` x `cols` cells with its top-left cell at
+/// `origin`: references inside work element by element. Returns rows x cols values, row by
+/// row; a result of one row or column repeats across the block, and positions beyond the
+/// result hold #N/A.
+std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx,
+                                  int32_t rows = 1, int32_t cols = 1);
 
 /// The cells a formula reads, for the dependency graph. Names are reported by text (their
 /// own references are the workbook's to expand).

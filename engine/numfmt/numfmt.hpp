@@ -17,8 +17,18 @@ std::optional<String> builtin_code(int32_t id);
 std::optional<int32_t> builtin_id(StringView code);
 
 /// What a format shows for numbers.
-enum class Kind : uint8_t { General, Number, Percent, Scientific, Fraction, Date, Time, DateTime,
-                            Elapsed, Text };
+enum class Kind : uint8_t {
+  General,
+  Number,
+  Percent,
+  Scientific,
+  Fraction,
+  Date,
+  Time,
+  DateTime,
+  Elapsed,
+  Text
+};
 /// Classifies a code by its first section: dates (d, m next to d/y, y), times (h, s, AM/PM,
 /// m next to h or s), both, elapsed ([h], [m], [s]), ... Literal text and escapes are not
 /// mistaken for codes ("\d", "\"days\"" are no day).

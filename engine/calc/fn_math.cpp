@@ -1,0 +1,452 @@
+// Arithmetic: sums, products, rounding, powers and the conditional sums.
+#include <algorithm>
+#include <numeric>
+#include <random>
+
+#include "engine/calc/fn_util.hpp"
+
+namespace qz::engine::calc {
+namespace {
+
+using namespace fn;
+
+std::mt19937_64& rng() {
+  static std::mt19937_64 g{std::random_device{}()};
+  return g;
+}
+
+Operand f_sum(Args& a) {
+  double s = 0;
+  each_number_all(a, [&](double d) { s += d; });
+  return num(s);
+}
+
+Operand f_product(Args& a) {
+  double p = 1;
+  bool any = false;
+  each_number_all(a, [&](double d) {
+    p *= d;
+    any = true;
+  });
+  return num(any ? p : 0);
+}
+
+Operand f_sumsq(Args& a) {
+  double s = 0;
+  each_number_all(a, [&](double d) { s += d * d; });
+  return num(s);
+}
+
+Operand f_abs(Args& a) {
+  return num(std::fabs(number(a, 0)));
+}
+Operand f_int(Args& a) {
+  return num(std::floor(number(a, 0)));
+}
+Operand f_sign(Args& a) {
+  double x = number(a, 0);
+  return num(x > 0 ? 1 : x < 0 ? -1 : 0);
+}
+Operand f_sqrt(Args& a) {
+  double x = number(a, 0);
+  if (x < 0) return error(cell_error::num);
+  return num(std::sqrt(x));
+}
+Operand f_exp(Args& a) {
+  return num(std::exp(number(a, 0)));
+}
+Operand f_ln(Args& a) {
+  double x = number(a, 0);
+  if (x <= 0) return error(cell_error::num);
+  return num(std::log(x));
+}
+Operand f_log10(Args& a) {
+  double x = number(a, 0);
+  if (x <= 0) return error(cell_error::num);
+  return num(std::log10(x));
+}
+Operand f_log(Args& a) {
+  double x = number(a, 0);
+  double base = number_or(a, 1, 10);
+  if (x <= 0 || base <= 0) return error(cell_error::num);
+  if (base == 1) return error(cell_error::div0);
+  return num(std::log(x) / std::log(base));
+}
+Operand f_power(Args& a) {
+  double x = number(a, 0), y = number(a, 1);
+  if (x == 0 && y == 0) return error(cell_error::num);
+  if (x == 0 && y < 0) return error(cell_error::div0);
+  return num(std::pow(x, y));
+}
+Operand f_pi(Args&) {
+  return num(3.14159265358979323846);
+}
+
+Operand f_mod(Args& a) {
+  double x = number(a, 0), y = number(a, 1);
+  if (y == 0) return error(cell_error::div0);
+  // The result takes the divisor's sign.
+  double r = x - y * std::floor(x / y);
+  if (numbers_equal(r, y)) r = 0;
+  return num(r);
+}
+Operand f_quotient(Args& a) {
+  double x = number(a, 0), y = number(a, 1);
+  if (y == 0) return error(cell_error::div0);
+  return num(std::trunc(x / y));
+}
+
+Operand f_round(Args& a) {
+  return num(round_half_away(number(a, 0), static_cast<int>(integer(a, 1))));
+}
+
+double round_toward(double x, int digits, bool up) {
+  double scale = std::pow(10.0, std::abs(digits));
+  double y = digits >= 0 ? x * scale : x / scale;
+  // Snap a value a hair off a whole number (0.1*3*10 = 3.0000000000000004) first.
+  double snapped = std::round(y);
+  if (std::fabs(y - snapped) < 1e-9 * std::max(1.0, std::fabs(y))) y = snapped;
+  double r = up ? (y < 0 ? std::floor(y) : std::ceil(y)) : std::trunc(y);
+  return digits >= 0 ? r / scale : r * scale;
+}
+Operand f_roundup(Args& a) {
+  return num(round_toward(number(a, 0), static_cast<int>(integer(a, 1)), true));
+}
+Operand f_rounddown(Args& a) {
+  return num(round_toward(number(a, 0), static_cast<int>(integer(a, 1)), false));
+}
+Operand f_trunc(Args& a) {
+  return num(round_toward(number(a, 0), a.missing(1) ? 0 : static_cast<int>(integer(a, 1)), false));
+}
+
+double multiple_round(double x, double m, int dir) {
+  // dir: 1 ceiling (away from zero for CEILING's sign rules), -1 floor, 0 nearest
+  double q = x / m;
+  double snapped = std::round(q);
+  if (std::fabs(q - snapped) < 1e-9) q = snapped;
+  double r = dir > 0 ? std::ceil(q) : dir < 0 ? std::floor(q) : std::floor(q + 0.5);
+  return r * m;
+}
+
+Operand f_ceiling(Args& a) {
+  double x = number(a, 0);
+  double m = a.size() > 1 ? number(a, 1) : 1;
+  if (m == 0 || x == 0) return num(0);
+  if (x > 0 && m < 0) return error(cell_error::num);
+  // Negative numbers with a negative significance round away from zero.
+  if (x < 0 && m < 0) return num(-multiple_round(-x, -m, 1));
+  return num(multiple_round(x, m, 1));
+}
+Operand f_ceiling_math(Args& a) {
+  double x = number(a, 0);
+  double m = a.missing(1) ? 1 : std::fabs(number(a, 1));
+  bool away = !a.missing(2) && number(a, 2) != 0;
+  if (m == 0) return num(0);
+  if (x < 0 && away) return num(-multiple_round(-x, m, 1));
+  return num(multiple_round(x, m, 1));
+}
+Operand f_floor(Args& a) {
+  double x = number(a, 0);
+  double m = a.size() > 1 ? number(a, 1) : 1;
+  if (m == 0) return x == 0 ? num(0) : error(cell_error::div0);
+  if (x > 0 && m < 0) return error(cell_error::num);
+  if (x < 0 && m < 0) return num(-multiple_round(-x, -m, -1));
+  return num(multiple_round(x, m, -1));
+}
+Operand f_floor_math(Args& a) {
+  double x = number(a, 0);
+  double m = a.missing(1) ? 1 : std::fabs(number(a, 1));
+  bool toward_zero = !a.missing(2) && number(a, 2) != 0;
+  if (m == 0) return num(0);
+  if (x < 0 && toward_zero) return num(-multiple_round(-x, m, -1));
+  return num(multiple_round(x, m, -1));
+}
+Operand f_mround(Args& a) {
+  double x = number(a, 0), m = number(a, 1);
+  if (m == 0) return num(0);
+  if ((x > 0 && m < 0) || (x < 0 && m > 0)) return error(cell_error::num);
+  double q = x / m;
+  return num(round_half_away(q, 0) * m);
+}
+Operand f_even(Args& a) {
+  double x = number(a, 0);
+  double r = std::ceil(std::fabs(x) / 2 - 1e-12) * 2;
+  return num(x < 0 ? -r : r);
+}
+Operand f_odd(Args& a) {
+  double x = number(a, 0);
+  double ax = std::fabs(x);
+  double r = std::ceil((ax - 1) / 2 - 1e-12) * 2 + 1;
+  if (r < 1) r = 1;
+  return num(x < 0 ? -r : r);
+}
+Operand f_fact(Args& a) {
+  double x = std::floor(number(a, 0));
+  if (x < 0) return error(cell_error::num);
+  double r = 1;
+  for (int i = 2; i <= x; ++i) r *= i;
+  return num(r);
+}
+Operand f_combin(Args& a) {
+  double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
+  if (n < 0 || k < 0 || k > n) return error(cell_error::num);
+  double r = 1;
+  for (int i = 1; i <= k; ++i) r = r * (n - k + i) / i;
+  return num(std::round(r));
+}
+Operand f_gcd(Args& a) {
+  double g = 0;
+  each_number_all(a, [&](double d) {
+    if (d < 0) raise(cell_error::num);
+    double x = std::trunc(d);
+    double y = g;
+    while (x != 0) {
+      double t = std::fmod(y, x);
+      y = x;
+      x = t;
+    }
+    g = y;
+  });
+  return num(g);
+}
+Operand f_lcm(Args& a) {
+  double l = 1;
+  bool zero = false;
+  each_number_all(a, [&](double d) {
+    if (d < 0) raise(cell_error::num);
+    double x = std::trunc(d);
+    if (x == 0) {
+      zero = true;
+      return;
+    }
+    double p = l, q = x;
+    while (q != 0) {
+      double t = std::fmod(p, q);
+      p = q;
+      q = t;
+    }
+    l = l / p * x;
+  });
+  return num(zero ? 0 : l);
+}
+
+Operand f_rand(Args&) {
+  std::uniform_real_distribution<double> d(0.0, 1.0);
+  return num(d(rng()));
+}
+Operand f_randbetween(Args& a) {
+  double lo = std::ceil(number(a, 0)), hi = std::floor(number(a, 1));
+  if (lo > hi) return error(cell_error::num);
+  std::uniform_int_distribution<int64_t> d(static_cast<int64_t>(lo), static_cast<int64_t>(hi));
+  return num(static_cast<double>(d(rng())));
+}
+
+template <double (*F)(double)>
+Operand unary_fn(Args& a) {
+  return num(F(number(a, 0)));
+}
+double radians(double x) {
+  return x * 3.14159265358979323846 / 180;
+}
+double degrees(double x) {
+  return x * 180 / 3.14159265358979323846;
+}
+double sin_(double x) {
+  return std::sin(x);
+}
+double cos_(double x) {
+  return std::cos(x);
+}
+double tan_(double x) {
+  return std::tan(x);
+}
+double atan_(double x) {
+  return std::atan(x);
+}
+Operand f_asin(Args& a) {
+  double x = number(a, 0);
+  if (x < -1 || x > 1) return error(cell_error::num);
+  return num(std::asin(x));
+}
+Operand f_acos(Args& a) {
+  double x = number(a, 0);
+  if (x < -1 || x > 1) return error(cell_error::num);
+  return num(std::acos(x));
+}
+Operand f_atan2(Args& a) {
+  double x = number(a, 0), y = number(a, 1);
+  if (x == 0 && y == 0) return error(cell_error::div0);
+  return num(std::atan2(y, x));
+}
+
+// ---- SUMPRODUCT and the conditional sums ------------------------------------------------
+
+Operand f_sumproduct(Args& a) {
+  std::vector<Matrix> ms;
+  for (size_t i = 0; i < a.size(); ++i) {
+    Operand o = a.get_array(i);
+    ms.push_back(a.ev().matrix(o));
+    if (ms.back().rows != ms[0].rows || ms.back().cols != ms[0].cols)
+      return error(cell_error::value);
+  }
+  double s = 0;
+  size_t n = ms[0].cells.size();
+  for (size_t k = 0; k < n; ++k) {
+    double p = 1;
+    for (const Matrix& m : ms) {
+      const Value& v = m.cells[k];
+      if (v.is_error()) raise(v.error_code());
+      // Only numbers multiply; text and Booleans in the arrays count as zero.
+      p *= v.kind == Value::Kind::Number ? v.number : 0;
+    }
+    s += p;
+  }
+  return num(s);
+}
+
+Operand f_sumif(Args& a) {
+  Evaluator& ev = a.ev();
+  const Operand& range = a.get(0);
+  Criterion crit(scalar(a, 1));
+  const Operand& sum_range = a.missing(2) ? range : a.get(2);
+  double s = 0;
+  each_match(ev, range, crit, [&](int32_t r, int32_t c) {
+    Value v = at_offset(ev, sum_range, r, c);
+    if (v.kind == Value::Kind::Number)
+      s += v.number;
+    else if (v.is_error())
+      raise(v.error_code());
+  });
+  return num(s);
+}
+
+Operand f_sumifs(Args& a) {
+  Evaluator& ev = a.ev();
+  const Operand& sum_range = a.get(0);
+  {
+    Grid g(ev, sum_range);
+    Grid c(ev, a.get(1));
+    if (g.rows() != c.rows() || g.cols() != c.cols()) return error(cell_error::value);
+  }
+  double s = 0;
+  each_multi_match(a, 1, [&](int32_t r, int32_t c) {
+    Value v = at_offset(ev, sum_range, r, c);
+    if (v.kind == Value::Kind::Number)
+      s += v.number;
+    else if (v.is_error())
+      raise(v.error_code());
+  });
+  return num(s);
+}
+
+// ---- SUBTOTAL ------------------------------------------------------------------------------
+
+Operand f_subtotal(Args& a) {
+  int code = static_cast<int>(integer(a, 0));
+  if (code > 100) code -= 100;  // hidden rows are not known here: the same as 1..11
+  std::vector<double> xs;
+  size_t counta = 0;
+  for (size_t i = 1; i < a.size(); ++i) {
+    const Operand& o = a.get(i);
+    a.ev().for_each(o, [&](const Value& v, bool) {
+      if (v.is_error() && code != 2 && code != 3) raise(v.error_code());
+      if (v.kind == Value::Kind::Number) xs.push_back(v.number);
+      if (v.kind != Value::Kind::Empty) ++counta;
+    });
+  }
+  double n = static_cast<double>(xs.size());
+  double sum = std::accumulate(xs.begin(), xs.end(), 0.0);
+  auto var = [&](bool sample) -> Operand {
+    if (xs.size() < (sample ? 2u : 1u)) return error(cell_error::div0);
+    double mean = sum / n, ss = 0;
+    for (double x : xs) ss += (x - mean) * (x - mean);
+    return num(ss / (sample ? n - 1 : n));
+  };
+  switch (code) {
+    case 1:
+      return xs.empty() ? error(cell_error::div0) : num(sum / n);
+    case 2:
+      return num(n);
+    case 3:
+      return num(static_cast<double>(counta));
+    case 4:
+      return num(xs.empty() ? 0 : *std::max_element(xs.begin(), xs.end()));
+    case 5:
+      return num(xs.empty() ? 0 : *std::min_element(xs.begin(), xs.end()));
+    case 6: {
+      double p = 1;
+      for (double x : xs) p *= x;
+      return num(xs.empty() ? 0 : p);
+    }
+    case 7: {
+      Operand v = var(true);
+      return v.value.is_error() ? v : num(std::sqrt(v.value.number));
+    }
+    case 8: {
+      Operand v = var(false);
+      return v.value.is_error() ? v : num(std::sqrt(v.value.number));
+    }
+    case 9:
+      return num(sum);
+    case 10:
+      return var(true);
+    case 11:
+      return var(false);
+    default:
+      return error(cell_error::value);
+  }
+}
+
+}  // namespace
+
+void add_math_functions(std::vector<FunctionInfo>& t) {
+  t.insert(t.end(), {
+                        {u"ABS", 1, 1, f_abs},
+                        {u"ACOS", 1, 1, f_acos},
+                        {u"ASIN", 1, 1, f_asin},
+                        {u"ATAN", 1, 1, unary_fn<atan_>},
+                        {u"ATAN2", 2, 2, f_atan2},
+                        {u"CEILING", 1, 2, f_ceiling},
+                        {u"CEILING.MATH", 1, 3, f_ceiling_math},
+                        {u"COMBIN", 2, 2, f_combin},
+                        {u"COS", 1, 1, unary_fn<cos_>},
+                        {u"DEGREES", 1, 1, unary_fn<degrees>},
+                        {u"EVEN", 1, 1, f_even},
+                        {u"EXP", 1, 1, f_exp},
+                        {u"FACT", 1, 1, f_fact},
+                        {u"FLOOR", 1, 2, f_floor},
+                        {u"FLOOR.MATH", 1, 3, f_floor_math},
+                        {u"GCD", 1, -1, f_gcd},
+                        {u"INT", 1, 1, f_int},
+                        {u"LCM", 1, -1, f_lcm},
+                        {u"LN", 1, 1, f_ln},
+                        {u"LOG", 1, 2, f_log},
+                        {u"LOG10", 1, 1, f_log10},
+                        {u"MOD", 2, 2, f_mod},
+                        {u"MROUND", 2, 2, f_mround},
+                        {u"ODD", 1, 1, f_odd},
+                        {u"PI", 0, 0, f_pi},
+                        {u"POWER", 2, 2, f_power},
+                        {u"PRODUCT", 1, -1, f_product},
+                        {u"QUOTIENT", 2, 2, f_quotient},
+                        {u"RADIANS", 1, 1, unary_fn<radians>},
+                        {u"RAND", 0, 0, f_rand, true},
+                        {u"RANDBETWEEN", 2, 2, f_randbetween, true},
+                        {u"ROUND", 2, 2, f_round},
+                        {u"ROUNDDOWN", 2, 2, f_rounddown},
+                        {u"ROUNDUP", 2, 2, f_roundup},
+                        {u"SIGN", 1, 1, f_sign},
+                        {u"SIN", 1, 1, unary_fn<sin_>},
+                        {u"SQRT", 1, 1, f_sqrt},
+                        {u"SUBTOTAL", 2, -1, f_subtotal},
+                        {u"SUM", 1, -1, f_sum},
+                        {u"SUMIF", 2, 3, f_sumif},
+                        {u"SUMIFS", 3, -1, f_sumifs},
+                        {u"SUMPRODUCT", 1, -1, f_sumproduct},
+                        {u"SUMSQ", 1, -1, f_sumsq},
+                        {u"TAN", 1, 1, unary_fn<tan_>},
+                        {u"TRUNC", 1, 2, f_trunc},
+                    });
+}
+
+}  // namespace qz::engine::calc

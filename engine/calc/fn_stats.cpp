@@ -1,0 +1,443 @@
+// Aggregates and statistics: averages, counts, extremes, order statistics, spread, rank.
+#include <algorithm>
+#include <numeric>
+
+#include "engine/calc/fn_util.hpp"
+
+namespace qz::engine::calc {
+namespace {
+
+using namespace fn;
+
+Operand f_average(Args& a) {
+  double s = 0;
+  size_t n = 0;
+  each_number_all(a, [&](double d) {
+    s += d;
+    ++n;
+  });
+  if (n == 0) return error(cell_error::div0);
+  return num(s / static_cast<double>(n));
+}
+
+/// The "A" variants read text in ranges as 0 and Booleans as 0/1.
+template <class F>
+void each_value_a(Args& a, F&& f) {
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a.missing(i)) {
+      f(0.0);
+      continue;
+    }
+    const Operand& o = a.get(i);
+    if (o.is_value()) {
+      f(direct_number(o.value));
+      continue;
+    }
+    a.ev().for_each(o, [&](const Value& v, bool) {
+      switch (v.kind) {
+        case Value::Kind::Number:
+        case Value::Kind::Boolean:
+          f(v.number);
+          break;
+        case Value::Kind::Text:
+          f(0.0);
+          break;
+        case Value::Kind::Error:
+          raise(v.error_code());
+        default:
+          break;
+      }
+    });
+  }
+}
+
+Operand f_averagea(Args& a) {
+  double s = 0;
+  size_t n = 0;
+  each_value_a(a, [&](double d) {
+    s += d;
+    ++n;
+  });
+  if (n == 0) return error(cell_error::div0);
+  return num(s / static_cast<double>(n));
+}
+
+Operand f_count(Args& a) {
+  double n = 0;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a.missing(i)) continue;
+    const Operand& o = a.get(i);
+    if (o.is_value()) {
+      // Typed directly, anything that reads as a number counts; errors do not.
+      const Value& v = o.value;
+      if (v.kind == Value::Kind::Number || v.kind == Value::Kind::Boolean)
+        ++n;
+      else if (v.kind == Value::Kind::Text && a.ev().text_to_number(v.text))
+        ++n;
+      continue;
+    }
+    a.ev().for_each(o, [&](const Value& v, bool) {
+      if (v.kind == Value::Kind::Number) ++n;
+    });
+  }
+  return num(n);
+}
+
+Operand f_counta(Args& a) {
+  double n = 0;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a.missing(i)) continue;
+    const Operand& o = a.get(i);
+    if (o.is_value()) {
+      ++n;
+      continue;
+    }
+    a.ev().for_each(o, [&](const Value& v, bool) {
+      if (v.kind != Value::Kind::Empty) ++n;
+    });
+  }
+  return num(n);
+}
+
+Operand f_countblank(Args& a) {
+  const Operand& o = a.get(0);
+  if (!o.is_ref()) return error(cell_error::value);
+  double total = 0, filled = 0;
+  for (const Area& ar : o.areas) {
+    total += static_cast<double>(ar.rows()) * ar.cols();
+    a.ev().for_each(Operand::ref({ar}), [&](const Value& v, bool) {
+      // Empty text counts as blank.
+      if (!(v.kind == Value::Kind::Text && v.text.empty()) && v.kind != Value::Kind::Empty)
+        ++filled;
+    });
+  }
+  return num(total - filled);
+}
+
+Operand f_countif(Args& a) {
+  Criterion c(scalar(a, 1));
+  const Operand& range = a.get(0);
+  double n = 0;
+  if (range.is_ref() && c.matches_empty()) {
+    // Count every position of the range without visiting the empty ones.
+    for (const Area& ar : range.areas) {
+      double total = static_cast<double>(ar.rows()) * ar.cols(), nonempty = 0, matched = 0;
+      a.ev().for_each(Operand::ref({ar}), [&](const Value& v, bool) {
+        ++nonempty;
+        if (c.matches(v)) ++matched;
+      });
+      n += total - nonempty + matched;
+    }
+    return num(n);
+  }
+  if (range.is_ref()) {
+    for (const Area& ar : range.areas)
+      each_match(a.ev(), Operand::ref({ar}), c, [&](int32_t, int32_t) { ++n; });
+    return num(n);
+  }
+  each_match(a.ev(), range, c, [&](int32_t, int32_t) { ++n; });
+  return num(n);
+}
+
+Operand f_countifs(Args& a) {
+  double n = 0;
+  each_multi_match(a, 0, [&](int32_t, int32_t) { ++n; });
+  return num(n);
+}
+
+Operand f_averageif(Args& a) {
+  Evaluator& ev = a.ev();
+  const Operand& range = a.get(0);
+  Criterion crit(scalar(a, 1));
+  const Operand& avg_range = a.missing(2) ? range : a.get(2);
+  double s = 0, n = 0;
+  each_match(ev, range, crit, [&](int32_t r, int32_t c) {
+    Value v = at_offset(ev, avg_range, r, c);
+    if (v.kind == Value::Kind::Number)
+      s += v.number, ++n;
+    else if (v.is_error())
+      raise(v.error_code());
+  });
+  if (n == 0) return error(cell_error::div0);
+  return num(s / n);
+}
+
+Operand f_averageifs(Args& a) {
+  Evaluator& ev = a.ev();
+  const Operand& avg_range = a.get(0);
+  double s = 0, n = 0;
+  each_multi_match(a, 1, [&](int32_t r, int32_t c) {
+    Value v = at_offset(ev, avg_range, r, c);
+    if (v.kind == Value::Kind::Number)
+      s += v.number, ++n;
+    else if (v.is_error())
+      raise(v.error_code());
+  });
+  if (n == 0) return error(cell_error::div0);
+  return num(s / n);
+}
+
+template <bool Max>
+Operand f_minmaxifs(Args& a) {
+  Evaluator& ev = a.ev();
+  const Operand& range = a.get(0);
+  bool any = false;
+  double best = 0;
+  each_multi_match(a, 1, [&](int32_t r, int32_t c) {
+    Value v = at_offset(ev, range, r, c);
+    if (v.is_error()) raise(v.error_code());
+    if (v.kind != Value::Kind::Number) return;
+    if (!any || (Max ? v.number > best : v.number < best)) best = v.number;
+    any = true;
+  });
+  return num(any ? best : 0);
+}
+
+template <bool Max>
+Operand f_minmax(Args& a) {
+  bool any = false;
+  double best = 0;
+  each_number_all(a, [&](double d) {
+    if (!any || (Max ? d > best : d < best)) best = d;
+    any = true;
+  });
+  return num(any ? best : 0);
+}
+
+template <bool Max>
+Operand f_minmax_a(Args& a) {
+  bool any = false;
+  double best = 0;
+  each_value_a(a, [&](double d) {
+    if (!any || (Max ? d > best : d < best)) best = d;
+    any = true;
+  });
+  return num(any ? best : 0);
+}
+
+Operand f_median(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.empty()) return error(cell_error::num);
+  std::sort(xs.begin(), xs.end());
+  size_t n = xs.size();
+  return num(n % 2 ? xs[n / 2] : (xs[n / 2 - 1] + xs[n / 2]) / 2);
+}
+
+template <bool Large>
+Operand f_kth(Args& a) {
+  std::vector<double> xs = numbers_of(a, 0, 1);
+  double k = std::ceil(number(a, 1) - 1e-12);
+  if (xs.empty() || k < 1 || k > static_cast<double>(xs.size())) return error(cell_error::num);
+  size_t i = static_cast<size_t>(k) - 1;
+  if (Large)
+    std::nth_element(xs.begin(), xs.begin() + i, xs.end(), std::greater<double>());
+  else
+    std::nth_element(xs.begin(), xs.begin() + i, xs.end());
+  return num(xs[i]);
+}
+
+double variance(const std::vector<double>& xs, bool sample) {
+  double n = static_cast<double>(xs.size());
+  double mean = std::accumulate(xs.begin(), xs.end(), 0.0) / n;
+  double ss = 0;
+  for (double x : xs) ss += (x - mean) * (x - mean);
+  return ss / (sample ? n - 1 : n);
+}
+
+template <bool Sample, bool Root>
+Operand f_var(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.size() < (Sample ? 2u : 1u)) return error(cell_error::div0);
+  double v = variance(xs, Sample);
+  return num(Root ? std::sqrt(v) : v);
+}
+
+Operand rank_impl(Args& a, bool average) {
+  double x = number(a, 0);
+  std::vector<double> xs;
+  const Operand& ref = a.get(1);
+  if (!ref.is_ref()) return error(cell_error::value);
+  a.ev().for_each(ref, [&](const Value& v, bool) {
+    if (v.kind == Value::Kind::Number) xs.push_back(v.number);
+  });
+  bool ascending = !a.missing(2) && number(a, 2) != 0;
+  double before = 0, equal = 0;
+  for (double y : xs) {
+    if (numbers_equal(x, y))
+      ++equal;
+    else if (ascending ? y < x : y > x)
+      ++before;
+  }
+  if (equal == 0) return error(cell_error::na);
+  return num(average ? before + (equal + 1) / 2 : before + 1);
+}
+Operand f_rank(Args& a) {
+  return rank_impl(a, false);
+}
+Operand f_rank_avg(Args& a) {
+  return rank_impl(a, true);
+}
+
+Operand percentile(std::vector<double> xs, double p, bool exclusive) {
+  if (xs.empty()) return error(cell_error::num);
+  std::sort(xs.begin(), xs.end());
+  double n = static_cast<double>(xs.size());
+  double h;
+  if (exclusive) {
+    if (p <= 0 || p >= 1) return error(cell_error::num);
+    h = p * (n + 1) - 1;
+    if (h < 0 || h > n - 1) return error(cell_error::num);
+  } else {
+    if (p < 0 || p > 1) return error(cell_error::num);
+    h = p * (n - 1);
+  }
+  size_t lo = static_cast<size_t>(std::floor(h));
+  double frac = h - std::floor(h);
+  if (lo + 1 >= xs.size()) return num(xs[lo]);
+  return num(xs[lo] + frac * (xs[lo + 1] - xs[lo]));
+}
+Operand f_percentile(Args& a) {
+  return percentile(numbers_of(a, 0, 1), number(a, 1), false);
+}
+Operand f_percentile_exc(Args& a) {
+  return percentile(numbers_of(a, 0, 1), number(a, 1), true);
+}
+Operand f_quartile(Args& a) {
+  double q = std::trunc(number(a, 1));
+  if (q < 0 || q > 4) return error(cell_error::num);
+  return percentile(numbers_of(a, 0, 1), q / 4, false);
+}
+
+Operand f_mode(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  size_t best_count = 1;
+  double best = 0;
+  bool found = false;
+  // The first value (in argument order) with the highest repeat count.
+  for (size_t i = 0; i < xs.size(); ++i) {
+    size_t c = static_cast<size_t>(std::count(xs.begin(), xs.end(), xs[i]));
+    if (c > best_count) {
+      best_count = c;
+      best = xs[i];
+      found = true;
+    }
+  }
+  if (!found) return error(cell_error::na);
+  return num(best);
+}
+
+Operand f_geomean(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.empty()) return error(cell_error::num);
+  double s = 0;
+  for (double x : xs) {
+    if (x <= 0) return error(cell_error::num);
+    s += std::log(x);
+  }
+  return num(std::exp(s / static_cast<double>(xs.size())));
+}
+
+/// Pairs of numbers from two same-sized arguments, skipping pairs where either is not a
+/// number (as CORREL, SLOPE and INTERCEPT do).
+bool pairs(Args& a, std::vector<double>& ys, std::vector<double>& xs) {
+  Matrix my = a.ev().matrix(a.get(0)), mx = a.ev().matrix(a.get(1));
+  if (my.cells.size() != mx.cells.size()) return false;
+  for (size_t k = 0; k < my.cells.size(); ++k) {
+    const Value &y = my.cells[k], &x = mx.cells[k];
+    if (y.is_error()) raise(y.error_code());
+    if (x.is_error()) raise(x.error_code());
+    if (y.kind == Value::Kind::Number && x.kind == Value::Kind::Number) {
+      ys.push_back(y.number);
+      xs.push_back(x.number);
+    }
+  }
+  return true;
+}
+
+Operand f_slope_intercept(Args& a, bool slope) {
+  std::vector<double> ys, xs;
+  if (!pairs(a, ys, xs)) return error(cell_error::na);
+  if (xs.empty()) return error(cell_error::div0);
+  double n = static_cast<double>(xs.size());
+  double mx = std::accumulate(xs.begin(), xs.end(), 0.0) / n;
+  double my = std::accumulate(ys.begin(), ys.end(), 0.0) / n;
+  double sxy = 0, sxx = 0;
+  for (size_t k = 0; k < xs.size(); ++k) {
+    sxy += (xs[k] - mx) * (ys[k] - my);
+    sxx += (xs[k] - mx) * (xs[k] - mx);
+  }
+  if (sxx == 0) return error(cell_error::div0);
+  double b = sxy / sxx;
+  return num(slope ? b : my - b * mx);
+}
+Operand f_slope(Args& a) {
+  return f_slope_intercept(a, true);
+}
+Operand f_intercept(Args& a) {
+  return f_slope_intercept(a, false);
+}
+Operand f_correl(Args& a) {
+  std::vector<double> ys, xs;
+  if (!pairs(a, ys, xs)) return error(cell_error::na);
+  if (xs.size() < 2) return error(cell_error::div0);
+  double n = static_cast<double>(xs.size());
+  double mx = std::accumulate(xs.begin(), xs.end(), 0.0) / n;
+  double my = std::accumulate(ys.begin(), ys.end(), 0.0) / n;
+  double sxy = 0, sxx = 0, syy = 0;
+  for (size_t k = 0; k < xs.size(); ++k) {
+    sxy += (xs[k] - mx) * (ys[k] - my);
+    sxx += (xs[k] - mx) * (xs[k] - mx);
+    syy += (ys[k] - my) * (ys[k] - my);
+  }
+  if (sxx == 0 || syy == 0) return error(cell_error::div0);
+  return num(sxy / std::sqrt(sxx * syy));
+}
+
+}  // namespace
+
+void add_stat_functions(std::vector<FunctionInfo>& t) {
+  t.insert(t.end(), {
+                        {u"AVERAGE", 1, -1, f_average},
+                        {u"AVERAGEA", 1, -1, f_averagea},
+                        {u"AVERAGEIF", 2, 3, f_averageif},
+                        {u"AVERAGEIFS", 3, -1, f_averageifs},
+                        {u"CORREL", 2, 2, f_correl},
+                        {u"COUNT", 1, -1, f_count},
+                        {u"COUNTA", 1, -1, f_counta},
+                        {u"COUNTBLANK", 1, 1, f_countblank},
+                        {u"COUNTIF", 2, 2, f_countif},
+                        {u"COUNTIFS", 2, -1, f_countifs},
+                        {u"GEOMEAN", 1, -1, f_geomean},
+                        {u"INTERCEPT", 2, 2, f_intercept},
+                        {u"LARGE", 2, 2, f_kth<true>},
+                        {u"MAX", 1, -1, f_minmax<true>},
+                        {u"MAXA", 1, -1, f_minmax_a<true>},
+                        {u"MAXIFS", 3, -1, f_minmaxifs<true>},
+                        {u"MEDIAN", 1, -1, f_median},
+                        {u"MIN", 1, -1, f_minmax<false>},
+                        {u"MINA", 1, -1, f_minmax_a<false>},
+                        {u"MINIFS", 3, -1, f_minmaxifs<false>},
+                        {u"MODE", 1, -1, f_mode},
+                        {u"MODE.SNGL", 1, -1, f_mode},
+                        {u"PERCENTILE", 2, 2, f_percentile},
+                        {u"PERCENTILE.EXC", 2, 2, f_percentile_exc},
+                        {u"PERCENTILE.INC", 2, 2, f_percentile},
+                        {u"QUARTILE", 2, 2, f_quartile},
+                        {u"QUARTILE.INC", 2, 2, f_quartile},
+                        {u"RANK", 2, 3, f_rank},
+                        {u"RANK.AVG", 2, 3, f_rank_avg},
+                        {u"RANK.EQ", 2, 3, f_rank},
+                        {u"SLOPE", 2, 2, f_slope},
+                        {u"SMALL", 2, 2, f_kth<false>},
+                        {u"STDEV", 1, -1, f_var<true, true>},
+                        {u"STDEV.P", 1, -1, f_var<false, true>},
+                        {u"STDEV.S", 1, -1, f_var<true, true>},
+                        {u"STDEVP", 1, -1, f_var<false, true>},
+                        {u"VAR", 1, -1, f_var<true, false>},
+                        {u"VAR.P", 1, -1, f_var<false, false>},
+                        {u"VAR.S", 1, -1, f_var<true, false>},
+                        {u"VARP", 1, -1, f_var<false, false>},
+                    });
+}
+
+}  // namespace qz::engine::calc

@@ -1,0 +1,857 @@
+// Number formats: the built-in table, classification, the date systems and rendering.
+#include "engine/numfmt/numfmt.hpp"
+
+#include <cmath>
+#include <cstdint>
+#include <string>
+
+#include "engine/numfmt/code.hpp"
+#include "engine/numfmt/digits.hpp"
+#include "qzxl/convert.hpp"
+
+namespace qz::engine::numfmt {
+namespace {
+
+struct Builtin {
+  int32_t id;
+  const char16_t* code;
+};
+
+// The application's built-in formats for en-US. Ids 23 to 36 belong to other locales.
+constexpr Builtin kBuiltins[] = {
+    {0, u"General"},
+    {1, u"0"},
+    {2, u"0.00"},
+    {3, u"#,##0"},
+    {4, u"#,##0.00"},
+    {5, u"$#,##0_);($#,##0)"},
+    {6, u"$#,##0_);[Red]($#,##0)"},
+    {7, u"$#,##0.00_);($#,##0.00)"},
+    {8, u"$#,##0.00_);[Red]($#,##0.00)"},
+    {9, u"0%"},
+    {10, u"0.00%"},
+    {11, u"0.00E+00"},
+    {12, u"# ?/?"},
+    {13, u"# ?\?/??"},
+    {14, u"m/d/yyyy"},
+    {15, u"d-mmm-yy"},
+    {16, u"d-mmm"},
+    {17, u"mmm-yy"},
+    {18, u"h:mm AM/PM"},
+    {19, u"h:mm:ss AM/PM"},
+    {20, u"h:mm"},
+    {21, u"h:mm:ss"},
+    {22, u"m/d/yyyy h:mm"},
+    {37, u"#,##0_);(#,##0)"},
+    {38, u"#,##0_);[Red](#,##0)"},
+    {39, u"#,##0.00_);(#,##0.00)"},
+    {40, u"#,##0.00_);[Red](#,##0.00)"},
+    {41, u"_(* #,##0_);_(* (#,##0);_(* \"-\"_);_(@_)"},
+    {42, u"_(\"$\"* #,##0_);_(\"$\"* (#,##0);_(\"$\"* \"-\"_);_(@_)"},
+    {43, u"_(* #,##0.00_);_(* (#,##0.00);_(* \"-\"??_);_(@_)"},
+    {44, u"_(\"$\"* #,##0.00_);_(\"$\"* (#,##0.00);_(\"$\"* \"-\"??_);_(@_)"},
+    {45, u"mm:ss"},
+    {46, u"[h]:mm:ss"},
+    {47, u"mm:ss.0"},
+    {48, u"##0.0E+0"},
+    {49, u"@"},
+};
+
+constexpr const char16_t* kMonths[] = {u"January",   u"February", u"March",    u"April",
+                                       u"May",       u"June",     u"July",     u"August",
+                                       u"September", u"October",  u"November", u"December"};
+constexpr const char16_t* kDays[] = {u"Sunday",   u"Monday", u"Tuesday", u"Wednesday",
+                                     u"Thursday", u"Friday", u"Saturday"};
+
+// Days from 1970-01-01 to a civil date (proleptic Gregorian) and back.
+int64_t days_from_civil(int64_t y, unsigned m, unsigned d) {
+  y -= m <= 2;
+  const int64_t era = (y >= 0 ? y : y - 399) / 400;
+  const unsigned yoe = static_cast<unsigned>(y - era * 400);
+  const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
+  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  return era * 146097 + static_cast<int64_t>(doe) - 719468;
+}
+void civil_from_days(int64_t z, int& y, int& m, int& d) {
+  z += 719468;
+  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
+  const unsigned doe = static_cast<unsigned>(z - era * 146097);
+  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
+  const int64_t yy = static_cast<int64_t>(yoe) + era * 400;
+  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
+  const unsigned mp = (5 * doy + 2) / 153;
+  d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
+  m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
+  y = static_cast<int>(yy + (m <= 2));
+}
+
+// Serial of 1970-01-01 in each system.
+constexpr int64_t kEpoch1900 = 25569;
+constexpr int64_t kEpoch1904 = 24107;
+
+String pad(int64_t v, int width) {
+  std::string s = std::to_string(v);
+  if (static_cast<int>(s.size()) < width) s.insert(0, width - s.size(), '0');
+  return u16(s);
+}
+
+String hashes() {
+  return u"########";
+}
+
+}  // namespace
+
+// ---- built-in formats ----------------------------------------------------------------
+
+std::optional<String> builtin_code(int32_t id) {
+  for (const auto& b : kBuiltins)
+    if (b.id == id) return String(b.code);
+  return std::nullopt;
+}
+
+std::optional<int32_t> builtin_id(StringView code) {
+  for (const auto& b : kBuiltins)
+    if (code == b.code) return b.id;
+  if (equals_text(code, u"General")) return 0;
+  return std::nullopt;
+}
+
+// ---- date systems --------------------------------------------------------------------
+
+double serial_from_date(int year, int month, int day, bool date1904) {
+  // Months and days out of range roll over, as DATE(2026,14,0) does.
+  int64_t y = year, m = month - 1;
+  y += m >= 0 ? m / 12 : -((11 - m) / 12);
+  m = ((m % 12) + 12) % 12;
+  int64_t first = days_from_civil(y, static_cast<unsigned>(m + 1), 1);
+  if (date1904) return static_cast<double>(first + kEpoch1904 + day - 1);
+  int64_t s = first + kEpoch1900;
+  // Before March 1900 the count is one lower: the application counts a 29 February 1900.
+  if (s <= 60) s -= 1;
+  return static_cast<double>(s + day - 1);
+}
+
+void date_from_serial(double serial, bool date1904, int& year, int& month, int& day) {
+  int64_t n = static_cast<int64_t>(std::floor(serial));
+  if (date1904) {
+    civil_from_days(n - kEpoch1904, year, month, day);
+    return;
+  }
+  if (n == 0) {
+    year = 1900, month = 1, day = 0;
+  } else if (n == 60) {
+    year = 1900, month = 2, day = 29;
+  } else if (n < 60) {
+    civil_from_days(n - kEpoch1900 + 1, year, month, day);
+  } else {
+    civil_from_days(n - kEpoch1900, year, month, day);
+  }
+}
+
+double automation_date(double serial, bool date1904) {
+  if (date1904) return serial + 1462;
+  if (serial >= 1 && serial < 60) return serial + 1;
+  return serial;
+}
+
+double serial_from_automation(double date, bool date1904) {
+  if (date1904) return date - 1462;
+  if (date >= 1 && date < 61) return date - 1;
+  return date;
+}
+
+// ---- classification ------------------------------------------------------------------
+
+namespace {
+Kind classify_section(const Section& s) {
+  if (s.has_elapsed) return Kind::Elapsed;
+  if (s.has_date && s.has_time) return Kind::DateTime;
+  if (s.has_date) return Kind::Date;
+  if (s.has_time) return Kind::Time;
+  if (s.has_general) return Kind::General;
+  if (s.has_fraction) return Kind::Fraction;
+  if (s.has_exponent) return Kind::Scientific;
+  if (s.has_percent) return Kind::Percent;
+  if (s.has_text && !s.has_digits) return Kind::Text;
+  return Kind::Number;
+}
+}  // namespace
+
+Kind classify(StringView code) {
+  Code c;
+  try {
+    c = parse_code(code);
+  } catch (const Error&) {
+    return Kind::General;
+  }
+  if (c.sections.empty()) return Kind::General;
+  if (c.sections[0].tokens.empty()) return Kind::General;
+  return classify_section(c.sections[0]);
+}
+
+bool is_date_format(StringView code) {
+  Kind k = classify(code);
+  return k == Kind::Date || k == Kind::Time || k == Kind::DateTime || k == Kind::Elapsed;
+}
+
+void validate(StringView code) {
+  if (code.size() > 255) throw Error(err::host_failure, "number format longer than 255 characters");
+  Code c = parse_code(code);
+  int digit_groups = 0;
+  for (const Section& s : c.sections) {
+    int exps = 0, points = 0, ats = 0;
+    for (const Token& t : s.tokens) {
+      exps += t.type == Tok::Exponent;
+      points += t.type == Tok::Point;
+      ats += t.type == Tok::At;
+    }
+    if (exps > 1)
+      throw Error(err::host_failure, "number format '" + to_utf8(code) + "': two exponents");
+    if (points > 1 && !s.has_fraction)
+      throw Error(err::host_failure, "number format '" + to_utf8(code) + "': two decimal points");
+    if (ats > 0 && (s.has_digits || s.has_date || s.has_time))
+      throw Error(err::host_failure,
+                  "number format '" + to_utf8(code) + "': @ mixed with number or date codes");
+    digit_groups += s.has_digits;
+  }
+  (void)digit_groups;
+}
+
+// ---- rendering -----------------------------------------------------------------------
+
+String general_number(double v) {
+  if (v == 0) return u"0";
+  std::string out = v < 0 ? "-" : "";
+  double a = std::fabs(v);
+  Digits x = Digits::of(a);
+  int e10 = x.exp - 1;
+  bool fixed = e10 >= -5 + 1 && e10 <= 10;
+  if (fixed) {
+    int int_digits = e10 >= 0 ? e10 + 1 : 1;
+    Digits r = x;
+    r.round_decimals(10 - int_digits);
+    if (r.exp - 1 > 10) {
+      fixed = false;
+    } else if (r.zero()) {
+      fixed = false;  // too small for ten decimals: show it in scientific form
+    } else {
+      std::string ip = r.integer_part();
+      out += ip.empty() ? "0" : ip;
+      std::string frac;
+      for (int k = 0; k < 10 - int_digits; ++k) frac.push_back(r.fraction_digit(k));
+      while (!frac.empty() && frac.back() == '0') frac.pop_back();
+      if (!frac.empty()) out += "." + frac;
+      return u16(out);
+    }
+  }
+  // Scientific: 1.23457E+12, fitting eleven characters.
+  int exp_digits = std::abs(e10) >= 100 ? 3 : 2;
+  Digits r = x;
+  r.round_significant(exp_digits == 3 ? 5 : 6);
+  int e = r.exp - 1;
+  exp_digits = std::abs(e) >= 100 ? 3 : 2;
+  std::string mant(1, r.d.empty() ? '0' : r.d[0]);
+  if (r.d.size() > 1) mant += "." + r.d.substr(1);
+  out += mant;
+  out += e < 0 ? "E-" : "E+";
+  std::string es = std::to_string(std::abs(e));
+  if (static_cast<int>(es.size()) < exp_digits) es.insert(0, exp_digits - es.size(), '0');
+  out += es;
+  return u16(out);
+}
+
+namespace {
+
+bool is_digit_tok(Tok t) {
+  return t == Tok::Zero || t == Tok::Hash || t == Tok::Question;
+}
+
+/// Digits of `value` spread over integer placeholders `kinds` (left to right), with
+/// optional thousands grouping. Extra leading digits go to the first placeholder.
+class IntegerFiller {
+ public:
+  IntegerFiller(std::string digits, int placeholders, bool group)
+      : d_(std::move(digits)), n_(placeholders), group_(group) {}
+
+  /// The text for placeholder k of kind t.
+  String take(int k, Tok t) {
+    String out;
+    int low = n_ - 1 - k;
+    int high = k == 0 ? std::max<int>(static_cast<int>(d_.size()), n_) - 1 : low;
+    for (int p = high; p >= low; --p) {
+      char16_t c = 0;
+      if (p < static_cast<int>(d_.size()))
+        c = static_cast<char16_t>(d_[d_.size() - 1 - p]);
+      else if (t == Tok::Zero)
+        c = u'0';
+      else if (t == Tok::Question)
+        c = u' ';
+      if (c == 0) continue;
+      out.push_back(c);
+      if (c != u' ') emitted_ = true;
+      if (group_ && p > 0 && p % 3 == 0 && emitted_ && c != u' ') out.push_back(u',');
+    }
+    return out;
+  }
+
+ private:
+  std::string d_;
+  int n_;
+  bool group_;
+  bool emitted_ = false;
+};
+
+/// Renders digits, literals, point and percent of a plain number section.
+String render_fixed(const Section& s, double v) {
+  const auto& t = s.tokens;
+  int point = -1;
+  for (size_t k = 0; k < t.size(); ++k)
+    if (t[k].type == Tok::Point) {
+      point = static_cast<int>(k);
+      break;
+    }
+  int int_end = point >= 0 ? point : static_cast<int>(t.size());
+  int n_int = 0, n_frac = 0, last_digit = -1;
+  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+    if (!is_digit_tok(t[k].type)) continue;
+    if (k < int_end)
+      ++n_int;
+    else
+      ++n_frac;
+    last_digit = k;
+  }
+  // A comma between integer placeholders groups thousands; commas after the last
+  // placeholder scale by a thousand each.
+  bool group = false;
+  int scale = 0;
+  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+    if (t[k].type != Tok::Comma) continue;
+    bool digit_before = false, digit_after_in_int = false;
+    for (int j = 0; j < k; ++j) digit_before = digit_before || is_digit_tok(t[j].type);
+    for (int j = k + 1; j < int_end; ++j)
+      digit_after_in_int = digit_after_in_int || is_digit_tok(t[j].type);
+    if (k < int_end && digit_before && digit_after_in_int)
+      group = true;
+    else if (digit_before && k > last_digit)
+      ++scale;
+  }
+  for (const Token& tok : t)
+    if (tok.type == Tok::Percent) v *= 100;
+  for (int i = 0; i < scale; ++i) v /= 1000;
+
+  Digits x = Digits::of(v);
+  x.round_decimals(n_frac);
+  std::string int_digits = x.integer_part();
+  // Fraction digits and which of them show: trailing zeros drop under #, blank under ?.
+  String frac;
+  for (int k = 0; k < n_frac; ++k) frac.push_back(static_cast<char16_t>(x.fraction_digit(k)));
+  std::vector<Tok> frac_kinds;
+  for (int k = int_end; k < static_cast<int>(t.size()); ++k)
+    if (is_digit_tok(t[k].type)) frac_kinds.push_back(t[k].type);
+  std::vector<int> frac_show(n_frac, 1);  // 1 digit, 0 nothing, 2 blank
+  for (int k = n_frac - 1; k >= 0; --k) {
+    if (frac[k] != u'0' || frac_kinds[k] == Tok::Zero) break;
+    frac_show[k] = frac_kinds[k] == Tok::Hash ? 0 : 2;
+  }
+
+  IntegerFiller filler(int_digits, n_int, group);
+  String out;
+  int int_k = 0, frac_k = 0;
+  bool any_digit_token = n_int + n_frac > 0;
+  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+    const Token& tok = t[k];
+    switch (tok.type) {
+      case Tok::Literal:
+        out += tok.text;
+        break;
+      case Tok::Zero:
+      case Tok::Hash:
+      case Tok::Question:
+        if (k < int_end) {
+          out += filler.take(int_k++, tok.type);
+        } else {
+          int show = frac_show[frac_k];
+          if (show == 1)
+            out.push_back(frac[frac_k]);
+          else if (show == 2)
+            out.push_back(u' ');
+          ++frac_k;
+        }
+        break;
+      case Tok::Point:
+        // With no integer placeholders the whole part still shows, before the point.
+        if (n_int == 0 && any_digit_token && !int_digits.empty()) out += u16(int_digits);
+        out.push_back(u'.');
+        break;
+      case Tok::Percent:
+        out.push_back(u'%');
+        break;
+      case Tok::General:
+        out += general_number(v);
+        break;
+      default:
+        break;
+    }
+  }
+  return out;
+}
+
+String render_scientific(const Section& s, double v) {
+  const auto& t = s.tokens;
+  int epos = -1;
+  for (size_t k = 0; k < t.size(); ++k)
+    if (t[k].type == Tok::Exponent) {
+      epos = static_cast<int>(k);
+      break;
+    }
+  int point = -1;
+  for (int k = 0; k < epos; ++k)
+    if (t[k].type == Tok::Point) {
+      point = k;
+      break;
+    }
+  int int_end = point >= 0 ? point : epos;
+  int n_int = 0, n_frac = 0, n_exp_zero = 0;
+  bool int_hash = false;
+  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+    if (!is_digit_tok(t[k].type)) continue;
+    if (k < int_end) {
+      ++n_int;
+      int_hash = int_hash || t[k].type == Tok::Hash;
+    } else if (k < epos) {
+      ++n_frac;
+    } else if (t[k].type == Tok::Zero) {
+      ++n_exp_zero;
+    }
+  }
+  for (const Token& tok : t)
+    if (tok.type == Tok::Percent) v *= 100;
+  int step = std::max(n_int, 1);
+  int exponent = 0;
+  Digits m;
+  if (v > 0) {
+    Digits x = Digits::of(v);
+    int e10 = x.exp - 1;
+    auto pick = [&](int e) {
+      if (int_hash && n_int > 1) {
+        // Engineering notation: the exponent is a multiple of the integer width.
+        return static_cast<int>(std::floor(static_cast<double>(e) / step)) * step;
+      }
+      return e - (step - 1);
+    };
+    exponent = pick(e10);
+    m = x;
+    m.exp -= exponent;
+    m.round_decimals(n_frac);
+    if (m.exp - 1 + exponent > e10 && !(int_hash && n_int > 1)) {
+      // Rounding carried into a new digit (9.99 -> 10.0): move the exponent.
+      exponent = pick(m.exp - 1 + exponent);
+      m = x;
+      m.exp -= exponent;
+      m.round_decimals(n_frac);
+    }
+  }
+  IntegerFiller filler(m.integer_part(), n_int, false);
+  String out;
+  int int_k = 0, frac_k = 0;
+  std::string es = std::to_string(std::abs(exponent));
+  int n_exp = 0;
+  for (int k = epos + 1; k < static_cast<int>(t.size()); ++k) n_exp += is_digit_tok(t[k].type);
+  if (static_cast<int>(es.size()) < n_exp_zero) es.insert(0, n_exp_zero - es.size(), '0');
+  IntegerFiller exp_filler(es, n_exp, false);
+  int exp_k = 0;
+  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+    const Token& tok = t[k];
+    switch (tok.type) {
+      case Tok::Literal:
+        out += tok.text;
+        break;
+      case Tok::Zero:
+      case Tok::Hash:
+      case Tok::Question:
+        if (k < int_end) {
+          out += filler.take(int_k++, tok.type);
+        } else if (k < epos) {
+          char c = m.fraction_digit(frac_k++);
+          out.push_back(static_cast<char16_t>(c));
+        } else {
+          out += exp_filler.take(exp_k++, Tok::Hash);
+        }
+        break;
+      case Tok::Point:
+        out.push_back(u'.');
+        break;
+      case Tok::Percent:
+        out.push_back(u'%');
+        break;
+      case Tok::Exponent:
+        out.push_back(u'E');
+        if (exponent < 0)
+          out.push_back(u'-');
+        else if (tok.n == 1)
+          out.push_back(u'+');
+        break;
+      default:
+        break;
+    }
+  }
+  return out;
+}
+
+String render_fraction(const Section& s, double v) {
+  const auto& t = s.tokens;
+  int slash = -1;
+  for (size_t k = 0; k < t.size(); ++k)
+    if (t[k].type == Tok::Slash) {
+      slash = static_cast<int>(k);
+      break;
+    }
+  // Numerator placeholders: the run just before the slash; integer placeholders: any
+  // before that run.
+  int num_begin = slash;
+  while (num_begin > 0 && is_digit_tok(t[num_begin - 1].type)) --num_begin;
+  int n_int = 0;
+  for (int k = 0; k < num_begin; ++k) n_int += is_digit_tok(t[k].type);
+  // Denominator: placeholders, or a fixed number written as digits.
+  int den_end = slash + 1;
+  int n_den = 0;
+  int64_t fixed_den = 0;
+  String den_tail;  // literal text after a fixed denominator
+  if (den_end < static_cast<int>(t.size()) && t[den_end].type == Tok::Literal) {
+    const String& lit = t[den_end].text;
+    size_t j = 0;
+    while (j < lit.size() && lit[j] >= u'0' && lit[j] <= u'9')
+      fixed_den = fixed_den * 10 + (lit[j++] - u'0');
+    den_tail = lit.substr(j);
+    ++den_end;
+  } else {
+    while (den_end < static_cast<int>(t.size()) && is_digit_tok(t[den_end].type)) {
+      ++n_den;
+      ++den_end;
+    }
+  }
+  for (const Token& tok : t)
+    if (tok.type == Tok::Percent) v *= 100;
+
+  double whole = n_int > 0 ? std::floor(v) : 0;
+  double frac = v - whole;
+  int64_t num = 0, den = 1;
+  if (fixed_den > 0) {
+    den = fixed_den;
+    num = static_cast<int64_t>(std::llround(frac * static_cast<double>(den)));
+  } else {
+    int64_t max_den = 1;
+    for (int k = 0; k < std::min(n_den, 7); ++k) max_den *= 10;
+    max_den -= 1;
+    if (max_den < 1) max_den = 1;
+    double best = 2;
+    for (int64_t d = 1; d <= max_den; ++d) {
+      int64_t n = static_cast<int64_t>(std::llround(frac * static_cast<double>(d)));
+      double err = std::fabs(frac - static_cast<double>(n) / static_cast<double>(d));
+      if (err < best - 1e-12) {
+        best = err;
+        num = n;
+        den = d;
+        if (err == 0) break;
+      }
+    }
+  }
+  if (n_int > 0 && num == den) {
+    whole += 1;
+    num = 0;
+  }
+  bool blank_fraction = n_int > 0 && num == 0;
+
+  auto placeholders = [&](int from, int to) {
+    std::vector<Tok> out;
+    for (int k = from; k < to; ++k)
+      if (is_digit_tok(t[k].type)) out.push_back(t[k].type);
+    return out;
+  };
+  auto fill_right_aligned = [&](int64_t value, const std::vector<Tok>& kinds, bool show_zero) {
+    std::string d = value == 0 && !show_zero ? std::string() : std::to_string(value);
+    IntegerFiller f(d, static_cast<int>(kinds.size()), false);
+    String out;
+    for (int k = 0; k < static_cast<int>(kinds.size()); ++k) out += f.take(k, kinds[k]);
+    return out;
+  };
+
+  String out;
+  String fraction_text;
+  // Numerator, right-aligned; denominator, left-aligned.
+  fraction_text += fill_right_aligned(num, placeholders(num_begin, slash), true);
+  fraction_text.push_back(u'/');
+  if (fixed_den > 0) {
+    fraction_text += u16(std::to_string(fixed_den));
+  } else {
+    std::string ds = std::to_string(den);
+    fraction_text += u16(ds);
+    auto kinds = placeholders(slash + 1, den_end);
+    for (size_t k = ds.size(); k < kinds.size(); ++k)
+      if (kinds[k] == Tok::Question) fraction_text.push_back(u' ');
+  }
+  fraction_text += den_tail;
+  if (blank_fraction) fraction_text.assign(fraction_text.size(), u' ');
+
+  std::vector<Tok> int_kinds = placeholders(0, num_begin);
+  // A zero whole part shows only when the fraction is blank too (the value is 0).
+  IntegerFiller int_fill(
+      whole == 0 ? (blank_fraction ? "0" : "") : std::to_string(static_cast<int64_t>(whole)), n_int,
+      false);
+  int int_k = 0;
+  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+    if (k == num_begin) {
+      out += fraction_text;
+      k = den_end - 1;
+      continue;
+    }
+    const Token& tok = t[k];
+    if (tok.type == Tok::Literal) {
+      out += tok.text;
+    } else if (is_digit_tok(tok.type)) {
+      out += int_fill.take(int_k, int_kinds[int_k]);
+      ++int_k;
+    } else if (tok.type == Tok::Percent) {
+      out.push_back(u'%');
+    }
+  }
+  return out;
+}
+
+String render_datetime(const Section& s, double v, bool date1904) {
+  if (v < 0 || v >= 2958466) return hashes();
+  int sub = 0;
+  bool elapsed_h = false, elapsed_m = false;
+  for (const Token& t : s.tokens) {
+    if (t.type == Tok::SubSecond) sub = std::max(sub, t.n);
+    if (t.type == Tok::ElapsedH) elapsed_h = true;
+    if (t.type == Tok::ElapsedM) elapsed_m = true;
+  }
+  int64_t per_second = 1;
+  for (int i = 0; i < sub; ++i) per_second *= 10;
+  int64_t per_day = 86400 * per_second;
+  int64_t units = static_cast<int64_t>(std::llround(static_cast<long double>(v) * per_day));
+  int64_t days = units / per_day;
+  int64_t in_day = units % per_day;
+  int64_t total_seconds = units / per_second;
+  int64_t frac_units = units % per_second;
+  int64_t secs_of_day = in_day / per_second;
+  int hour = static_cast<int>(secs_of_day / 3600);
+  int minute = static_cast<int>(secs_of_day / 60 % 60);
+  int second = static_cast<int>(secs_of_day % 60);
+  int y = 0, mo = 0, d = 0;
+  date_from_serial(static_cast<double>(days), date1904, y, mo, d);
+  int weekday = static_cast<int>(((days + (date1904 ? 5 : 6)) % 7 + 7) % 7);
+
+  String out;
+  for (const Token& t : s.tokens) {
+    switch (t.type) {
+      case Tok::Literal:
+        out += t.text;
+        break;
+      case Tok::Year:
+        out += t.n <= 2 ? pad(y % 100, 2) : pad(y, 4);
+        break;
+      case Tok::Month:
+        if (t.n == 1)
+          out += pad(mo, 1);
+        else if (t.n == 2)
+          out += pad(mo, 2);
+        else if (t.n == 3)
+          out += String(kMonths[mo - 1]).substr(0, 3);
+        else if (t.n == 5)
+          out += String(kMonths[mo - 1]).substr(0, 1);
+        else
+          out += kMonths[mo - 1];
+        break;
+      case Tok::Day:
+        if (t.n == 1)
+          out += pad(d, 1);
+        else if (t.n == 2)
+          out += pad(d, 2);
+        else if (t.n == 3)
+          out += String(kDays[weekday]).substr(0, 3);
+        else
+          out += kDays[weekday];
+        break;
+      case Tok::Hour: {
+        int h = hour;
+        if (s.has_ampm) {
+          h %= 12;
+          if (h == 0) h = 12;
+        }
+        out += pad(h, t.n >= 2 ? 2 : 1);
+        break;
+      }
+      case Tok::Minute:
+        out += pad(minute, t.n >= 2 ? 2 : 1);
+        break;
+      case Tok::Second:
+        out += pad(second, t.n >= 2 ? 2 : 1);
+        break;
+      case Tok::SubSecond: {
+        out.push_back(u'.');
+        std::string f = std::to_string(frac_units);
+        if (static_cast<int>(f.size()) < sub) f.insert(0, sub - f.size(), '0');
+        out += u16(f.substr(0, t.n));
+        break;
+      }
+      case Tok::AmPm: {
+        bool pm = hour >= 12;
+        bool lower = t.text[0] == u'a' || t.text[0] == u'p';
+        if (t.text.size() == 3)
+          out += pm ? (lower ? u"p" : u"P") : (lower ? u"a" : u"A");
+        else
+          out += pm ? (lower ? u"pm" : u"PM") : (lower ? u"am" : u"AM");
+        break;
+      }
+      case Tok::ElapsedH:
+        out += pad(total_seconds / 3600, t.n);
+        break;
+      case Tok::ElapsedM:
+        out += pad(elapsed_h ? total_seconds / 60 % 60 : total_seconds / 60, t.n);
+        break;
+      case Tok::ElapsedS:
+        out += pad(elapsed_h || elapsed_m ? total_seconds % 60 : total_seconds, t.n);
+        break;
+      case Tok::General:
+        out += general_number(v);
+        break;
+      default:
+        break;
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+String render_number(const Section& s, double v, bool date1904) {
+  if (s.has_date || s.has_time || s.has_elapsed) return render_datetime(s, v, date1904);
+  if (s.has_general) {
+    String out;
+    for (const Token& t : s.tokens) {
+      if (t.type == Tok::Literal)
+        out += t.text;
+      else if (t.type == Tok::General)
+        out += general_number(v);
+    }
+    return out;
+  }
+  if (s.has_fraction) return render_fraction(s, v);
+  if (s.has_exponent) return render_scientific(s, v);
+  return render_fixed(s, v);
+}
+
+String render(const CellValue& value, StringView code, bool date1904) {
+  switch (value.type) {
+    case CellValue::Type::Empty:
+      return String();
+    case CellValue::Type::Boolean:
+      return value.number != 0 ? u"TRUE" : u"FALSE";
+    case CellValue::Type::Error: {
+      switch (static_cast<int32_t>(value.number)) {
+        case cell_error::null:
+          return u"#NULL!";
+        case cell_error::div0:
+          return u"#DIV/0!";
+        case cell_error::value:
+          return u"#VALUE!";
+        case cell_error::ref:
+          return u"#REF!";
+        case cell_error::name:
+          return u"#NAME?";
+        case cell_error::num:
+          return u"#NUM!";
+        case cell_error::na:
+          return u"#N/A";
+        default:
+          return u"#N/A";
+      }
+    }
+    default:
+      break;
+  }
+  if (code.empty() || equals_text(code, u"General")) {
+    if (value.type == CellValue::Type::Text) return String(value.text);
+    return general_number(value.number);
+  }
+  Code c = parse_code(code);
+  auto& secs = c.sections;
+  if (value.type == CellValue::Type::Text) {
+    const Section* text_section = nullptr;
+    if (secs.size() >= 4)
+      text_section = &secs[3];
+    else
+      for (const Section& s : secs)
+        if (s.has_text) text_section = &s;
+    if (!text_section) return String(value.text);
+    String out;
+    for (const Token& t : text_section->tokens) {
+      if (t.type == Tok::Literal)
+        out += t.text;
+      else if (t.type == Tok::At)
+        out += value.text;
+    }
+    return out;
+  }
+
+  double v = value.number;
+  size_t n = secs.size() >= 4 ? 3 : secs.size();
+  // A trailing text-only section does not take numbers.
+  while (n > 1 && secs[n - 1].has_text && !secs[n - 1].has_digits) --n;
+  const Section* chosen = &secs[0];
+  bool drop_sign = false;
+  bool explicit0 = secs[0].condition.has_value();
+  bool explicit1 = n >= 2 && secs[1].condition.has_value();
+  if (n == 1) {
+    chosen = &secs[0];
+    if (explicit0 && !secs[0].condition->test(v)) {
+      // A lone condition that fails leaves the number in General.
+      return general_number(v);
+    }
+  } else {
+    auto test0 = [&] {
+      if (explicit0) return secs[0].condition->test(v);
+      return n == 2 ? v >= 0 : v > 0;
+    };
+    auto test1 = [&] {
+      if (explicit1) return secs[1].condition->test(v);
+      if (explicit0 && n == 2) return true;
+      return v < 0;
+    };
+    if (test0()) {
+      chosen = &secs[0];
+    } else if (test1()) {
+      chosen = &secs[1];
+      // Under a condition on the first section alone, the second is simply "the rest".
+      drop_sign = !(explicit0 && !explicit1 && n == 2);
+    } else if (n >= 3) {
+      chosen = &secs[2];
+      drop_sign = true;
+    } else {
+      return hashes();
+    }
+  }
+  if (chosen->has_text && !chosen->has_digits && !chosen->has_general && !chosen->has_date &&
+      !chosen->has_time && !chosen->has_elapsed) {
+    // "@" alone takes numbers as General.
+    String out;
+    for (const Token& t : chosen->tokens) {
+      if (t.type == Tok::Literal)
+        out += t.text;
+      else if (t.type == Tok::At)
+        out += general_number(v);
+    }
+    return out;
+  }
+  bool datetime = chosen->has_date || chosen->has_time || chosen->has_elapsed;
+  if (datetime) return render_number(*chosen, drop_sign ? std::fabs(v) : v, date1904);
+  bool negative = v < 0 && !drop_sign;
+  String body = render_number(*chosen, std::fabs(v), date1904);
+  // The application shows "-0" for -0.4 under "0": the sign follows the value, not the text.
+  if (negative) body.insert(body.begin(), u'-');
+  return body;
+}
+
+}  // namespace qz::engine::numfmt
