@@ -1,26 +1,130 @@
 #include "formula/tokenizer.hpp"
 
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstdint>
+#include <optional>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "frame/resume.hpp"
 #include "frame/session.hpp"
 #include "qzxl/convert.hpp"
 
+// The per-piece work is small and runs hundreds of thousands of times for a workbook; it
+// must not cost a call.
+#if defined(__GNUC__)
+#define QZXL_ALWAYS_INLINE [[gnu::always_inline]] inline
+#else
+#define QZXL_ALWAYS_INLINE inline
+#endif
+
 namespace qz::formula {
 
 namespace {
 
+enum CharClass : uint8_t {
+  kPlain,
+  kDoubleQuote,
+  kSingleQuote,
+  kOpenBracket,
+  kCloseBracket,
+  kOperator
+};
+
+// The scanner's view of the ASCII characters; every other character is plain.
+constexpr auto kCharClass = [] {
+  std::array<uint8_t, 128> t{};
+  for (char16_t c = 0; c < 128; ++c)
+    if (is_break_char(c)) t[c] = kOperator;
+  t[u'"'] = kDoubleQuote;
+  t[u'\''] = kSingleQuote;
+  t[u'['] = kOpenBracket;
+  t[u']'] = kCloseBracket;
+  return t;
+}();
+
+// Bit n set for each of the first `n` (at most 16) characters of `p` that the scanner must
+// look at: an operator, a quote or a bracket.
+inline uint32_t special_mask(const char16_t* p, int32_t n) {
+#if defined(__SSE2__)
+  if (n == 16) {
+    // The special characters are 0x22, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
+    auto specials = [](__m128i v) {
+      const __m128i zero = _mm_setzero_si128();
+      auto below = [&](int16_t lo, int16_t count) {  // lo <= v < lo + count, unsigned
+        const __m128i d = _mm_sub_epi16(v, _mm_set1_epi16(lo));
+        return _mm_cmpeq_epi16(_mm_subs_epu16(d, _mm_set1_epi16(static_cast<int16_t>(count - 1))),
+                               zero);
+      };
+      auto equal = [&](int16_t c) { return _mm_cmpeq_epi16(v, _mm_set1_epi16(c)); };
+      return _mm_or_si128(_mm_or_si128(_mm_or_si128(below(0x26, 8), below(0x3C, 3)),
+                                       _mm_or_si128(below(0x5D, 2), equal(0x22))),
+                          _mm_or_si128(equal(0x2F), equal(0x5B)));
+    };
+    const __m128i lo = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    const __m128i hi = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
+    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(lo, hi)));
+  }
+#endif
+  uint32_t mask = 0;
+  for (int32_t i = 0; i < n; ++i)
+    if (p[i] < 128 && kCharClass[p[i]] != kPlain) mask |= 1u << i;
+  return mask;
+}
+
+// Whether `text` reads as a number by the runtime's rules (qz::parse_number). Most operands
+// are references that begin with a letter, and most numbers are plain digits: both are told
+// here without the full reading. Anything else goes to parse_number.
+bool is_number(StringView text, const Locale& loc) {
+  size_t i = 0;
+  while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
+  if (i == text.size()) return false;
+  const char16_t c = text[i];
+  const bool digit = c >= u'0' && c <= u'9';
+  // A number begins, after white space, with a digit, the decimal point, the currency
+  // symbol, a sign, a parenthesis or a radix "&".
+  if (!digit && c != u'+' && c != u'-' && c != u'(' && c != u'&' && c != loc.decimal &&
+      (loc.currency.empty() || c != loc.currency.front()))
+    return false;
+  if (i == 0 && text.size() <= 15) {
+    // Digits with at most one decimal point and nothing else: a number in any locale.
+    bool plain = true, point = false, any_digit = false;
+    for (char16_t d : text) {
+      if (d >= u'0' && d <= u'9') {
+        any_digit = true;
+      } else if (d == loc.decimal && !point) {
+        point = true;
+      } else {
+        plain = false;
+        break;
+      }
+    }
+    if (plain && any_digit) return true;
+  }
+  return parse_number(text).has_value();
+}
+
+bool holds_ref_error(StringView text) {
+  return text.find(u'#') != StringView::npos && instr_text(1, text, u"#REF!") > 0;
+}
+
 // One operand is classified in a fixed order; the first test that holds decides, so a
 // piece never carries two flags.
-void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren, bool mark_ranges) {
+void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren, bool mark_ranges,
+                      const Locale& loc) {
   if (followed_by_paren) {
     piece.IsFunction = true;
   } else if (text.front() == u'"' && text.back() == u'"') {
     // A lone double quote is both its own first and last character.
     piece.IsSimpleText = true;
-  } else if (parse_number(text)) {
+  } else if (is_number(text, loc)) {
     piece.IsValue = true;
-  } else if (instr_text(1, text, u"#REF!") > 0) {
+  } else if (holds_ref_error(text)) {
     // A broken reference is neither a value nor something that can be followed.
   } else if (mark_ranges) {
     piece.IsRange = true;
@@ -29,14 +133,53 @@ void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren,
   }
 }
 
+// Fills the caller's piece array in place: pieces already there are overwritten rather than
+// destroyed and rebuilt, so a caller that reads many formulas into one array reuses the
+// buffers of its longer pieces.
+class PieceWriter {
+ public:
+  explicit PieceWriter(FmlaPieces& pieces) : pieces_(pieces) {}
+  ~PieceWriter() { pieces_.resize(used_); }
+  PieceWriter(const PieceWriter&) = delete;
+  PieceWriter& operator=(const PieceWriter&) = delete;
+
+  QZXL_ALWAYS_INLINE FmlaPiece& add(StringView text, int32_t start) {
+    FmlaPiece* p;
+    if (used_ < pieces_.size()) {
+      p = &pieces_[used_];
+      p->ThePiece.clear();
+      p->IsOperator = p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText =
+          false;
+    } else {
+      p = &pieces_.emplace_back();
+    }
+    ++used_;
+    // Most pieces fit the string's own small buffer; filling it character by character
+    // stays inline, where a general copy would not.
+    if (text.size() <= 7) {
+      for (char16_t c : text) p->ThePiece.push_back(c);
+    } else {
+      p->ThePiece.append(text.data(), text.size());
+    }
+    p->StartPos = start;
+    return *p;
+  }
+  FmlaPiece& last() { return pieces_[used_ - 1]; }
+
+ private:
+  FmlaPieces& pieces_;
+  size_t used_ = 0;
+};
+
 // Expands the reference `segment` (untrimmed, as it stands in the formula) into its cells
 // and splices them into `formula` after the operator at `op_pos` (1-based, in rewritten
-// coordinates). `rest` is the original text from the next operator on. Appends the cell
-// pieces after `piece`. Returns the change in length, or nothing when the reference could
-// not be expanded: an unresolvable reference then stays in the formula as written rather
-// than being cut out of it.
-std::optional<int32_t> replace_range(String& formula, FmlaPieces& pieces, FmlaPiece piece,
-                                     StringView segment, int32_t op_pos, StringView rest) {
+// coordinates); `rest` is the text on entry from the next operator on. The operand piece,
+// last in `out`, becomes the first cell, and a "," and a piece follow for every further
+// cell. Returns the change in length, or nothing when the reference could not be expanded:
+// an unresolvable reference then stays in the formula as written rather than being cut out
+// of it.
+std::optional<int32_t> replace_range(String& formula, PieceWriter& out, StringView segment,
+                                     int32_t op_pos, StringView rest) {
   std::vector<String> parts;
   int32_t change = 0;
   String replacement = value_or(String(), [&] {
@@ -51,21 +194,13 @@ std::optional<int32_t> replace_range(String& formula, FmlaPieces& pieces, FmlaPi
   rewritten.append(rest);
   formula = std::move(rewritten);
 
-  piece.ThePiece = std::move(parts[0]);
-  int32_t next_pos = piece.StartPos + static_cast<int32_t>(piece.ThePiece.size());
-  pieces.push_back(std::move(piece));
+  FmlaPiece& first = out.last();
+  first.ThePiece = parts[0];
+  int32_t next_pos = first.StartPos + static_cast<int32_t>(first.ThePiece.size());
   for (size_t i = 1; i < parts.size(); ++i) {
-    FmlaPiece comma;
-    comma.ThePiece = u",";
-    comma.StartPos = next_pos;
-    comma.IsOperator = true;
-    pieces.push_back(std::move(comma));
-    FmlaPiece cell;
-    cell.ThePiece = std::move(parts[i]);
-    cell.StartPos = next_pos + 1;
-    cell.IsRange = true;
-    next_pos = cell.StartPos + static_cast<int32_t>(cell.ThePiece.size());
-    pieces.push_back(std::move(cell));
+    out.add(u",", next_pos).IsOperator = true;
+    out.add(parts[i], next_pos + 1).IsRange = true;
+    next_pos += 1 + static_cast<int32_t>(parts[i].size());
   }
   return change;
 }
@@ -73,7 +208,7 @@ std::optional<int32_t> replace_range(String& formula, FmlaPieces& pieces, FmlaPi
 }  // namespace
 
 void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
-  pieces.clear();
+  PieceWriter out(pieces);
   const bool may_rewrite = !mode.keep_ranges && mode.mark_ranges;
   // Segments are always cut from the text as it was on entry; only the reported positions
   // follow the rewritten formula. A copy is needed only when the formula may change.
@@ -82,82 +217,78 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
   const StringView f = may_rewrite ? StringView(entry_copy) : StringView(formula);
 
   if (f.empty() || f.front() != u'=') {
-    FmlaPiece whole;
-    whole.ThePiece = String(f);
-    whole.StartPos = 1;
+    FmlaPiece& whole = out.add(f, 1);
     if (parse_number(f))
       whole.IsValue = true;
     else
       whole.IsSimpleText = true;
-    pieces.push_back(std::move(whole));
     return;
   }
 
-  // Positions (1-based) of the operators that cut the text. Quotes hide operators: a single
-  // quote toggles whatever else is open (an apostrophe inside a double-quoted text flips it
-  // too, and the closing double quote clears it again).
-  std::vector<int32_t> breaks;
-  breaks.reserve(f.size() / 3 + 2);
-  bool in_double = false, in_single = false, in_brackets = false;
+  const Locale& loc = current_locale();
   const auto length = static_cast<int32_t>(f.size());
-  for (int32_t i = 0; i < length; ++i) {
-    const char16_t c = f[static_cast<size_t>(i)];
-    if (c == u'"') {
-      if (in_double) {
-        in_double = in_single = false;
-        if (mode.r1c1) in_brackets = false;
-      } else {
-        in_double = true;
-      }
-    } else if (c == u'\'') {
-      in_single = !in_single;
-    } else if (mode.r1c1 && c == u'[') {
-      in_brackets = true;
-    } else if (mode.r1c1 && c == u']') {
-      in_brackets = false;
-    } else if (is_break_char(c) && !in_double && !in_single && !in_brackets) {
-      breaks.push_back(i + 1);
-    }
-  }
-
-  pieces.reserve(breaks.size() * 2);
   int32_t shift = 0;  // growth of the formula from the replacements made so far
-  for (size_t k = 0; k < breaks.size(); ++k) {
-    const int32_t at = breaks[k];
-    const int32_t next = k + 1 < breaks.size() ? breaks[k + 1] : length + 1;
 
-    FmlaPiece op;
-    op.ThePiece = String(1, f[static_cast<size_t>(at - 1)]);
-    op.StartPos = at + shift;
-    op.IsOperator = true;
-    pieces.push_back(std::move(op));
-
+  // The operand between the operator at `at` (1-based) and the next one, at `next` (or the
+  // end of the text, length + 1).
+  auto operand = [&](int32_t at, int32_t next) {
     const StringView segment =
         f.substr(static_cast<size_t>(at), static_cast<size_t>(next - at - 1));
-    const StringView text = trim(segment);
+    size_t first = 0, end = segment.size();
+    while (first < end && segment[first] == u' ') ++first;
+    while (end > first && segment[end - 1] == u' ') --end;
+    const StringView text = segment.substr(first, end - first);
     // Adjacent operators ("<>", ">=", "((") produce no empty operand between them.
-    if (text.empty()) continue;
-
-    FmlaPiece piece;
-    if (mode.trim) {
-      piece.ThePiece = String(text);
-      piece.StartPos = at + shift + static_cast<int32_t>(text.data() - segment.data()) + 1;
-    } else {
-      piece.ThePiece = String(segment);
-      piece.StartPos = at + shift + 1;
-    }
+    if (text.empty()) return;
+    FmlaPiece& piece =
+        mode.trim
+            ? out.add(text, at + shift + static_cast<int32_t>(text.data() - segment.data()) + 1)
+            : out.add(segment, at + shift + 1);
     const bool followed_by_paren = next <= length && f[static_cast<size_t>(next - 1)] == u'(';
-    classify_operand(piece, text, followed_by_paren, mode.mark_ranges);
-
+    classify_operand(piece, text, followed_by_paren, mode.mark_ranges, loc);
     if (may_rewrite && piece.IsRange && text.find(u':') != StringView::npos) {
       const StringView rest = f.substr(static_cast<size_t>(next - 1));
-      if (auto change = replace_range(formula, pieces, piece, segment, at + shift, rest)) {
-        shift += *change;
-        continue;
+      if (auto change = replace_range(formula, out, segment, at + shift, rest)) shift += *change;
+    }
+  };
+
+  // The text is read in blocks of 16 characters; a mask marks the characters that matter
+  // to the scanner (quotes, brackets, operators) and only those are looked at one by one.
+  // Quotes hide operators. A single quote toggles whatever else is open; inside a
+  // double-quoted text that toggle, and any bracket, is undone by the closing double quote,
+  // which clears every state, so a double-quoted text is skipped whole. Because the text
+  // begins with "=", the first operator is always at position 1.
+  const char16_t* const data = f.data();
+  bool in_single = false, in_brackets = false;
+  int32_t previous = 0;
+  int32_t block = 0;
+  while (block < length) {
+    const int32_t base = block;
+    uint32_t mask = special_mask(data + base, std::min(16, length - base));
+    block += 16;
+    while (mask != 0) {
+      const int32_t i = base + std::countr_zero(mask);
+      mask &= mask - 1;
+      const uint8_t cls = kCharClass[data[i]];
+      if (cls == kOperator) {
+        if (in_single || in_brackets) continue;
+        if (previous > 0) operand(previous, i + 1);
+        out.add(f.substr(static_cast<size_t>(i), 1), i + 1 + shift).IsOperator = true;
+        previous = i + 1;
+      } else if (cls == kDoubleQuote) {
+        const size_t close = f.find(u'"', static_cast<size_t>(i) + 1);
+        // An open text runs to the end: no operator after it.
+        block = close == StringView::npos ? length : static_cast<int32_t>(close) + 1;
+        in_single = in_brackets = false;
+        mask = 0;
+      } else if (cls == kSingleQuote) {
+        in_single = !in_single;
+      } else if (mode.r1c1) {
+        in_brackets = cls == kOpenBracket;
       }
     }
-    pieces.push_back(std::move(piece));
   }
+  operand(previous, length + 1);
 }
 
 }  // namespace qz::formula
