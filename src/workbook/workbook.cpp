@@ -10,10 +10,6 @@ namespace qz {
 host::WorkbookPtr iWorkbook::OpenWkbFromUser(const String&, const String&, bool) { return {}; }  // STUB
 bool iWorkbook::IsOpen(const host::WorkbookPtr&, const String&) { return {}; }  // STUB
 String iWorkbook::GetWkbCodeName(const host::WorkbookPtr&) { return {}; }  // STUB
-void iWorkbook::ShowNames(const host::WorkbookPtr&, bool, const String&) {}  // STUB
-void iWorkbook::HideNames(const host::WorkbookPtr&, bool, const String&) {}  // STUB
-void iWorkbook::DeleteNames(const host::WorkbookPtr&, bool, const String&) {}  // STUB
-void iWorkbook::CleanUpNames(const host::WorkbookPtr&) {}  // STUB
 int32_t iWorkbook::ColorIndexFromColor(int32_t, const host::WorkbookPtr&) { return {}; }  // STUB
 bool iWorkbook::InAddInCollection(const String&) { return {}; }  // STUB
 String iWorkbook::GetTitle(const String&) { return {}; }  // STUB

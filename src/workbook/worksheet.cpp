@@ -9,9 +9,6 @@ namespace qz {
 
 host::RangePtr iWorksheet::QZUsedRange(const host::WorksheetPtr&) { return {}; }  // STUB
 void iWorksheet::NameWorksheet(const host::WorksheetPtr&, const String&) {}  // STUB
-void iWorksheet::ShowWksNames(const host::WorksheetPtr&, bool, const String&) {}  // STUB
-void iWorksheet::HideWksNames(const host::WorksheetPtr&, bool, const String&) {}  // STUB
-void iWorksheet::DeleteWksNames(const host::WorksheetPtr&, bool, const String&) {}  // STUB
 String iWorksheet::StripWksName(const String&, String*, bool) { return {}; }  // STUB
 host::WorksheetPtr iWorksheet::WksFromLandmark(const host::WorkbookPtr&, const String&, const Variant&) { return {}; }  // STUB
 String iWorksheet::AssignQZWksName(const host::WorksheetPtr&, const String&) { return {}; }  // STUB
