@@ -39,6 +39,16 @@ bool move_span(int32_t& lo, int32_t& hi, const StructuralChange& c, int32_t limi
   return true;
 }
 
+/// move_span for corners written in either order ("B2:A1" keeps its orientation).
+bool move_ordered(int32_t& a, int32_t& b, const StructuralChange& c, int32_t limit) {
+  bool swapped = a > b;
+  int32_t lo = std::min(a, b), hi = std::max(a, b);
+  if (!move_span(lo, hi, c, limit)) return false;
+  a = swapped ? hi : lo;
+  b = swapped ? lo : hi;
+  return true;
+}
+
 }  // namespace
 
 FormulaPtr adjust(const FormulaPtr& f, CellRef origin, CellRef new_origin, SheetId home,
@@ -75,14 +85,14 @@ FormulaPtr adjust(const FormulaPtr& f, CellRef origin, CellRef new_origin, Sheet
           r1 = r2 = move_index(r1, change, kMaxRows);
           alive = r1 >= 0;
         } else {
-          alive = move_span(r1, r2, change, kMaxRows);
+          alive = move_ordered(r1, r2, change, kMaxRows);
         }
       } else if (!rows && spans_cols) {
         if (r.kind == RefKind::Cell) {
           c1 = c2 = move_index(c1, change, kMaxCols);
           alive = c1 >= 0;
         } else {
-          alive = move_span(c1, c2, change, kMaxCols);
+          alive = move_ordered(c1, c2, change, kMaxCols);
         }
       }
     }

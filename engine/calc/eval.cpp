@@ -31,15 +31,38 @@ StringView error_text(int32_t code) {
       return u"#N/A";
     case 2043:
       return u"#GETTING_DATA";
+    case 2045:
+      return u"#SPILL!";
+    case 2046:
+      return u"#CONNECT!";
+    case 2047:
+      return u"#BLOCKED!";
+    case 2048:
+      return u"#UNKNOWN!";
+    case 2049:
+      return u"#FIELD!";
+    case 2050:
+      return u"#CALC!";
     default:
       return u"#N/A";
   }
 }
 
 std::optional<int32_t> error_from_text(StringView text) {
-  static const int32_t codes[] = {
-      cell_error::null, cell_error::div0, cell_error::value, cell_error::ref,
-      cell_error::name, cell_error::num,  cell_error::na,    2043};
+  static const int32_t codes[] = {cell_error::null,
+                                  cell_error::div0,
+                                  cell_error::value,
+                                  cell_error::ref,
+                                  cell_error::name,
+                                  cell_error::num,
+                                  cell_error::na,
+                                  2043,
+                                  2045,
+                                  2046,
+                                  2047,
+                                  2048,
+                                  2049,
+                                  2050};
   for (int32_t c : codes)
     if (equals_text(text, error_text(c))) return c;
   return std::nullopt;
@@ -1006,6 +1029,7 @@ Operand Evaluator::eval(const Formula& f, uint32_t i) {
     case NodeKind::Array:
       return array_constant(f, i);
     case NodeKind::Paren:
+    case NodeKind::Spill:  // without spilled blocks, the anchor stands for itself
       return eval(f, i - 1);
     case NodeKind::Unary:
       return unary(f, n, i - 1);

@@ -249,6 +249,18 @@ Operand f_error_type(Args& a) {
       return num(7);
     case 2043:
       return num(8);
+    case 2045:
+      return num(9);
+    case 2046:
+      return num(10);
+    case 2047:
+      return num(11);
+    case 2048:
+      return num(12);
+    case 2049:
+      return num(13);
+    case 2050:
+      return num(14);
     default:
       return error(cell_error::na);
   }

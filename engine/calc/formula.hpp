@@ -30,6 +30,7 @@ enum class NodeKind : uint8_t {
   Array,    ///< array constant; children row by row; `cols` per row
   Missing,  ///< an argument left empty ("IF(A1,,1)")
   Opaque,   ///< a structured reference kept as written; `str`
+  Spill,    ///< postfix #: the block spilled from an anchor cell
 };
 
 /// Operators, as typed.

@@ -52,9 +52,20 @@ struct ErrorLiteral {
   int32_t code;
 };
 constexpr ErrorLiteral kErrors[] = {
-    {u"#NULL!", cell_error::null}, {u"#DIV/0!", cell_error::div0}, {u"#VALUE!", cell_error::value},
-    {u"#REF!", cell_error::ref},   {u"#NAME?", cell_error::name},  {u"#NUM!", cell_error::num},
-    {u"#N/A", cell_error::na},     {u"#GETTING_DATA", 2043},
+    {u"#NULL!", cell_error::null},
+    {u"#DIV/0!", cell_error::div0},
+    {u"#VALUE!", cell_error::value},
+    {u"#REF!", cell_error::ref},
+    {u"#NAME?", cell_error::name},
+    {u"#NUM!", cell_error::num},
+    {u"#N/A", cell_error::na},
+    {u"#GETTING_DATA", 2043},
+    {u"#SPILL!", 2045},
+    {u"#CONNECT!", 2046},
+    {u"#BLOCKED!", 2047},
+    {u"#UNKNOWN!", 2048},
+    {u"#FIELD!", 2049},
+    {u"#CALC!", 2050},
 };
 
 /// A sheet or workbook prefix ("Sheet1!", "'My Sheet'!", "Sheet1:Sheet3!", "[1]Sheet1!").
@@ -299,11 +310,26 @@ class Parser {
   void parse_range() {
     size_t start = f_.nodes.size();
     parse_primary();
+    parse_spill(start);
     while (peek() == u':') {
       ++pos_;
+      size_t rhs = f_.nodes.size();
       parse_primary();
+      parse_spill(rhs);
       emit_binary(Op::Range, 0, start);
     }
+  }
+
+  /// "A1#": the whole spilled block of an anchor cell.
+  void parse_spill(size_t start) {
+    int32_t code = 0;
+    size_t len = 0;
+    if (peek() != u'#' || match_error(pos_, code, len)) return;
+    ++pos_;
+    Node n;
+    n.kind = NodeKind::Spill;
+    n.nargs = 1;
+    emit(n, start);
   }
 
   // ---- operands ----------------------------------------------------------------------
@@ -567,7 +593,21 @@ class Parser {
       size_t close = s_.find(u']', pos_);
       if (close == StringView::npos) return p;
       size_t i = close + 1;
-      while (i < s_.size() && is_ident_char(s_[i])) ++i;
+      if (at(i) == u'\'') {
+        // [Book.xlsx]'My Sheet'!A1
+        ++i;
+        while (i < s_.size() && !(s_[i] == u'\'' && at(i + 1) != u'\''))
+          i += s_[i] == u'\'' ? 2 : 1;
+        if (i >= s_.size()) return p;
+        ++i;
+      } else {
+        while (i < s_.size() && is_ident_char(s_[i])) ++i;
+        if (at(i) == u':' && i > close + 1) {  // [1]Sheet1:Sheet3!A1
+          size_t j = i + 1;
+          while (j < s_.size() && is_ident_char(s_[j])) ++j;
+          if (j > i + 1 && at(j) == u'!') i = j;
+        }
+      }
       if (at(i) != u'!') return p;  // a structured reference such as [@Amount]
       p.present = true;
       p.external = true;
@@ -647,10 +687,31 @@ class Parser {
       r.deleted = true;
       return emit_ref(r, wsi);
     }
+    if (p.external && peek() == u'\'') {
+      // A link to another program's item: [1]!'Quote,Bid'.
+      size_t start = pos_++;
+      while (pos_ < s_.size() && !(s_[pos_] == u'\'' && at(pos_ + 1) != u'\''))
+        pos_ += s_[pos_] == u'\'' ? 2 : 1;
+      if (pos_ >= s_.size()) fail_at(start, "unterminated quoted name");
+      ++pos_;
+      r.name_only = true;
+      f_.refs.push_back(r);
+      Node n;
+      n.kind = NodeKind::Name;
+      n.ws = wsi;
+      n.str = intern(String(s_.substr(start, pos_ - start)));
+      n.ref = static_cast<uint32_t>(f_.refs.size() - 1);
+      emit_leaf(n);
+      return;
+    }
     if (is_ident_start(peek())) {
       size_t start = pos_;
       while (is_ident_char(peek())) ++pos_;
-      if (peek() == u'(') fail_at(pos_, "a function cannot carry a sheet name");
+      if (peek() == u'(') {
+        // A function of another workbook ("[1]!Price(A1)"): kept as written.
+        if (!p.external) fail_at(pos_, "a function cannot carry a sheet name");
+        return parse_call(s_.substr(prefix_at, pos_ - prefix_at), wsi);
+      }
       if (peek() == u'[') return parse_structured(wsi, prefix_at);
       r.name_only = true;
       f_.refs.push_back(r);
@@ -855,27 +916,9 @@ class Parser {
   }
 
   bool match_reference(size_t i, RefInfo& r, size_t& end) const {
-    bool ok = notation_ == Notation::A1 ? match_a1(i, r, end) : match_r1c1(i, r, end);
-    if (ok) normalise(r);
-    return ok;
-  }
-
-  /// Puts the corners of an area in order ("B2:A1" is A1:B2), as the application does.
-  void normalise(RefInfo& r) const {
-    auto abs_row = [&](const RefPart& p) { return p.row_abs ? p.row : p.row + origin_.row; };
-    auto abs_col = [&](const RefPart& p) { return p.col_abs ? p.col : p.col + origin_.col; };
-    if (r.kind == RefKind::Area || r.kind == RefKind::Rows) {
-      if (abs_row(r.a) > abs_row(r.b)) {
-        std::swap(r.a.row, r.b.row);
-        std::swap(r.a.row_abs, r.b.row_abs);
-      }
-    }
-    if (r.kind == RefKind::Area || r.kind == RefKind::Cols) {
-      if (abs_col(r.a) > abs_col(r.b)) {
-        std::swap(r.a.col, r.b.col);
-        std::swap(r.a.col_abs, r.b.col_abs);
-      }
-    }
+    // Corners stay in the order written ("B2:A1"): files keep them so, and evaluation and
+    // adjustment work on the rectangle they span either way.
+    return notation_ == Notation::A1 ? match_a1(i, r, end) : match_r1c1(i, r, end);
   }
 
   // ---- names, functions, Booleans, structured references -----------------------------

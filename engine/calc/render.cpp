@@ -17,28 +17,33 @@ bool is_digit(char16_t c) {
 /// Whether the whole text reads as an A1 cell ("AB12") or an R1C1 term ("R", "C3", "R1C1"),
 /// which a sheet name must not be mistaken for.
 bool looks_like_reference(StringView s) {
+  auto upper = [](char16_t c) { return (c >= u'a' && c <= u'z') ? char16_t(c - 32) : c; };
   size_t i = 0;
-  while (i < s.size() && i < 3 &&
-         ((s[i] >= u'A' && s[i] <= u'Z') || (s[i] >= u'a' && s[i] <= u'z')))
-    ++i;
-  if (i > 0 && i < s.size()) {
+  int64_t col = 0;
+  while (i < s.size() && i < 4 && upper(s[i]) >= u'A' && upper(s[i]) <= u'Z')
+    col = col * 26 + (upper(s[i++]) - u'A' + 1);
+  if (i > 0 && i <= 3 && col <= kMaxCols && i < s.size()) {
+    int64_t row = 0;
     size_t j = i;
-    while (j < s.size() && is_digit(s[j])) ++j;
-    if (j == s.size() && j > i) return true;
+    while (j < s.size() && is_digit(s[j]) && j - i < 8) row = row * 10 + (s[j++] - u'0');
+    if (j == s.size() && row >= 1 && row <= kMaxRows) return true;
   }
   // R1C1 forms: R, C, RC, R12, C7, R1C1.
   i = 0;
-  auto part = [&](char16_t letter) {
-    if (i < s.size() && (s[i] == letter || s[i] == letter + 32)) {
+  auto part = [&](char16_t letter, int64_t limit) {
+    if (i < s.size() && upper(s[i]) == letter) {
       ++i;
-      while (i < s.size() && is_digit(s[i])) ++i;
-      return true;
+      int64_t v = 0;
+      size_t start = i;
+      while (i < s.size() && is_digit(s[i]) && i - start < 8) v = v * 10 + (s[i++] - u'0');
+      return i == start || (v >= 1 && v <= limit);
     }
     return false;
   };
-  bool r = part(u'R');
-  bool c = part(u'C');
-  return (r || c) && i == s.size();
+  bool r = part(u'R', kMaxRows);
+  bool ok = true;
+  if (i < s.size()) ok = part(u'C', kMaxCols);
+  return r && ok && i == s.size() ? true : (!r && (i = 0, part(u'C', kMaxCols)) && i == s.size());
 }
 
 void append_number(String& out, int64_t v) {
@@ -169,6 +174,9 @@ class Renderer {
         break;
       case NodeKind::Percent:
         out = args[0] + f_.text(n.ws) + u"%";
+        break;
+      case NodeKind::Spill:
+        out = args[0] + u"#";
         break;
       case NodeKind::Binary:
         out = args[0];

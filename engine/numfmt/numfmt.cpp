@@ -763,8 +763,20 @@ String render(const CellValue& value, StringView code, bool date1904) {
           return u"#NAME?";
         case cell_error::num:
           return u"#NUM!";
-        case cell_error::na:
-          return u"#N/A";
+        case 2043:
+          return u"#GETTING_DATA";
+        case 2045:
+          return u"#SPILL!";
+        case 2046:
+          return u"#CONNECT!";
+        case 2047:
+          return u"#BLOCKED!";
+        case 2048:
+          return u"#UNKNOWN!";
+        case 2049:
+          return u"#FIELD!";
+        case 2050:
+          return u"#CALC!";
         default:
           return u"#N/A";
       }

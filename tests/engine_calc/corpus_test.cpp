@@ -1,0 +1,212 @@
+// Formulas written by real workbooks must come back exactly as they were read: parsing and
+// rendering them again is how the engine shows a formula it loaded.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "calc_fixture.hpp"
+#include "support/test_support.hpp"
+
+namespace qz::engine::calc::test {
+namespace {
+
+struct Sample {
+  std::string text;
+  CellRef at;
+  std::string where;
+};
+
+/// The corpus TSV files escape backslashes, tabs and line breaks.
+std::string unescape(const std::string& s) {
+  std::string out;
+  for (size_t i = 0; i < s.size(); ++i) {
+    if (s[i] == '\\' && i + 1 < s.size()) {
+      char n = s[++i];
+      out.push_back(n == 'n' ? '\n' : n == 't' ? '\t' : n == 'r' ? '\r' : n);
+    } else {
+      out.push_back(s[i]);
+    }
+  }
+  return out;
+}
+
+/// The text with function names upper-cased, as the application shows formulas that other
+/// programs wrote in lower case.
+String upper_functions(const String& s) {
+  String out = s;
+  bool quoted = false;
+  for (size_t i = 0; i < out.size(); ++i) {
+    if (out[i] == u'"') quoted = !quoted;
+    if (quoted || out[i] != u'(') continue;
+    size_t j = i;
+    while (j > 0 && (std::isalnum(out[j - 1]) || out[j - 1] == u'.' || out[j - 1] == u'_')) --j;
+    for (size_t k = j; k < i; ++k)
+      if (out[k] >= u'a' && out[k] <= u'z') out[k] -= 32;
+  }
+  return out;
+}
+
+std::vector<Sample> corpus_formulas() {
+  std::vector<Sample> out;
+  auto dir = qz::test::corpus_dir();
+  if (dir.empty()) return out;
+  std::ifstream json(dir / "formulas/fx/benchmark_formulas.json");
+  if (json) {
+    auto arr = nlohmann::json::parse(json);
+    for (size_t i = 0; i < arr.size(); ++i)
+      out.push_back({arr[i].get<std::string>(), CellRef{99, 25}, "fx #" + std::to_string(i)});
+  }
+  std::ifstream tsv(dir / "formulas/xlsx_corpus/cell_formulas.tsv");
+  std::string line;
+  std::getline(tsv, line);  // header
+  while (std::getline(tsv, line)) {
+    std::vector<std::string> f;
+    std::stringstream ss(line);
+    std::string field;
+    while (std::getline(ss, field, '\t')) f.push_back(field);
+    if (f.size() < 6 || f[5].empty()) continue;
+    out.push_back({unescape(f[5]), cell(f[2]), f[0] + "!" + f[1] + "!" + f[2]});
+  }
+  std::ifstream names(dir / "formulas/xlsx_corpus/defined_names.tsv");
+  std::getline(names, line);
+  while (std::getline(names, line)) {
+    std::vector<std::string> f;
+    std::stringstream ss(line);
+    std::string field;
+    while (std::getline(ss, field, '\t')) f.push_back(field);
+    if (f.size() < 5 || f[4].empty()) continue;
+    out.push_back({unescape(f[4]), CellRef{0, 0}, f[0] + " name " + f[1]});
+  }
+  return out;
+}
+
+TEST(CorpusFormulas, ParseAndRenderGiveBackTheText) {
+  auto samples = corpus_formulas();
+  if (samples.empty()) GTEST_SKIP() << "corpus not present";
+  size_t parsed = 0, exact = 0, shown = 0;
+  std::vector<std::string> refused;
+  for (const Sample& s : samples) {
+    String text = u16(s.text);
+    // Each formula gets its own workbook, whose sheets are named as the formula spells them.
+    TestBook book(std::vector<std::string>{});
+    book.create_sheets = true;
+    FormulaPtr f;
+    try {
+      f = parse(text, Notation::A1, s.at, 0, book);
+    } catch (const Error& e) {
+      refused.push_back(s.where + ": " + s.text + "  [" + e.message() + "]");
+      continue;
+    }
+    ++parsed;
+    String back = render(*f, Notation::A1, s.at, 0, book);
+    if (back == text || back == upper_functions(text)) {
+      ++exact;
+    } else if (shown++ < 20) {
+      ADD_FAILURE() << s.where << "\n  read:     " << s.text << "\n  rendered: " << to_utf8(back);
+    }
+    // The same formula in R1C1 reads back to the same A1 text.
+    String r1c1 = render(*f, Notation::R1C1, s.at, 0, book);
+    FormulaPtr g;
+    try {
+      g = parse(r1c1, Notation::R1C1, s.at, 0, book);
+    } catch (const Error& e) {
+      if (shown++ < 20)
+        ADD_FAILURE() << s.where << ": R1C1 " << to_utf8(r1c1) << " " << e.message();
+      continue;
+    }
+    String again = render(*g, Notation::A1, s.at, 0, book);
+    if (again != back && shown++ < 20)
+      ADD_FAILURE() << s.where << "\n  via R1C1: " << to_utf8(r1c1)
+                    << "\n  back:     " << to_utf8(again);
+  }
+  for (size_t i = 0; i < refused.size() && i < 40; ++i)
+    std::cout << "refused " << refused[i] << "\n";
+  std::cout << samples.size() << " formulas, " << parsed << " parsed, " << exact
+            << " rendered exactly\n";
+  EXPECT_EQ(exact, parsed);
+  // What does not parse is formula text the application itself would refuse (the corpus
+  // keeps some deliberately broken samples).
+  EXPECT_GE(parsed * 1000, samples.size() * 995);
+}
+
+}  // namespace
+}  // namespace qz::engine::calc::test
+
+namespace qz::engine::calc::test {
+namespace {
+
+/// Inputs other projects use to test their formula parsers: what parses must render back.
+TEST(CorpusFormulas, OtherParsersInputsRoundTrip) {
+  auto dir = qz::test::corpus_dir();
+  if (dir.empty()) GTEST_SKIP() << "corpus not present";
+  std::vector<std::string> inputs;
+  auto jsonl = [&](const char* path, const char* key) {
+    std::ifstream in(dir / path);
+    std::string line;
+    while (std::getline(in, line)) {
+      auto j = nlohmann::json::parse(line, nullptr, false);
+      if (j.is_discarded() || !j.contains(key)) continue;
+      if (j.contains("kind") && j["kind"] != "parse_ok") continue;
+      std::string f = j[key].get<std::string>();
+      if (!f.empty() && f[0] == '=') f.erase(0, 1);
+      inputs.push_back(f);
+    }
+  };
+  jsonl("formulas/xlparser/parser_tests_inputs.jsonl", "formula");
+  jsonl("formulas/fx/tokenize_expected.jsonl", "expr");
+  jsonl("formulas/fx/tokenize_srefs_expected.jsonl", "expr");
+  jsonl("formulas/openpyxl/tokenizer_expected.jsonl", "formula");
+  {
+    std::ifstream in(dir / "formulas/xlparser/testformulas/structured_references.txt");
+    std::string line;
+    while (std::getline(in, line)) {
+      if (line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      if (!line.empty() && line[0] == '=') inputs.push_back(line.substr(1));
+    }
+  }
+  // Other programs' inputs need not be spelled as the application writes formulas: case
+  // and quoting may differ, but what parses must read back the same once rendered.
+  auto loose = [](const String& s) {
+    String out;
+    bool quoted = false;
+    for (char16_t c : s) {
+      if (c == u'"') quoted = !quoted;
+      if (!quoted && c == u'\'') continue;
+      out.push_back(!quoted && c >= u'a' && c <= u'z' ? c - 32 : c);
+    }
+    return out;
+  };
+  size_t parsed = 0, exact = 0;
+  for (const std::string& s : inputs) {
+    TestBook book(std::vector<std::string>{});
+    book.create_sheets = true;
+    String text = u16(s);
+    for (Notation n : {Notation::A1, Notation::R1C1}) {
+      try {
+        auto f = parse(text, n, CellRef{99, 25}, 0, book);
+        ++parsed;
+        String back = render(*f, n, CellRef{99, 25}, 0, book);
+        String again =
+            render(*parse(back, n, CellRef{99, 25}, 0, book), n, CellRef{99, 25}, 0, book);
+        if (loose(back) == loose(text) && again == back)
+          ++exact;
+        else
+          std::cout << "differs: " << s << " -> " << to_utf8(back) << "\n";
+        break;
+      } catch (const Error& e) {
+        if (n == Notation::R1C1) std::cout << "refused: " << s << "  [" << e.message() << "]\n";
+      }
+    }
+  }
+  std::cout << inputs.size() << " inputs, " << parsed << " parsed, " << exact << " exact\n";
+  EXPECT_EQ(exact, parsed);
+  // The rest are not formulas the application accepts (unbalanced quotes, "$C", "A1:$1",
+  // trimmed-range operators of later versions).
+  EXPECT_GE(parsed * 100, inputs.size() * 85);
+}
+
+}  // namespace
+}  // namespace qz::engine::calc::test
