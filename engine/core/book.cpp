@@ -1074,7 +1074,8 @@ void Book::commit() {
   if (!graph_valid_) rebuild_graph();
   if (!pending_.empty()) {
     auto deps = graph_.dependents(pending_);
-    pending_.clear();
+    // A large edit leaves a large list behind; give its memory back.
+    std::vector<std::pair<SheetId, CellRef>>().swap(pending_);
     for (auto& [sid, at] : deps) {
       Sheet* s = sheet(sid);
       if (!s) continue;

@@ -212,9 +212,22 @@ uint64_t hash_text(StringView s) {
 }  // namespace
 
 uint32_t StringPool::append(StringView text, std::vector<Run> runs) {
-  chars_.insert(chars_.end(), text.begin(), text.end());
-  offsets_.push_back(static_cast<uint32_t>(chars_.size()));
-  uint32_t idx = static_cast<uint32_t>(size() - 1);
+  uint32_t idx = static_cast<uint32_t>(starts_.size());
+  if (text.size() >= kBlock - 1) {
+    long_.emplace(idx, String(text));
+    starts_.push_back(UINT32_MAX);
+  } else {
+    uint32_t need = static_cast<uint32_t>(text.size()) + 1;
+    if (fill_ + need > kBlock) {
+      blocks_.push_back(std::make_unique<char16_t[]>(kBlock));
+      fill_ = 0;
+    }
+    char16_t* p = blocks_.back().get() + fill_;
+    p[0] = static_cast<char16_t>(text.size());
+    std::copy(text.begin(), text.end(), p + 1);
+    starts_.push_back(static_cast<uint32_t>((blocks_.size() - 1) << 16) | fill_);
+    fill_ += need;
+  }
   if (!runs.empty()) runs_.emplace(idx, std::move(runs));
   changed = true;
   return idx;
@@ -237,7 +250,7 @@ uint32_t StringPool::intern(StringView s) {
   if (table_used_ < size()) {
     for (size_t i = table_used_; i < size(); ++i) {
       if (runs_.count(static_cast<uint32_t>(i))) continue;
-      if ((table_used_ + 1) * 2 > table_.size()) grow_table();
+      if ((table_used_ + 1) * 10 > table_.size() * 7) grow_table();
       size_t mask = table_.size() - 1, j = hash_text(text(static_cast<uint32_t>(i))) & mask;
       bool dup = false;
       while (table_[j]) {
@@ -251,7 +264,7 @@ uint32_t StringPool::intern(StringView s) {
       table_used_ = i + 1;
     }
   }
-  if ((size() + 1) * 2 > table_.size()) grow_table();
+  if ((size() + 1) * 10 > table_.size() * 7) grow_table();
   size_t mask = table_.size() - 1, i = hash_text(s) & mask;
   while (table_[i]) {
     if (text(table_[i] - 1) == s) return table_[i] - 1;
@@ -269,8 +282,11 @@ uint32_t StringPool::add_rich(StringView text, std::vector<Run> runs) {
 }
 
 StringView StringPool::text(uint32_t index) const {
-  if (index + 1 >= offsets_.size()) return {};
-  return StringView(chars_.data() + offsets_[index], offsets_[index + 1] - offsets_[index]);
+  if (index >= starts_.size()) return {};
+  uint32_t at = starts_[index];
+  if (at == UINT32_MAX) return long_.at(index);
+  const char16_t* p = blocks_[at >> 16].get() + (at & 0xFFFF);
+  return StringView(p + 1, p[0]);
 }
 
 const std::vector<Run>& StringPool::runs(uint32_t index) const {
@@ -280,8 +296,10 @@ const std::vector<Run>& StringPool::runs(uint32_t index) const {
 }
 
 size_t StringPool::memory_bytes() const {
-  return chars_.capacity() * sizeof(char16_t) + offsets_.capacity() * sizeof(uint32_t) +
-         table_.capacity() * sizeof(uint32_t) + runs_.size() * 64;
+  size_t n = blocks_.size() * kBlock * sizeof(char16_t) + starts_.capacity() * sizeof(uint32_t) +
+             table_.capacity() * sizeof(uint32_t) + runs_.size() * 64;
+  for (const auto& [i, t] : long_) n += t.capacity() * sizeof(char16_t);
+  return n;
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -233,17 +233,22 @@ class StringPool {
   StringView text(uint32_t index) const;
   /// The runs of an entry (empty for plain text).
   const std::vector<Run>& runs(uint32_t index) const;
-  size_t size() const { return offsets_.size() - 1; }
+  size_t size() const { return starts_.size(); }
   size_t memory_bytes() const;
 
   /// Set when an entry was appended after loading.
   bool changed = false;
 
  private:
+  // Texts live in fixed blocks, each preceded by its length, so that growing the pool never
+  // copies it and no block is more than one text short of full.
+  static constexpr uint32_t kBlock = 1u << 16;
   void grow_table();
-  std::vector<char16_t> chars_;
-  std::vector<uint32_t> offsets_{0};
-  std::vector<uint32_t> table_;  // open addressing: index + 1, 0 = free
+  std::vector<std::unique_ptr<char16_t[]>> blocks_;
+  uint32_t fill_ = kBlock;                     // units used in the last block
+  std::vector<uint32_t> starts_;               // block << 16 | position of the length unit
+  std::unordered_map<uint32_t, String> long_;  // texts too long for a block
+  std::vector<uint32_t> table_;                // open addressing: index + 1, 0 = free
   size_t table_used_ = 0;
   std::unordered_map<uint32_t, std::vector<Run>> runs_;
 };

@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "engine_fixture.hpp"
-#include "test_support.hpp"
+#include "support/test_support.hpp"
 
 namespace qz::engine::test {
 namespace {
