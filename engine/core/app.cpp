@@ -221,8 +221,8 @@ class EWorkbooks final : public host::Workbooks {
       const FileFormat* f = file_format_for(template_.str());
       if (!f) fail("Workbooks.Add: no file format for \"" + to_utf8(template_.str()) + "\"");
       host::OpenArgs args;
-      args.filename = template_.str();
-      BookPtr b = f->open(template_.str(), args);
+      args.filename = native_path(template_.str());
+      BookPtr b = f->open(args.filename, args);
       b->name = next_name();
       b->path.clear();
       b->saved = true;
@@ -240,7 +240,7 @@ class EWorkbooks final : public host::Workbooks {
     return app_->workbook(b);
   }
   host::WorkbookPtr open(const host::OpenArgs& args) override {
-    String path = args.filename;
+    String path = native_path(args.filename);
     if (path.empty()) fail("Workbooks.Open: no file name");
     size_t slash = path.find_last_of(u"/\\");
     String name = slash == String::npos ? path : path.substr(slash + 1);
@@ -402,15 +402,16 @@ class EApplication final : public host::Application {
     later("OnTime");
   }
   Variant run(const String&, std::span<Variant>) override { later("Run"); }
-  void send_keys(const String&, bool) override { later("SendKeys"); }
-  host::DialogPtr dialogs(int32_t) override { later("Dialogs"); }
+  // Keys wait for the next dialog shown, which reads them as a person's keystrokes.
+  void send_keys(const String& keys, bool) override { app_->pending_keys += keys; }
+  host::DialogPtr dialogs(int32_t id) override { return make_dialog(app_, id); }
   host::CommandBarsPtr command_bars() override { later("CommandBars"); }
-  host::AddInsPtr add_ins() override { later("AddIns"); }
+  host::AddInsPtr add_ins() override { return make_add_ins(app_); }
 
   String alt_startup_path() override { return app_->alt_startup_path; }
   void set_alt_startup_path(const String& path) override { app_->alt_startup_path = path; }
   String startup_path() override { return String(); }
-  String path() override { return String(); }
+  String path() override { return app_->options.program_folder; }
   void quit() override {
     app_->books.clear();
     app_->active.reset();

@@ -38,6 +38,8 @@ const FileFormat* file_format_for(const String& path);
 struct ApplicationOptions {
   /// The clock NOW() and TODAY() read, as a 1900-system serial; unset = the system clock.
   std::function<double()> clock;
+  /// The application's own program folder (`Application.Path`); "" for none.
+  String program_folder;
 };
 
 /// A new, empty application (no workbooks open).

@@ -18,6 +18,13 @@ enum class RangeMode : uint8_t { Cells, Rows, Columns };
 [[noreturn]] void fail(const std::string& message);
 [[noreturn]] void not_found(const std::string& what);
 
+/// An add-in the application knows (`Application.AddIns`), installed or not.
+struct AddInRec {
+  String full_name;
+  String title;
+  bool installed = false;
+};
+
 /// What the application holds: its workbooks and settings. Host objects share it.
 struct AppState : std::enable_shared_from_this<AppState> {
   std::vector<BookPtr> books;
@@ -35,6 +42,10 @@ struct AppState : std::enable_shared_from_this<AppState> {
   std::weak_ptr<host::Application> app;
   /// One host object per model object, while anyone holds it (so `Is` comparisons hold).
   std::map<const void*, std::weak_ptr<Object>> wrappers;
+  /// The add-ins list, in the order they were added.
+  std::vector<AddInRec> add_ins;
+  /// Keystrokes sent with `SendKeys` that no dialog has read yet.
+  String pending_keys;
 
   host::ApplicationPtr application();
   host::WorkbookPtr workbook(const BookPtr& book);
@@ -76,8 +87,16 @@ host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& boo
 host::HyperlinksPtr make_hyperlinks(const std::shared_ptr<AppState>& app, const BookPtr& book,
                                     const std::shared_ptr<Sheet>& sheet,
                                     std::optional<std::vector<Rect>> within);
+/// The chart of a chart object; `key` is the object's file identity ("" to find it by name).
 host::ChartPtr make_embedded_chart(const std::shared_ptr<AppState>& app, const BookPtr& book,
-                                   const std::shared_ptr<Sheet>& sheet, const String& name);
+                                   const std::shared_ptr<Sheet>& sheet, const String& name,
+                                   const String& key = String());
+host::AddInsPtr make_add_ins(const std::shared_ptr<AppState>& app);
+/// `Application.Dialogs(id)`; raises for dialogs the engine does not have.
+host::DialogPtr make_dialog(const std::shared_ptr<AppState>& app, int32_t id);
+/// A file name as the file system takes it: on Windows as given; elsewhere "\" is a
+/// separator too, since the library writes folder & "\" & name as the application expects.
+String native_path(const String& path);
 host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& book,
                         const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas,
                         std::optional<std::pair<int32_t, int32_t>> chars = std::nullopt);

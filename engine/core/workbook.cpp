@@ -417,14 +417,23 @@ class EHyperlinks final : public host::Hyperlinks {
 
 class EChart;
 
+// A chart object is found again by the identity its file gave it, so that a handle follows a
+// rename made through another handle; one without (made by the engine) by its name.
+ChartObjectRec& find_chart_object(Sheet& s, const String& key, const String& name) {
+  for (auto& c : s.chart_objects)
+    if (key.empty() ? c.name == name : c.file_key == key) return c;
+  fail("the chart object \"" + to_utf8(name) + "\" has been deleted");
+}
+
 class EChartObject final : public host::ChartObject {
  public:
   EChartObject(std::shared_ptr<AppState> app, BookPtr book, std::shared_ptr<Sheet> sheet,
-               String name)
+               String name, String key)
       : app_(std::move(app)),
         book_(std::move(book)),
         sheet_(std::move(sheet)),
-        name_(std::move(name)) {}
+        name_(std::move(name)),
+        key_(std::move(key)) {}
   host::WorksheetPtr parent() override { return app_->worksheet(book_, sheet_); }
   String name() override { return rec().name; }
   void set_name(const String& name) override {
@@ -434,22 +443,21 @@ class EChartObject final : public host::ChartObject {
     live(sheet_).changed.sheet = true;
     book_->saved = false;
   }
-  host::ChartPtr chart() override { return make_embedded_chart(app_, book_, sheet_, rec().name); }
+  host::ChartPtr chart() override {
+    return make_embedded_chart(app_, book_, sheet_, rec().name, key_);
+  }
   void activate() override {
     app_->activate_sheet(book_, live(sheet_));
     app_->selected_object = chart();
   }
 
  private:
-  ChartObjectRec& rec() {
-    for (auto& c : live(sheet_).chart_objects)
-      if (c.name == name_) return c;
-    fail("the chart object \"" + to_utf8(name_) + "\" has been deleted");
-  }
+  ChartObjectRec& rec() { return find_chart_object(live(sheet_), key_, name_); }
   std::shared_ptr<AppState> app_;
   BookPtr book_;
   std::shared_ptr<Sheet> sheet_;
   String name_;
+  String key_;
 };
 
 class EChartObjects final : public host::ChartObjects {
@@ -462,13 +470,13 @@ class EChartObjects final : public host::ChartObjects {
     if (index.is_string()) {
       for (auto& c : s.chart_objects)
         if (equals_text(c.name, index.str()))
-          return std::make_shared<EChartObject>(app_, book_, sheet_, c.name);
+          return std::make_shared<EChartObject>(app_, book_, sheet_, c.name, c.file_key);
       not_found("ChartObjects(\"" + to_utf8(index.str()) + "\")");
     }
     int32_t i = to_long(index);
     if (i < 1 || i > count()) not_found("ChartObjects(" + std::to_string(i) + ")");
-    return std::make_shared<EChartObject>(app_, book_, sheet_,
-                                          s.chart_objects[static_cast<size_t>(i - 1)].name);
+    const ChartObjectRec& c = s.chart_objects[static_cast<size_t>(i - 1)];
+    return std::make_shared<EChartObject>(app_, book_, sheet_, c.name, c.file_key);
   }
 
  private:
@@ -481,19 +489,20 @@ class EChartObjects final : public host::ChartObjects {
 class EChart final : public host::Chart {
  public:
   EChart(std::shared_ptr<AppState> app, BookPtr book, std::shared_ptr<Sheet> sheet,
-         std::optional<String> object)
+         std::optional<String> object, String key = String())
       : app_(std::move(app)),
         book_(std::move(book)),
         sheet_(std::move(sheet)),
-        object_(std::move(object)) {}
+        object_(std::move(object)),
+        key_(std::move(key)) {}
   host::ApplicationPtr application() override { return app_->application(); }
   ObjectPtr parent() override {
-    if (object_) return std::make_shared<EChartObject>(app_, book_, sheet_, *object_);
+    if (object_) return std::make_shared<EChartObject>(app_, book_, sheet_, object(), key_);
     return app_->workbook(book_);
   }
   String name() override {
     Sheet& s = live(sheet_);
-    if (object_) return s.name + u" " + *object_;
+    if (object_) return s.name + u" " + object();
     return s.name;
   }
   void set_name(const String& name) override {
@@ -502,7 +511,7 @@ class EChart final : public host::Chart {
       // An embedded chart's name is its sheet's and its object's.
       String prefix = s.name + u" ";
       String obj = name.rfind(prefix, 0) == 0 ? name.substr(prefix.size()) : name;
-      std::make_shared<EChartObject>(app_, book_, sheet_, *object_)->set_name(obj);
+      std::make_shared<EChartObject>(app_, book_, sheet_, object(), key_)->set_name(obj);
       object_ = obj;
       return;
     }
@@ -520,10 +529,16 @@ class EChart final : public host::Chart {
   const std::shared_ptr<Sheet>& sheet() const { return sheet_; }
 
  private:
+  // The chart object's name now, which a rename through another handle may have changed.
+  String object() {
+    object_ = find_chart_object(live(sheet_), key_, *object_).name;
+    return *object_;
+  }
   std::shared_ptr<AppState> app_;
   BookPtr book_;
   std::shared_ptr<Sheet> sheet_;
   std::optional<String> object_;
+  String key_;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -881,8 +896,9 @@ host::HyperlinksPtr make_hyperlinks(const std::shared_ptr<AppState>& app, const 
 }
 
 host::ChartPtr make_embedded_chart(const std::shared_ptr<AppState>& app, const BookPtr& book,
-                                   const std::shared_ptr<Sheet>& sheet, const String& name) {
-  return std::make_shared<EChart>(app, book, sheet, name);
+                                   const std::shared_ptr<Sheet>& sheet, const String& name,
+                                   const String& key) {
+  return std::make_shared<EChart>(app, book, sheet, name, key);
 }
 
 }  // namespace qz::engine::detail
