@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <random>
@@ -21,7 +22,10 @@ fs::path to_path(const String& s) {
 #ifdef _WIN32
   return fs::path(std::wstring(s.begin(), s.end()));
 #else
-  return fs::path(to_utf8(s));
+  // Callers join folders and names with "\" as on Windows; here it separates folders too.
+  String native = s;
+  std::replace(native.begin(), native.end(), u'\\', u'/');
+  return fs::path(to_utf8(native));
 #endif
 }
 }  // namespace
@@ -104,7 +108,7 @@ bool Files::is_read_only(const String& path) {
   // user who could write it anyway, as the read-only attribute does on Windows.
   if ((st.permissions() & fs::perms::owner_write) == fs::perms::none) return true;
 #ifndef _WIN32
-  return ::access(to_utf8(path).c_str(), W_OK) != 0;
+  return ::access(to_path(path).c_str(), W_OK) != 0;
 #else
   return false;
 #endif
