@@ -20,7 +20,8 @@ class iChartXL final : public _iChartXL {
   bool ChartObjExists(const host::WorkbookPtr& vWkb, const String& vName) override;
   bool ChartExists(const host::WorkbookPtr& vWkb, const String& vName) override;
   host::ChartPtr RefChart(const host::WorkbookPtr& vWkb, const String& vSheetLevelAddr) override;
-  host::ChartPtr ChartFromAddr(const host::ApplicationPtr& vXL, const String& vWkbName, const String& vSheetLevelAddr) override;
+  host::ChartPtr ChartFromAddr(const host::ApplicationPtr& vXL, const String& vWkbName,
+                               const String& vSheetLevelAddr) override;
   ObjectPtr AllCharts(const host::WorkbookPtr& vWkb) override;
   bool TakeChartPicture(const host::ChartPtr& vChart) override;
 };
