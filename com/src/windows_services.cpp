@@ -1,0 +1,289 @@
+#include "com/src/windows_services.hpp"
+
+#include <commdlg.h>
+#include <shlobj.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "com/src/convert.hpp"
+#include "com/src/disp_object.hpp"
+#include "com/src/host_adapter.hpp"
+#include "frame/session.hpp"
+#include "qzxl/convert.hpp"
+
+namespace qz::com {
+
+namespace {
+
+const wchar_t kSettingsRoot[] = L"Software\\Quazel\\QZXLLib\\";
+
+std::wstring wstr(const String& s) {
+  return std::wstring(s.begin(), s.end());
+}
+String ustr(const wchar_t* s, size_t n) {
+  return String(s, s + n);
+}
+
+[[noreturn]] void registry_failure(const char* what, LONG rc) {
+  throw Error(err::host_failure, std::string("Settings store: cannot ") + what + " (error " +
+                                     std::to_string(rc) + ")");
+}
+
+class RegistrySettings final : public vblib::SettingsBackend {
+ public:
+  std::optional<String> read(const String& section, const String& name) override {
+    const std::wstring key = kSettingsRoot + wstr(section);
+    const std::wstring value = wstr(name);
+    DWORD bytes = 0;
+    LONG rc = RegGetValueW(HKEY_CURRENT_USER, key.c_str(), value.c_str(), RRF_RT_REG_SZ, nullptr,
+                           nullptr, &bytes);
+    if (rc == ERROR_FILE_NOT_FOUND) return std::nullopt;
+    if (rc != ERROR_SUCCESS) registry_failure("read", rc);
+    std::vector<wchar_t> buffer(bytes / sizeof(wchar_t) + 1, L'\0');
+    bytes = static_cast<DWORD>(buffer.size() * sizeof(wchar_t));
+    rc = RegGetValueW(HKEY_CURRENT_USER, key.c_str(), value.c_str(), RRF_RT_REG_SZ, nullptr,
+                      buffer.data(), &bytes);
+    if (rc == ERROR_FILE_NOT_FOUND) return std::nullopt;
+    if (rc != ERROR_SUCCESS) registry_failure("read", rc);
+    return ustr(buffer.data(), wcsnlen(buffer.data(), buffer.size()));
+  }
+
+  void write(const String& section, const String& name, const String& value) override {
+    const std::wstring key = kSettingsRoot + wstr(section);
+    HKEY h = nullptr;
+    LONG rc = RegCreateKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr,
+                              &h, nullptr);
+    if (rc != ERROR_SUCCESS) registry_failure("write", rc);
+    const std::wstring n = wstr(name), v = wstr(value);
+    rc = RegSetValueExW(h, n.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(v.c_str()),
+                        static_cast<DWORD>((v.size() + 1) * sizeof(wchar_t)));
+    RegCloseKey(h);
+    if (rc != ERROR_SUCCESS) registry_failure("write", rc);
+  }
+
+  void remove(const String& section, const String& name) override {
+    const std::wstring key = kSettingsRoot + wstr(section);
+    HKEY h = nullptr;
+    LONG rc = RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_SET_VALUE, &h);
+    if (rc == ERROR_FILE_NOT_FOUND) return;
+    if (rc != ERROR_SUCCESS) registry_failure("remove", rc);
+    rc = RegDeleteValueW(h, wstr(name).c_str());
+    RegCloseKey(h);
+    if (rc != ERROR_SUCCESS && rc != ERROR_FILE_NOT_FOUND) registry_failure("remove", rc);
+  }
+
+  std::vector<String> names(const String& section) override {
+    const std::wstring key = kSettingsRoot + wstr(section);
+    std::vector<String> out;
+    HKEY h = nullptr;
+    LONG rc = RegOpenKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, KEY_QUERY_VALUE, &h);
+    if (rc == ERROR_FILE_NOT_FOUND) return out;
+    if (rc != ERROR_SUCCESS) registry_failure("list", rc);
+    wchar_t name[16384];
+    for (DWORD i = 0;; ++i) {
+      DWORD len = 16384;
+      rc = RegEnumValueW(h, i, name, &len, nullptr, nullptr, nullptr, nullptr);
+      if (rc != ERROR_SUCCESS) break;
+      out.push_back(ustr(name, len));
+    }
+    RegCloseKey(h);
+    std::sort(out.begin(), out.end());
+    return out;
+  }
+};
+
+HWND main_window() {
+  return FindWindowA("XLMAIN", nullptr);
+}
+
+// The file unattended runs record their message boxes in, or "" when a person is there.
+std::wstring unattended_log() {
+  wchar_t buf[MAX_PATH * 2];
+  DWORD n = GetEnvironmentVariableW(L"QZXL_UNATTENDED", buf, MAX_PATH * 2);
+  if (n == 0 || n >= MAX_PATH * 2) return {};
+  return std::wstring(buf, n);
+}
+
+// Progress shown in the application's status bar, which the application clears again when
+// the run ends.
+class StatusBarProgress final : public host::Progress {
+ public:
+  explicit StatusBarProgress(ComPtr<IDispatch> app) : app_(std::move(app)) {}
+  ~StatusBarProgress() override {
+    try {
+      if (app_.target()) {
+        Variant off[1] = {Variant(false)};
+        app_.invoke(u"StatusBar", Invoke::Put, off);
+      }
+    } catch (...) {
+    }
+  }
+  void show(const String& text, int32_t percent) override {
+    if (!app_.target()) return;
+    Variant v[1] = {Variant(text + u" " + to_string(Variant(percent)) + u"%")};
+    try {
+      app_.invoke(u"StatusBar", Invoke::Put, v);
+    } catch (const Error&) {
+      // A status bar that refuses text only loses the display, never the run.
+    }
+  }
+
+ private:
+  LateBound app_;
+};
+
+class WindowsUi final : public host::Ui {
+ public:
+  int32_t msg_box(const String& prompt, int32_t style, const String& title) override {
+    const std::wstring log = unattended_log();
+    if (!log.empty()) {
+      const int32_t answer = host::headless_ui()->msg_box(prompt, style, title);
+      if (FILE* f = _wfopen(log.c_str(), L"ab")) {
+        const std::string line = to_utf8(title) + "|" + std::to_string(style) + "|" +
+                                 to_utf8(prompt) + "|" + std::to_string(answer) + "\n";
+        fwrite(line.data(), 1, line.size(), f);
+        fclose(f);
+      }
+      return answer;
+    }
+    return MessageBoxW(main_window(), wide(prompt), wide(title),
+                       static_cast<UINT>(style) | MB_SETFOREGROUND);
+  }
+
+  String get_open_filename(const host::FileDialogArgs& args) override {
+    if (!unattended_log().empty()) return String();
+    std::vector<wchar_t> file(32768, L'\0');
+    const std::wstring name = wstr(args.default_name);
+    std::copy_n(name.begin(), std::min(name.size(), file.size() - 1), file.begin());
+    // The filter's pairs are NUL-separated and the list ends with two NULs.
+    std::wstring filter = wstr(args.filter);
+    filter.push_back(L'\0');
+    filter.push_back(L'\0');
+    const std::wstring folder = wstr(args.default_folder), title = wstr(args.title),
+                       ext = wstr(args.default_extension);
+    OPENFILENAMEW ofn{};
+    ofn.lStructSize = sizeof(ofn);
+    ofn.hwndOwner = main_window();
+    ofn.lpstrFilter = args.filter.empty() ? nullptr : filter.c_str();
+    ofn.lpstrFile = file.data();
+    ofn.nMaxFile = static_cast<DWORD>(file.size());
+    ofn.lpstrInitialDir = folder.empty() ? nullptr : folder.c_str();
+    ofn.lpstrTitle = title.empty() ? nullptr : title.c_str();
+    ofn.lpstrDefExt = ext.empty() ? nullptr : ext.c_str();
+    ofn.Flags = OFN_HIDEREADONLY | OFN_PATHMUSTEXIST | (args.must_exist ? OFN_FILEMUSTEXIST : 0);
+    if (!GetOpenFileNameW(&ofn)) return String();
+    return ustr(file.data(), wcsnlen(file.data(), file.size()));
+  }
+
+  std::unique_ptr<host::Progress> start_progress(int32_t, int32_t) override {
+    IDispatch* app = nullptr;
+    if (auto& xl = frame::session().XLApp) app = foreign_dispatch(xl.get());
+    return std::make_unique<StatusBarProgress>(ComPtr<IDispatch>(app));
+  }
+};
+
+// Writes a device-dependent bitmap as a 24-bit .bmp file.
+bool write_bitmap(HBITMAP bitmap, const std::wstring& path) {
+  BITMAP bm{};
+  if (!GetObjectW(bitmap, sizeof(bm), &bm) || bm.bmWidth <= 0 || bm.bmHeight <= 0) return false;
+  BITMAPINFOHEADER info{};
+  info.biSize = sizeof(info);
+  info.biWidth = bm.bmWidth;
+  info.biHeight = bm.bmHeight;
+  info.biPlanes = 1;
+  info.biBitCount = 24;
+  info.biCompression = BI_RGB;
+  const DWORD stride = ((static_cast<DWORD>(bm.bmWidth) * 3 + 3) / 4) * 4;
+  info.biSizeImage = stride * static_cast<DWORD>(bm.bmHeight);
+  std::vector<BYTE> bits(info.biSizeImage);
+  HDC dc = GetDC(nullptr);
+  const int lines = GetDIBits(dc, bitmap, 0, static_cast<UINT>(bm.bmHeight), bits.data(),
+                              reinterpret_cast<BITMAPINFO*>(&info), DIB_RGB_COLORS);
+  ReleaseDC(nullptr, dc);
+  if (lines == 0) return false;
+  BITMAPFILEHEADER file{};
+  file.bfType = 0x4D42;  // "BM"
+  file.bfOffBits = sizeof(file) + sizeof(info);
+  file.bfSize = file.bfOffBits + info.biSizeImage;
+  FILE* out = _wfopen(path.c_str(), L"wb");
+  if (!out) return false;
+  bool ok = fwrite(&file, sizeof(file), 1, out) == 1 && fwrite(&info, sizeof(info), 1, out) == 1 &&
+            fwrite(bits.data(), 1, bits.size(), out) == bits.size();
+  return fclose(out) == 0 && ok;
+}
+
+class WindowsPlatform final : public host::Platform {
+ public:
+  ~WindowsPlatform() override {
+    if (process_) CloseHandle(process_);
+  }
+  intptr_t find_window(const char* class_name, const char* title) override {
+    return reinterpret_cast<intptr_t>(FindWindowA(class_name, title));
+  }
+  intptr_t foreground_window() override {
+    return reinterpret_cast<intptr_t>(GetForegroundWindow());
+  }
+  bool set_foreground_window(intptr_t window) override {
+    return SetForegroundWindow(reinterpret_cast<HWND>(window)) != FALSE;
+  }
+  host::ApplicationPtr running_application(const String& prog_id) override {
+    CLSID clsid{};
+    if (FAILED(CLSIDFromProgID(wide(prog_id), &clsid))) return nullptr;
+    ComPtr<IUnknown> running;
+    if (FAILED(GetActiveObject(clsid, nullptr, running.put())) || !running) return nullptr;
+    auto app = running.as<IDispatch>(IID_IDispatch);
+    return app ? adapt<host::Application>(app.get()) : nullptr;
+  }
+  bool start_process(const String& command_line) override {
+    std::wstring cmd = wstr(command_line);
+    STARTUPINFOW si{};
+    si.cb = sizeof(si);
+    PROCESS_INFORMATION pi{};
+    if (!CreateProcessW(nullptr, cmd.data(), nullptr, nullptr, FALSE, NORMAL_PRIORITY_CLASS,
+                        nullptr, nullptr, &si, &pi))
+      return false;
+    CloseHandle(pi.hThread);
+    if (process_) CloseHandle(process_);
+    process_ = pi.hProcess;
+    return true;
+  }
+  bool wait_for_input_idle(int32_t milliseconds) override {
+    if (!process_) return false;
+    return WaitForInputIdle(process_, static_cast<DWORD>(milliseconds)) == 0;
+  }
+  bool save_clipboard_bitmap(const String& file) override {
+    if (!OpenClipboard(main_window())) return false;
+    bool saved = false;
+    if (auto bitmap = static_cast<HBITMAP>(GetClipboardData(CF_BITMAP)))
+      saved = write_bitmap(bitmap, wstr(file));
+    EmptyClipboard();
+    CloseClipboard();
+    return saved;
+  }
+  String app_data_folder() override {
+    wchar_t path[MAX_PATH] = {};
+    if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, path)))
+      return String();
+    return ustr(path, wcsnlen(path, MAX_PATH));
+  }
+
+ private:
+  HANDLE process_ = nullptr;
+};
+
+}  // namespace
+
+std::shared_ptr<vblib::SettingsBackend> registry_settings_backend() {
+  return std::make_shared<RegistrySettings>();
+}
+std::shared_ptr<host::Ui> windows_ui() {
+  return std::make_shared<WindowsUi>();
+}
+std::shared_ptr<host::Platform> windows_platform() {
+  return std::make_shared<WindowsPlatform>();
+}
+
+}  // namespace qz::com

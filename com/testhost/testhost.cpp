@@ -1,0 +1,149 @@
+// QZXLTestHost.dll: the class QZXLTest.Engine hands out applications of the embedded engine
+// as automation objects (every host member by the application's name, named arguments,
+// For Each), so that a script can give QZXLLib an Application to drive and then check what
+// the library did to the workbook. A few helpers show how values arrive over COM.
+#include <olectl.h>
+#include <windows.h>
+
+#include <mutex>
+
+#include "com/src/convert.hpp"
+#include "com/src/core.hpp"
+#include "com/src/disp_object.hpp"
+#include "com/src/errors.hpp"
+#include "com/src/module_support.hpp"
+#include "com/src/object_dispatch.hpp"
+#include "engine/core/engine.hpp"
+#include "host/dispatch.hpp"
+#include "qzxl/convert.hpp"
+
+namespace qz::com {
+namespace {
+
+constexpr GUID kClsidEngine = {
+    0xCD6B2A48, 0x42AB, 0x4E4D, {0xA7, 0x16, 0x03, 0xE2, 0x96, 0x96, 0x8E, 0xB7}};
+constexpr ClassEntry kClasses[] = {
+    {kClsidEngine, L"QZXLTest.Engine", L"QZXLLib test engine"},
+};
+
+// The pieces of a formula as a script can compare them: "piece@start:flags" joined by "|",
+// the flags being the letters of the piece's true Booleans (Operator, Function, Range,
+// object Key, Value, Simple text). Each record arrives as the array of its fields.
+String describe_pieces(const Variant& v) {
+  if (!v.is_array()) return u"(" + type_name(v) + u")";
+  String out;
+  for (const Variant& piece : v.array().items) {
+    if (!out.empty()) out += u"|";
+    if (!piece.is_array() || piece.array().items.size() != 8) {
+      out += u"?";
+      continue;
+    }
+    const auto& f = piece.array().items;
+    out += to_string(f[0]) + u"@" + to_string(f[1]) + u":";
+    const char16_t letters[] = u"OFRKVS";
+    for (size_t i = 0; i < 6; ++i)
+      if (to_bool(f[i + 2])) out += letters[i];
+  }
+  return out;
+}
+
+class TestEngine final : public Object {
+ public:
+  String type_name() const override { return u"QZXLTestEngine"; }
+
+  Variant invoke(StringView name, Invoke, std::span<Variant> args) override {
+    auto arg = [&](size_t i) -> Variant& {
+      if (i >= args.size()) throw Error(err::wrong_arguments, "Argument not optional");
+      return args[i];
+    };
+    if (same_member(name, u"NewApplication")) {
+      engine::ApplicationOptions options;
+      // A fixed clock: 14 November 2026 09:30, so that NOW() and TODAY() are repeatable.
+      options.clock = [] { return 46340.395833333336; };
+      return Variant(ObjectPtr(engine::create_application(options)));
+    }
+    if (same_member(name, u"TypeOf")) return Variant(qz::type_name(arg(0)));
+    if (same_member(name, u"Echo")) return arg(0);
+    if (same_member(name, u"Assign")) {
+      arg(0) = arg(1);
+      return Variant();
+    }
+    if (same_member(name, u"Pieces")) return Variant(describe_pieces(arg(0)));
+    if (same_member(name, u"LowerBound")) return Variant(arg(0).array().lower);
+    return Object::invoke(name, Invoke::Method, args);
+  }
+
+  bool has_member(StringView name) const override {
+    for (const char16_t* m :
+         {u"NewApplication", u"TypeOf", u"Echo", u"Assign", u"Pieces", u"LowerBound"})
+      if (same_member(name, m)) return true;
+    return false;
+  }
+};
+
+void enter_module() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    object_bridge().import_object = [](IDispatch* d) -> ObjectPtr {
+      if (auto own = object_behind(d)) return own;
+      return std::make_shared<DispObject>(ComPtr<IDispatch>(d));
+    };
+    object_bridge().export_object = [](const ObjectPtr& o) -> IDispatch* {
+      if (IDispatch* d = foreign_dispatch(o.get())) {
+        d->AddRef();
+        return d;
+      }
+      return dispatch_for(o);
+    };
+    auto& members = object_members();
+    members.invoke = host::invoke_member;
+    members.has = host::has_member;
+    members.param_index = host::param_index;
+    members.items = host::items_of;
+  });
+}
+
+}  // namespace
+}  // namespace qz::com
+
+using namespace qz::com;
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+  if (reason == DLL_PROCESS_ATTACH) {
+    g_instance = instance;
+    DisableThreadLibraryCalls(instance);
+  }
+  return TRUE;
+}
+
+extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
+  if (!out) return E_POINTER;
+  *out = nullptr;
+  if (!IsEqualCLSID(clsid, kClsidEngine)) return CLASS_E_CLASSNOTAVAILABLE;
+  IClassFactory* factory = nullptr;
+  HRESULT hr = guard([&] {
+    factory = make_class_factory([](REFIID i, void** o) {
+      enter_module();
+      IDispatch* d = dispatch_for(std::make_shared<TestEngine>());
+      HRESULT r = d->QueryInterface(i, o);
+      d->Release();
+      return r;
+    });
+  });
+  if (FAILED(hr)) return hr;
+  hr = factory->QueryInterface(iid, out);
+  factory->Release();
+  return hr;
+}
+
+extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() {
+  return module_can_unload() ? S_OK : S_FALSE;
+}
+
+extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
+  return register_classes(kClasses, nullptr, nullptr);
+}
+
+extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() {
+  return unregister_classes(kClasses);
+}
