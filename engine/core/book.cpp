@@ -21,7 +21,7 @@ namespace {
 
 // Evaluation recurses through dirty precedents up to this depth; deeper chains are finished
 // from an explicit stack, so a long chain of formulas cannot exhaust the call stack.
-constexpr int32_t kMaxEvalDepth = 200;
+constexpr int32_t kMaxEvalDepth = 128;
 
 // A new formula, a changed cell or a new format makes a workbook unsaved.
 void touch(Book& b, Sheet& s) {
@@ -225,7 +225,7 @@ void Book::delete_sheet(SheetId id) {
   saved = false;
   graph_valid_ = false;
   for (auto& sh : sheets) sh->changed.cells = true;
-  calculate(true);
+  recalc_everything();
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -299,23 +299,15 @@ size_t Book::define_name(StringView text, SheetId scope, StringView formula, boo
   changed.workbook = true;
   saved = false;
   // Formulas may use the name: their dependencies and values change with it.
-  graph_valid_ = false;
-  for (auto& s : sheets)
-    for (auto& f : s->formulas)
-      if (f.live) {
-        f.dirty = true;
-        dirty_.emplace_back(s->id, static_cast<uint32_t>(&f - s->formulas.data()));
-      }
+  name_changed(text);
   return index;
 }
 
 void Book::delete_name(size_t index) {
   if (index >= names.size()) fail("the name no longer exists");
+  String text = names[index].name;
   names.erase(names.begin() + static_cast<long>(index));
-  changed.workbook = true;
-  saved = false;
-  graph_valid_ = false;
-  calculate(true);
+  name_changed(text);
 }
 
 String Book::qualified_name(const DefinedName& n) const {
@@ -971,7 +963,8 @@ const calc::Formula* Book::ensure_parsed(Sheet& s, FormulaCell& f) {
   return f.parsed.get();
 }
 
-std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f) {
+std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
+                                                     std::vector<String>* names_used) {
   std::vector<std::pair<SheetId, Rect>> reads;
   if (!f.parsed) return reads;
   calc::References refs = calc::references(*f.parsed, f.at, s.id);
@@ -982,6 +975,7 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f) {
   for (size_t i = 0; i < todo.size() && i < 64; ++i) {
     String key = to_upper(todo[i]);
     if (!seen.insert(key).second) continue;
+    if (names_used) names_used->push_back(key);
     const DefinedName* n = resolve_name(todo[i], s.id);
     if (!n || !n->parsed) continue;
     calc::References nr =
@@ -996,13 +990,61 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f) {
 
 void Book::register_formula(Sheet& s, FormulaCell& f) {
   if (!ensure_parsed(s, f)) return;
-  graph_.set(s.id, f.at, reads_of(s, f));
-  if (f.is_volatile) volatile_.emplace_back(s.id, static_cast<uint32_t>(&f - s.formulas.data()));
+  std::vector<String> names_used;
+  graph_.set(s.id, f.at, reads_of(s, f, &names_used));
+  auto slot = std::make_pair(s.id, static_cast<uint32_t>(&f - s.formulas.data()));
+  if (f.is_volatile) volatile_.push_back(slot);
+  for (String& n : names_used) name_users_[std::move(n)].push_back(slot);
+}
+
+void Book::name_changed(StringView text) {
+  changed.workbook = true;
+  saved = false;
+  if (!graph_valid_) {
+    recalc_everything();
+    return;
+  }
+  // Only the formulas that use the name read other cells now, and only they and their
+  // dependents change value.
+  auto it = name_users_.find(to_upper(text));
+  if (it != name_users_.end()) {
+    auto users = it->second;
+    for (auto [sid, i] : users) {
+      Sheet* sh = sheet(sid);
+      if (!sh || i >= sh->formulas.size() || !sh->formulas[i].live) continue;
+      FormulaCell& f = sh->formulas[i];
+      graph_.set(sid, f.at, reads_of(*sh, f, nullptr));
+      if (!f.dirty) {
+        f.dirty = true;
+        dirty_.emplace_back(sid, i);
+      }
+      pending_.emplace_back(sid, f.at);
+    }
+  }
+  commit();
+}
+
+void Book::invalidate_graph() {
+  graph_valid_ = false;
+  recalc_everything();
+}
+
+void Book::load_name(DefinedName name) {
+  if (!name.parsed && !name.formula.empty()) {
+    try {
+      name.parsed = calc::parse(name.formula, calc::Notation::A1, {}, name.scope, *this);
+    } catch (const Error&) {
+      // Kept as text: written back as read, evaluated as #NAME? by formulas that use it.
+    }
+  }
+  names.push_back(std::move(name));
+  graph_valid_ = false;
 }
 
 void Book::rebuild_graph() {
   graph_.clear();
   volatile_.clear();
+  name_users_.clear();
   for (auto& s : sheets)
     for (auto& f : s->formulas)
       if (f.live) register_formula(*s, f);
@@ -1272,15 +1314,21 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
   volatile_.clear();
   pending_.clear();
   // Values of formulas whose ranges grew or shrank change; recalculate the workbook.
+  recalc_everything();
+}
+
+void Book::recalc_everything() {
+  dirty_.clear();
+  for (auto& sh : sheets)
+    for (size_t i = 0; i < sh->formulas.size(); ++i)
+      if (sh->formulas[i].live) {
+        sh->formulas[i].dirty = true;
+        dirty_.emplace_back(sh->id, static_cast<uint32_t>(i));
+      }
+  // In manual mode the workbook waits for Calculate, as after any other edit.
   if (auto_calc) {
-    calculate(true);
-  } else {
-    for (auto& sh : sheets)
-      for (size_t i = 0; i < sh->formulas.size(); ++i)
-        if (sh->formulas[i].live) {
-          sh->formulas[i].dirty = true;
-          dirty_.emplace_back(sh->id, static_cast<uint32_t>(i));
-        }
+    if (!graph_valid_) rebuild_graph();
+    recalc_dirty();
   }
 }
 

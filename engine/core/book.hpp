@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <unordered_map>
 #include <vector>
 
 #include "engine/core/model.hpp"
@@ -161,8 +162,13 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// True when anything changed since loading (or since `loaded`).
   bool any_change() const;
 
-  /// Marks the dependency graph stale (names changed, sheets renamed...).
-  void invalidate_graph() { graph_valid_ = false; }
+  /// Something every formula may depend on changed (a name was renamed...): the dependency
+  /// graph is rebuilt and every formula recalculates (now, in automatic mode).
+  void invalidate_graph();
+  /// A name of that text was added, redefined, renamed or deleted: its users recalculate.
+  void name_changed(StringView text);
+  /// Adds a name as a file defines it (no recalculation; `formula` is parsed if it can be).
+  void load_name(DefinedName name);
   void note_cell_change(Sheet& s, int32_t row, int32_t col);
 
  private:
@@ -171,9 +177,12 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void drop_formula(Sheet& s, Cell& c);
   void rebuild_graph();
   void register_formula(Sheet& s, FormulaCell& f);
-  std::vector<std::pair<SheetId, Rect>> reads_of(Sheet& s, FormulaCell& f);
+  std::vector<std::pair<SheetId, Rect>> reads_of(Sheet& s, FormulaCell& f,
+                                                 std::vector<String>* names_used = nullptr);
   void evaluate_cell(Sheet& s, FormulaCell& f);
   void recalc_dirty();
+  /// Every formula is dirty (structure or names changed); recalculated now in automatic mode.
+  void recalc_everything();
   String constant_formula(const Sheet& s, const Cell& c, int32_t row, int32_t col) const;
 
   SheetId next_sheet_id_ = 0;
@@ -182,6 +191,8 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<std::pair<SheetId, CellRef>> pending_;  // changed cells since the last commit
   std::vector<std::pair<SheetId, uint32_t>> dirty_;   // formula slots to recalculate
   std::vector<std::pair<SheetId, uint32_t>> volatile_;
+  // Formula slots by the (upper-case) names they use, so a name's change reaches its users.
+  std::unordered_map<String, std::vector<std::pair<SheetId, uint32_t>>> name_users_;
   uint64_t evaluations_ = 0;
   int32_t eval_depth_ = 0;
   std::optional<std::pair<SheetId, uint32_t>> deferred_;

@@ -62,6 +62,26 @@ TEST_F(Calc, ResultsIncludingErrorsNamesAndOtherSheets) {
   EXPECT_EQ(num(value("B8")), 0);
 }
 
+TEST_F(Calc, ANameChangeRecalculatesOnlyItsUsers) {
+  for (int r = 1; r <= 100; ++r) ws->cell(r, 1)->set_formula_r1c1(u"=ROW()*2");
+  put("B1", "=Growth*10");
+  put("B2", "=B1+1");
+  EXPECT_EQ(value("B1").error().code, cell_error::name);
+  host::NameAddArgs args;
+  args.name = V("Growth");
+  args.refers_to = V("=Sheet1!$C$1");
+  uint64_t before = book().evaluations();
+  auto growth = wb->names()->add(args);
+  EXPECT_EQ(book().evaluations() - before, 2u);  // B1 and its dependent B2
+  EXPECT_EQ(num(value("B2")), 1);
+  put("C1", "3");  // the name's cell now feeds B1
+  EXPECT_EQ(num(value("B2")), 31);
+  growth->set_refers_to(V("=7"));
+  EXPECT_EQ(num(value("B2")), 71);
+  growth->delete_();
+  EXPECT_EQ(value("B2").error().code, cell_error::name);
+}
+
 TEST_F(Calc, AutomaticModeRecalculatesOnlyDependents) {
   // 200 independent chains of five cells; changing one input touches its chain only.
   for (int c = 1; c <= 200; ++c) {
