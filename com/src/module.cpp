@@ -1,8 +1,9 @@
 // The entry points of QZXLLib.dll: the class objects of the two creatable classes, unloading,
 // and registration of the classes and the type library. They hold none of the library's
 // logic; the first object created sets up the Windows services and the session.
-#include <olectl.h>
 #include <windows.h>
+
+#include <olectl.h>
 
 #include <mutex>
 

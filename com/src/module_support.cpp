@@ -1,7 +1,8 @@
 #include "com/src/module_support.hpp"
 
-#include <olectl.h>
 #include <windows.h>
+
+#include <olectl.h>
 
 #include "com/src/core.hpp"
 #include "com/src/errors.hpp"

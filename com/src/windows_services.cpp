@@ -1,8 +1,9 @@
 #include "com/src/windows_services.hpp"
 
+#include <windows.h>
+
 #include <commdlg.h>
 #include <shlobj.h>
-#include <windows.h>
 
 #include <algorithm>
 #include <cstdio>

@@ -2,8 +2,9 @@
 // as automation objects (every host member by the application's name, named arguments,
 // For Each), so that a script can give QZXLLib an Application to drive and then check what
 // the library did to the workbook. A few helpers show how values arrive over COM.
-#include <olectl.h>
 #include <windows.h>
+
+#include <olectl.h>
 
 #include <mutex>
 
