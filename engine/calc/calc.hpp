@@ -137,6 +137,9 @@ class EvalContext {
   virtual bool date1904() = 0;
   /// The current date-time as a serial (a seam, so tests can fix it).
   virtual double now() = 0;
+  /// The formula of a cell, if it holds one. SUBTOTAL uses it to leave out the other
+  /// SUBTOTALs in its ranges; a context that does not answer (the default) counts them.
+  virtual FormulaPtr formula_at(SheetId sheet, CellRef cell) { return nullptr; }
 };
 
 /// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the

@@ -328,17 +328,30 @@ int compare_values(const Value& a, const Value& b) {
 
 String number_to_text(double d) {
   if (d == 0) return u"0";
-  char buf[40];
-  std::snprintf(buf, sizeof buf, "%.15G", d);
+  // Fifteen significant digits, in fixed form while that stays short (0.00001, 123.45),
+  // scientific beyond (1E+15, 1.23456789012345E-05).
+  char buf[48];
+  std::snprintf(buf, sizeof buf, "%.14E", d);
+  int e10 = std::atoi(std::strchr(buf, 'E') + 1);
+  if (e10 >= -9 && e10 < 15) {
+    std::snprintf(buf, sizeof buf, "%.*f", std::max(0, 14 - e10), d);
+    std::string t(buf);
+    if (t.find('.') != std::string::npos) {
+      while (t.back() == '0') t.pop_back();
+      if (t.back() == '.') t.pop_back();
+    }
+    if (t.size() <= 17 + (d < 0)) return u16(t);
+  }
+  std::snprintf(buf, sizeof buf, "%.14E", d);
   std::string t(buf);
   size_t e = t.find('E');
-  std::string mant = e == std::string::npos ? t : t.substr(0, e);
-  std::string exp = e == std::string::npos ? std::string() : t.substr(e);
-  if (mant.find('.') != std::string::npos) {
-    while (!mant.empty() && mant.back() == '0') mant.pop_back();
-    if (!mant.empty() && mant.back() == '.') mant.pop_back();
-  }
-  return u16(mant + exp);
+  std::string mant = t.substr(0, e), exp = t.substr(e);
+  while (mant.back() == '0') mant.pop_back();
+  if (mant.back() == '.') mant.pop_back();
+  // "E+020" -> "E+20"
+  std::string digits = exp.substr(2);
+  while (digits.size() > 2 && digits[0] == '0') digits.erase(0, 1);
+  return u16(mant + exp.substr(0, 2) + digits);
 }
 
 double round_half_away(double x, int digits) {

@@ -57,14 +57,19 @@ int32_t find_sorted(const Grid& g, int32_t n, const Value& key, bool descending 
     }
     int c = compare_values(v, key);
     bool ok = descending ? c >= 0 : c <= 0;
+    if (c == 0) {
+      // An exact hit ends the search, at the last of a run of equal values.
+      int32_t last = std::min(n, g.used_length()) - 1;
+      while (probe < last) {
+        Value next = g.linear(probe + 1);
+        if (!same_kind(key, next) || compare_values(next, key) != 0) break;
+        ++probe;
+      }
+      return probe;
+    }
     if (ok) {
       found = probe;
-      if (c == 0 && !descending) {
-        // Keep going right: the last of equal values wins.
-        lo = mid + 1;
-      } else {
-        lo = mid + 1;
-      }
+      lo = mid + 1;
     } else {
       hi = probe - 1;
     }
@@ -427,7 +432,12 @@ Operand f_address(Args& a) {
   if (a.size() > 4 && !a.missing(4)) {
     String sheet = text(a, 4);
     if (!sheet.empty()) {
-      if (sheet_name_needs_quotes(sheet)) {
+      // A book-qualified "[Book1]Sheet1" is written as given.
+      size_t close = sheet.find(u']');
+      StringView bare = sheet[0] == u'[' && close != String::npos
+                            ? StringView(sheet).substr(close + 1)
+                            : StringView(sheet);
+      if (sheet_name_needs_quotes(bare)) {
         String q = u"'";
         for (char16_t c : sheet) {
           if (c == u'\'') q += u'\'';

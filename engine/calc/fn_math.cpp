@@ -291,6 +291,10 @@ Operand f_sumproduct(Args& a) {
   }
   double s = 0;
   size_t n = ms[0].cells.size();
+  // A single value must be a number; in larger arrays text counts as zero.
+  if (n == 1)
+    for (const Matrix& m : ms)
+      if (m.cells[0].kind == Value::Kind::Text) return error(cell_error::value);
   for (size_t k = 0; k < n; ++k) {
     double p = 1;
     for (const Matrix& m : ms) {
@@ -346,13 +350,38 @@ Operand f_subtotal(Args& a) {
   if (code > 100) code -= 100;  // hidden rows are not known here: the same as 1..11
   std::vector<double> xs;
   size_t counta = 0;
+  Evaluator& ev = a.ev();
+  // Other subtotals inside the ranges are left out, so that a grand total over a column of
+  // subtotals does not count them twice.
+  auto nested = [&](SheetId sheet, CellRef c) {
+    FormulaPtr f = ev.ctx().formula_at(sheet, c);
+    if (!f) return false;
+    for (const Node& n : f->nodes) {
+      if (n.kind != NodeKind::Func || n.func < 0) continue;
+      StringView name = f->text(n.str);
+      if (name.size() >= 8 && name.substr(name.size() - 8) == u"SUBTOTAL") return true;
+      if (name.size() >= 9 && name.substr(name.size() - 9) == u"AGGREGATE") return true;
+    }
+    return false;
+  };
+  auto take = [&](const Value& v) {
+    if (v.is_error() && code != 2 && code != 3) raise(v.error_code());
+    if (v.kind == Value::Kind::Number) xs.push_back(v.number);
+    if (v.kind != Value::Kind::Empty) ++counta;
+  };
   for (size_t i = 1; i < a.size(); ++i) {
     const Operand& o = a.get(i);
-    a.ev().for_each(o, [&](const Value& v, bool) {
-      if (v.is_error() && code != 2 && code != 3) raise(v.error_code());
-      if (v.kind == Value::Kind::Number) xs.push_back(v.number);
-      if (v.kind != Value::Kind::Empty) ++counta;
-    });
+    if (!o.is_ref()) {
+      ev.for_each(o, [&](const Value& v, bool) { take(v); });
+      continue;
+    }
+    for (const Area& ar : o.areas) {
+      auto c = ev.clip(ar);
+      if (!c) continue;
+      ev.ctx().for_each_value(c->sheet, c->rect, [&](CellRef at, const Value& v) {
+        if (!nested(c->sheet, at)) take(v);
+      });
+    }
   }
   double n = static_cast<double>(xs.size());
   double sum = std::accumulate(xs.begin(), xs.end(), 0.0);

@@ -309,6 +309,15 @@ Operand f_quartile(Args& a) {
 }
 
 Operand f_mode(Args& a) {
+  // Unlike SUM, MODE takes no text among its arguments, nor a lone empty cell.
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (a.missing(i)) continue;
+    const Operand& o = a.get(i);
+    if (o.is_value() && o.value.kind == Value::Kind::Text) return error(cell_error::value);
+    if (o.is_ref() && o.areas.size() == 1 && o.areas[0].single() &&
+        a.ev().scalar(o).kind == Value::Kind::Empty)
+      return error(cell_error::value);
+  }
   std::vector<double> xs = numbers_of(a);
   size_t best_count = 1;
   double best = 0;

@@ -118,6 +118,7 @@ Operand f_text(Args& a) {
   Value v = scalar(a, 0);
   if (v.is_error()) return v;
   String code = text(a, 1);
+  if (code.empty()) return Value::str({});  // an empty format shows nothing
   numfmt::CellValue cv;
   String held;
   if (v.kind == Value::Kind::Text) {
@@ -306,13 +307,23 @@ Operand f_dollar(Args& a) {
   return Value::str(u"$" + body);
 }
 
+/// T and N read the first cell of a range (not the one in the formula's row).
+Value first_cell(Args& a, size_t i) {
+  const Operand& o = a.get(i);
+  if (o.is_ref() && !o.areas.empty()) {
+    const Area& ar = o.areas[0];
+    return a.ev().cell(ar.sheet, ar.rect.row1, ar.rect.col1);
+  }
+  return a.ev().scalar(o);
+}
+
 Operand f_t(Args& a) {
-  Value v = scalar(a, 0);
+  Value v = first_cell(a, 0);
   if (v.is_error()) return v;
   return Value::str(v.kind == Value::Kind::Text ? v.text : String());
 }
 Operand f_n(Args& a) {
-  Value v = scalar(a, 0);
+  Value v = first_cell(a, 0);
   if (v.is_error()) return v;
   if (v.kind == Value::Kind::Number) return v;
   if (v.kind == Value::Kind::Boolean) return num(v.number);

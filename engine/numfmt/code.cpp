@@ -206,7 +206,7 @@ Section parse_section(StringView code, StringView s) {
       out.has_percent = true;
       ++i;
     } else if ((c == u'E' || c == u'e') && i + 1 < n && (s[i + 1] == u'+' || s[i + 1] == u'-')) {
-      add(out, Tok::Exponent, s[i + 1] == u'+' ? 1 : 0);
+      add(out, Tok::Exponent, s[i + 1] == u'+' ? 1 : 0, String(1, c));
       out.has_exponent = true;
       i += 2;
     } else if (c == u'/') {
@@ -266,7 +266,9 @@ Section parse_section(StringView code, StringView s) {
         break;
       }
     }
-    if (prev == Tok::Hour || prev == Tok::ElapsedH || next == Tok::Second || next == Tok::ElapsedS)
+    // ... and, as the application reads "s:m", right after seconds.
+    if (prev == Tok::Hour || prev == Tok::ElapsedH || prev == Tok::Second ||
+        prev == Tok::ElapsedS || next == Tok::Second || next == Tok::ElapsedS)
       out.tokens[k].type = Tok::Minute;
   }
   for (const Token& t : out.tokens) {
@@ -292,15 +294,20 @@ Section parse_section(StringView code, StringView s) {
     }
     out.has_digits = out.has_percent = out.has_exponent = false;
   } else {
-    // A slash between digit placeholders makes a fraction; elsewhere it is text.
+    // A slash with placeholders before it and placeholders (or a fixed denominator) after
+    // it is a fraction bar, even with literal text around it ("# ?=/=?"); elsewhere it is
+    // text.
     for (size_t k = 0; k < out.tokens.size(); ++k) {
       if (out.tokens[k].type != Tok::Slash) continue;
-      bool before = k > 0 && is_digit_token(out.tokens[k - 1].type);
-      bool after = k + 1 < out.tokens.size() &&
-                   (is_digit_token(out.tokens[k + 1].type) ||
-                    (out.tokens[k + 1].type == Tok::Literal && !out.tokens[k + 1].text.empty() &&
-                     out.tokens[k + 1].text[0] >= u'1' && out.tokens[k + 1].text[0] <= u'9'));
-      if (before && after && !out.has_fraction) {
+      bool before = false, after = false;
+      for (size_t j = 0; j < k; ++j) before = before || is_digit_token(out.tokens[j].type);
+      for (size_t j = k + 1; j < out.tokens.size(); ++j)
+        after = after || is_digit_token(out.tokens[j].type);
+      if (k + 1 < out.tokens.size() && out.tokens[k + 1].type == Tok::Literal &&
+          !out.tokens[k + 1].text.empty() && out.tokens[k + 1].text[0] >= u'1' &&
+          out.tokens[k + 1].text[0] <= u'9')
+        after = true;
+      if (before && after && !out.has_fraction && !out.has_exponent) {
         out.has_fraction = true;
       } else {
         out.tokens[k] = Token{Tok::Literal, 0, u"/"};

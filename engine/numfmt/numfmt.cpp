@@ -1,6 +1,7 @@
 // Number formats: the built-in table, classification, the date systems and rendering.
 #include "engine/numfmt/numfmt.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -221,43 +222,41 @@ void validate(StringView code) {
 
 String general_number(double v) {
   if (v == 0) return u"0";
-  std::string out = v < 0 ? "-" : "";
-  double a = std::fabs(v);
-  Digits x = Digits::of(a);
+  std::string sign = v < 0 ? "-" : "";
+  Digits x = Digits::of(std::fabs(v));
   int e10 = x.exp - 1;
-  bool fixed = e10 >= -5 + 1 && e10 <= 10;
-  if (fixed) {
+
+  // Scientific: 1.23457E+12, eleven characters at most.
+  int exp_digits = std::abs(e10) >= 99 ? 3 : 2;
+  Digits sr = x;
+  sr.round_significant(exp_digits == 3 ? 5 : 6);
+  int e = sr.exp - 1;
+  std::string sci(1, sr.d.empty() ? '0' : sr.d[0]);
+  if (sr.d.size() > 1) sci += "." + sr.d.substr(1);
+  std::string es = std::to_string(std::abs(e));
+  if (es.size() < 2) es.insert(0, 2 - es.size(), '0');
+  sci += (e < 0 ? "E-" : "E+") + es;
+
+  // Fixed: as many decimals as fit in eleven characters. It wins unless it shows fewer
+  // significant digits than the scientific form (so 1E-09 shows as 0.000000001, but
+  // 1.5E-09 stays scientific).
+  if (e10 <= 10) {
     int int_digits = e10 >= 0 ? e10 + 1 : 1;
+    int decimals = std::max(0, 10 - int_digits);
     Digits r = x;
-    r.round_decimals(10 - int_digits);
-    if (r.exp - 1 > 10) {
-      fixed = false;
-    } else if (r.zero()) {
-      fixed = false;  // too small for ten decimals: show it in scientific form
-    } else {
+    r.round_decimals(decimals);
+    size_t sig_fixed = r.d.size(), sig_sci = sr.d.size(), sig_all = x.d.size();
+    if (!r.zero() && r.exp - 1 <= 10 && sig_fixed >= std::min(sig_all, sig_sci)) {
       std::string ip = r.integer_part();
-      out += ip.empty() ? "0" : ip;
+      std::string out = sign + (ip.empty() ? "0" : ip);
       std::string frac;
-      for (int k = 0; k < 10 - int_digits; ++k) frac.push_back(r.fraction_digit(k));
+      for (int k = 0; k < decimals; ++k) frac.push_back(r.fraction_digit(k));
       while (!frac.empty() && frac.back() == '0') frac.pop_back();
       if (!frac.empty()) out += "." + frac;
       return u16(out);
     }
   }
-  // Scientific: 1.23457E+12, fitting eleven characters.
-  int exp_digits = std::abs(e10) >= 100 ? 3 : 2;
-  Digits r = x;
-  r.round_significant(exp_digits == 3 ? 5 : 6);
-  int e = r.exp - 1;
-  exp_digits = std::abs(e) >= 100 ? 3 : 2;
-  std::string mant(1, r.d.empty() ? '0' : r.d[0]);
-  if (r.d.size() > 1) mant += "." + r.d.substr(1);
-  out += mant;
-  out += e < 0 ? "E-" : "E+";
-  std::string es = std::to_string(std::abs(e));
-  if (static_cast<int>(es.size()) < exp_digits) es.insert(0, exp_digits - es.size(), '0');
-  out += es;
-  return u16(out);
+  return u16(sign + sci);
 }
 
 namespace {
@@ -266,8 +265,9 @@ bool is_digit_tok(Tok t) {
   return t == Tok::Zero || t == Tok::Hash || t == Tok::Question;
 }
 
-/// Digits of `value` spread over integer placeholders `kinds` (left to right), with
-/// optional thousands grouping. Extra leading digits go to the first placeholder.
+/// Digits spread over integer placeholders (left to right), with optional thousands
+/// grouping. Extra leading digits go to the first placeholder; positions beyond the digits
+/// show 0 under "0", a blank under "?" (a grouped blank too) and nothing under "#".
 class IntegerFiller {
  public:
   IntegerFiller(std::string digits, int placeholders, bool group)
@@ -288,8 +288,7 @@ class IntegerFiller {
         c = u' ';
       if (c == 0) continue;
       out.push_back(c);
-      if (c != u' ') emitted_ = true;
-      if (group_ && p > 0 && p % 3 == 0 && emitted_ && c != u' ') out.push_back(u',');
+      if (group_ && p > 0 && p % 3 == 0) out.push_back(c == u' ' ? u' ' : u',');
     }
     return out;
   }
@@ -298,56 +297,64 @@ class IntegerFiller {
   std::string d_;
   int n_;
   bool group_;
-  bool emitted_ = false;
 };
 
-/// Renders digits, literals, point and percent of a plain number section.
-String render_fixed(const Section& s, double v) {
-  const auto& t = s.tokens;
+/// Renders the plain-number tokens [b, e) of a section for a non-negative value: digits,
+/// the decimal point, literals and percent signs. `plain` sections scale by their percent
+/// signs and trailing commas; the mantissa of a scientific section does not.
+String fixed_body(const std::vector<Token>& t, int b, int e, double v, bool plain,
+                  bool zero_digit = false) {
   int point = -1;
-  for (size_t k = 0; k < t.size(); ++k)
+  for (int k = b; k < e; ++k)
     if (t[k].type == Tok::Point) {
-      point = static_cast<int>(k);
+      point = k;
       break;
     }
-  int int_end = point >= 0 ? point : static_cast<int>(t.size());
-  int n_int = 0, n_frac = 0, last_digit = -1;
-  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+  int int_end = point >= 0 ? point : e;
+  int n_int = 0, n_frac = 0;
+  for (int k = b; k < e; ++k) {
     if (!is_digit_tok(t[k].type)) continue;
     if (k < int_end)
       ++n_int;
     else
       ++n_frac;
-    last_digit = k;
   }
-  // A comma between integer placeholders groups thousands; commas after the last
-  // placeholder scale by a thousand each.
+  // A comma between integer placeholders groups thousands; one with no placeholder after it
+  // in its part scales by a thousand; one before any placeholder is just a comma.
   bool group = false;
   int scale = 0;
-  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+  std::vector<int> literal_commas;
+  for (int k = b; k < e; ++k) {
     if (t[k].type != Tok::Comma) continue;
-    bool digit_before = false, digit_after_in_int = false;
-    for (int j = 0; j < k; ++j) digit_before = digit_before || is_digit_tok(t[j].type);
-    for (int j = k + 1; j < int_end; ++j)
-      digit_after_in_int = digit_after_in_int || is_digit_tok(t[j].type);
-    if (k < int_end && digit_before && digit_after_in_int)
+    bool before = false, after = false;
+    for (int j = b; j < k; ++j) before = before || is_digit_tok(t[j].type);
+    int part_end = k < int_end ? int_end : e;
+    for (int j = k + 1; j < part_end; ++j) after = after || is_digit_tok(t[j].type);
+    if (!before)
+      literal_commas.push_back(k);
+    else if (after && k < int_end)
       group = true;
-    else if (digit_before && k > last_digit)
+    else if (!after)
       ++scale;
   }
-  for (const Token& tok : t)
-    if (tok.type == Tok::Percent) v *= 100;
-  for (int i = 0; i < scale; ++i) v /= 1000;
+  if (plain) {
+    for (int k = b; k < e; ++k)
+      if (t[k].type == Tok::Percent) v *= 100;
+    for (int i = 0; i < scale; ++i) v /= 1000;
+  }
 
   Digits x = Digits::of(v);
   x.round_decimals(n_frac);
   std::string int_digits = x.integer_part();
-  // Fraction digits and which of them show: trailing zeros drop under #, blank under ?.
+  // A zero mantissa fills its integer placeholders with zeros (0000.E+0), where a plain
+  // zero under "#" shows nothing.
+  if (zero_digit && int_digits.empty()) int_digits = std::string(std::max(n_int, 1), '0');
   String frac;
-  for (int k = 0; k < n_frac; ++k) frac.push_back(static_cast<char16_t>(x.fraction_digit(k)));
   std::vector<Tok> frac_kinds;
-  for (int k = int_end; k < static_cast<int>(t.size()); ++k)
+  for (int k = 0; k < n_frac; ++k) frac.push_back(static_cast<char16_t>(x.fraction_digit(k)));
+  for (int k = int_end; k < e; ++k)
     if (is_digit_tok(t[k].type)) frac_kinds.push_back(t[k].type);
+  // Trailing zeros of the fraction drop under "#" and turn blank under "?".
   std::vector<int> frac_show(n_frac, 1);  // 1 digit, 0 nothing, 2 blank
   for (int k = n_frac - 1; k >= 0; --k) {
     if (frac[k] != u'0' || frac_kinds[k] == Tok::Zero) break;
@@ -357,8 +364,7 @@ String render_fixed(const Section& s, double v) {
   IntegerFiller filler(int_digits, n_int, group);
   String out;
   int int_k = 0, frac_k = 0;
-  bool any_digit_token = n_int + n_frac > 0;
-  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+  for (int k = b; k < e; ++k) {
     const Token& tok = t[k];
     switch (tok.type) {
       case Tok::Literal:
@@ -380,8 +386,12 @@ String render_fixed(const Section& s, double v) {
         break;
       case Tok::Point:
         // With no integer placeholders the whole part still shows, before the point.
-        if (n_int == 0 && any_digit_token && !int_digits.empty()) out += u16(int_digits);
+        if (n_int == 0 && !int_digits.empty()) out += u16(int_digits);
         out.push_back(u'.');
+        break;
+      case Tok::Comma:
+        if (std::find(literal_commas.begin(), literal_commas.end(), k) != literal_commas.end())
+          out.push_back(u',');
         break;
       case Tok::Percent:
         out.push_back(u'%');
@@ -396,103 +406,75 @@ String render_fixed(const Section& s, double v) {
   return out;
 }
 
+String render_fixed(const Section& s, double v) {
+  return fixed_body(s.tokens, 0, static_cast<int>(s.tokens.size()), v, true);
+}
+
 String render_scientific(const Section& s, double v) {
   const auto& t = s.tokens;
-  int epos = -1;
-  for (size_t k = 0; k < t.size(); ++k)
-    if (t[k].type == Tok::Exponent) {
-      epos = static_cast<int>(k);
-      break;
-    }
-  int point = -1;
+  int epos = 0;
+  while (t[epos].type != Tok::Exponent) ++epos;
+  int point = epos;
   for (int k = 0; k < epos; ++k)
     if (t[k].type == Tok::Point) {
       point = k;
       break;
     }
-  int int_end = point >= 0 ? point : epos;
-  int n_int = 0, n_frac = 0, n_exp_zero = 0;
-  bool int_hash = false;
-  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+  int n_int = 0, n_frac = 0;
+  for (int k = 0; k < epos; ++k) {
     if (!is_digit_tok(t[k].type)) continue;
-    if (k < int_end) {
+    if (k < point)
       ++n_int;
-      int_hash = int_hash || t[k].type == Tok::Hash;
-    } else if (k < epos) {
+    else
       ++n_frac;
-    } else if (t[k].type == Tok::Zero) {
-      ++n_exp_zero;
-    }
   }
-  for (const Token& tok : t)
-    if (tok.type == Tok::Percent) v *= 100;
+  // The exponent is a multiple of the integer width: one placeholder gives 1.23E+05,
+  // three give engineering notation (123.5E+03).
   int step = std::max(n_int, 1);
   int exponent = 0;
-  Digits m;
+  double mantissa = 0;
   if (v > 0) {
     Digits x = Digits::of(v);
     int e10 = x.exp - 1;
-    auto pick = [&](int e) {
-      if (int_hash && n_int > 1) {
-        // Engineering notation: the exponent is a multiple of the integer width.
-        return static_cast<int>(std::floor(static_cast<double>(e) / step)) * step;
-      }
-      return e - (step - 1);
-    };
-    exponent = pick(e10);
-    m = x;
+    exponent = static_cast<int>(std::floor(static_cast<double>(e10) / step)) * step;
+    Digits m = x;
     m.exp -= exponent;
     m.round_decimals(n_frac);
-    if (m.exp - 1 + exponent > e10 && !(int_hash && n_int > 1)) {
-      // Rounding carried into a new digit (9.99 -> 10.0): move the exponent.
-      exponent = pick(m.exp - 1 + exponent);
+    if (m.exp > step) {
+      // Rounding carried into a new digit (9.99 -> 10.0): the next exponent.
+      exponent += step;
       m = x;
       m.exp -= exponent;
       m.round_decimals(n_frac);
     }
+    std::string text = "0." + m.d + "e" + std::to_string(m.exp);
+    mantissa = std::strtod(text.c_str(), nullptr);
   }
-  IntegerFiller filler(m.integer_part(), n_int, false);
-  String out;
-  int int_k = 0, frac_k = 0;
-  std::string es = std::to_string(std::abs(exponent));
-  int n_exp = 0;
-  for (int k = epos + 1; k < static_cast<int>(t.size()); ++k) n_exp += is_digit_tok(t[k].type);
-  if (static_cast<int>(es.size()) < n_exp_zero) es.insert(0, n_exp_zero - es.size(), '0');
-  IntegerFiller exp_filler(es, n_exp, false);
+  String out = fixed_body(t, 0, epos, mantissa, false, v == 0);
+  out.push_back(t[epos].text.empty() ? u'E' : t[epos].text[0]);
+  // The exponent's digits, its sign just before the first of them.
+  std::vector<Tok> kinds;
+  for (size_t k = epos + 1; k < t.size(); ++k)
+    if (is_digit_tok(t[k].type)) kinds.push_back(t[k].type);
+  IntegerFiller filler(std::to_string(std::abs(exponent)), static_cast<int>(kinds.size()), false);
   int exp_k = 0;
-  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
+  for (size_t k = epos + 1; k < t.size(); ++k) {
     const Token& tok = t[k];
-    switch (tok.type) {
-      case Tok::Literal:
-        out += tok.text;
-        break;
-      case Tok::Zero:
-      case Tok::Hash:
-      case Tok::Question:
-        if (k < int_end) {
-          out += filler.take(int_k++, tok.type);
-        } else if (k < epos) {
-          char c = m.fraction_digit(frac_k++);
-          out.push_back(static_cast<char16_t>(c));
-        } else {
-          out += exp_filler.take(exp_k++, Tok::Hash);
-        }
-        break;
-      case Tok::Point:
-        out.push_back(u'.');
-        break;
-      case Tok::Percent:
-        out.push_back(u'%');
-        break;
-      case Tok::Exponent:
-        out.push_back(u'E');
+    if (is_digit_tok(tok.type)) {
+      if (exp_k == 0) {
         if (exponent < 0)
           out.push_back(u'-');
-        else if (tok.n == 1)
+        else if (t[epos].n == 1)
           out.push_back(u'+');
-        break;
-      default:
-        break;
+      }
+      out += filler.take(exp_k, kinds[exp_k]);
+      ++exp_k;
+    } else if (tok.type == Tok::Literal) {
+      out += tok.text;
+    } else if (tok.type == Tok::Percent) {
+      out.push_back(u'%');
+    } else if (tok.type == Tok::Point) {
+      out.push_back(u'.');
     }
   }
   return out;
@@ -500,40 +482,51 @@ String render_scientific(const Section& s, double v) {
 
 String render_fraction(const Section& s, double v) {
   const auto& t = s.tokens;
-  int slash = -1;
-  for (size_t k = 0; k < t.size(); ++k)
-    if (t[k].type == Tok::Slash) {
-      slash = static_cast<int>(k);
-      break;
-    }
-  // Numerator placeholders: the run just before the slash; integer placeholders: any
-  // before that run.
-  int num_begin = slash;
+  for (const Token& tok : t)
+    if (tok.type == Tok::Percent) v *= 100;
+  const int n = static_cast<int>(t.size());
+  int slash = 0;
+  while (t[slash].type != Tok::Slash) ++slash;
+  // The numerator is the run of placeholders nearest before the bar (literals may sit
+  // between them and the bar); placeholders before that run form the whole part.
+  int num_end = slash;
+  while (num_end > 0 && !is_digit_tok(t[num_end - 1].type)) --num_end;
+  int num_begin = num_end;
   while (num_begin > 0 && is_digit_tok(t[num_begin - 1].type)) --num_begin;
-  int n_int = 0;
-  for (int k = 0; k < num_begin; ++k) n_int += is_digit_tok(t[k].type);
-  // Denominator: placeholders, or a fixed number written as digits.
-  int den_end = slash + 1;
-  int n_den = 0;
+  int int_last = num_begin;  // one past the last whole-part placeholder
+  while (int_last > 0 && !is_digit_tok(t[int_last - 1].type)) --int_last;
+  bool has_int = int_last > 0;
+  // The denominator: placeholders after the bar (literals may come first), or a fixed
+  // number written as digits.
+  int den_begin = slash + 1;
   int64_t fixed_den = 0;
-  String den_tail;  // literal text after a fixed denominator
-  if (den_end < static_cast<int>(t.size()) && t[den_end].type == Tok::Literal) {
-    const String& lit = t[den_end].text;
+  int den_end = den_begin;
+  if (den_begin < n && t[den_begin].type == Tok::Literal && !t[den_begin].text.empty() &&
+      t[den_begin].text[0] >= u'1' && t[den_begin].text[0] <= u'9') {
+    const String& lit = t[den_begin].text;
     size_t j = 0;
     while (j < lit.size() && lit[j] >= u'0' && lit[j] <= u'9')
       fixed_den = fixed_den * 10 + (lit[j++] - u'0');
-    den_tail = lit.substr(j);
-    ++den_end;
+    den_end = den_begin + 1;
   } else {
-    while (den_end < static_cast<int>(t.size()) && is_digit_tok(t[den_end].type)) {
-      ++n_den;
-      ++den_end;
-    }
+    while (den_begin < n && !is_digit_tok(t[den_begin].type)) ++den_begin;
+    den_end = den_begin;
+    while (den_end < n && is_digit_tok(t[den_end].type)) ++den_end;
   }
-  for (const Token& tok : t)
-    if (tok.type == Tok::Percent) v *= 100;
+  auto kinds_in = [&](int from, int to) {
+    std::vector<Tok> out;
+    for (int k = from; k < to; ++k)
+      if (is_digit_tok(t[k].type)) out.push_back(t[k].type);
+    return out;
+  };
+  auto any = [](const std::vector<Tok>& ks, Tok k) {
+    return std::find(ks.begin(), ks.end(), k) != ks.end();
+  };
+  std::vector<Tok> int_kinds = kinds_in(0, int_last);
+  std::vector<Tok> num_kinds = kinds_in(num_begin, num_end);
+  std::vector<Tok> den_kinds = fixed_den ? std::vector<Tok>{} : kinds_in(den_begin, den_end);
 
-  double whole = n_int > 0 ? std::floor(v) : 0;
+  double whole = has_int ? std::floor(v) : 0;
   double frac = v - whole;
   int64_t num = 0, den = 1;
   if (fixed_den > 0) {
@@ -541,92 +534,113 @@ String render_fraction(const Section& s, double v) {
     num = static_cast<int64_t>(std::llround(frac * static_cast<double>(den)));
   } else {
     int64_t max_den = 1;
-    for (int k = 0; k < std::min(n_den, 7); ++k) max_den *= 10;
-    max_den -= 1;
-    if (max_den < 1) max_den = 1;
+    for (size_t k = 0; k < std::min<size_t>(den_kinds.size(), 7); ++k) max_den *= 10;
+    max_den = std::max<int64_t>(max_den - 1, 1);
     double best = 2;
     for (int64_t d = 1; d <= max_den; ++d) {
-      int64_t n = static_cast<int64_t>(std::llround(frac * static_cast<double>(d)));
-      double err = std::fabs(frac - static_cast<double>(n) / static_cast<double>(d));
+      int64_t nn = static_cast<int64_t>(std::llround(frac * static_cast<double>(d)));
+      double err = std::fabs(frac - static_cast<double>(nn) / static_cast<double>(d));
       if (err < best - 1e-12) {
         best = err;
-        num = n;
+        num = nn;
         den = d;
         if (err == 0) break;
       }
     }
   }
-  if (n_int > 0 && num == den) {
+  if (has_int && num == den) {
     whole += 1;
     num = 0;
   }
-  bool blank_fraction = n_int > 0 && num == 0;
+  // A zero fraction after a whole part shows only when its numerator has a 0 placeholder
+  // (as 0/1); otherwise it is left out, or blanked when the code pads with "?".
+  bool show_fraction = !has_int || num > 0 || any(num_kinds, Tok::Zero);
+  if (has_int && num == 0 && show_fraction) den = 1;
+  bool blank = !show_fraction && (any(int_kinds, Tok::Question) || any(num_kinds, Tok::Question) ||
+                                  any(den_kinds, Tok::Question));
+  std::string whole_digits =
+      whole > 0 ? std::to_string(static_cast<int64_t>(whole)) : std::string();
+  // A zero whole part shows as 0 when nothing else would show, and for the value 0 itself
+  // unless its last placeholder is "#".
+  if (whole == 0 && !show_fraction) whole_digits = "0";
+  if (v == 0 && has_int && int_kinds.back() != Tok::Hash) whole_digits = "0";
 
-  auto placeholders = [&](int from, int to) {
-    std::vector<Tok> out;
-    for (int k = from; k < to; ++k)
-      if (is_digit_tok(t[k].type)) out.push_back(t[k].type);
-    return out;
-  };
-  auto fill_right_aligned = [&](int64_t value, const std::vector<Tok>& kinds, bool show_zero) {
-    std::string d = value == 0 && !show_zero ? std::string() : std::to_string(value);
-    IntegerFiller f(d, static_cast<int>(kinds.size()), false);
-    String out;
-    for (int k = 0; k < static_cast<int>(kinds.size()); ++k) out += f.take(k, kinds[k]);
-    return out;
-  };
-
+  // The pieces, left to right.
   String out;
-  String fraction_text;
-  // Numerator, right-aligned; denominator, left-aligned.
-  fraction_text += fill_right_aligned(num, placeholders(num_begin, slash), true);
-  fraction_text.push_back(u'/');
-  if (fixed_den > 0) {
-    fraction_text += u16(std::to_string(fixed_den));
-  } else {
-    std::string ds = std::to_string(den);
-    fraction_text += u16(ds);
-    auto kinds = placeholders(slash + 1, den_end);
-    for (size_t k = ds.size(); k < kinds.size(); ++k)
-      if (kinds[k] == Tok::Question) fraction_text.push_back(u' ');
-  }
-  fraction_text += den_tail;
-  if (blank_fraction) fraction_text.assign(fraction_text.size(), u' ');
-
-  std::vector<Tok> int_kinds = placeholders(0, num_begin);
-  // A zero whole part shows only when the fraction is blank too (the value is 0).
-  IntegerFiller int_fill(
-      whole == 0 ? (blank_fraction ? "0" : "") : std::to_string(static_cast<int64_t>(whole)), n_int,
-      false);
+  IntegerFiller int_fill(whole_digits, static_cast<int>(int_kinds.size()), false);
   int int_k = 0;
-  for (int k = 0; k < static_cast<int>(t.size()); ++k) {
-    if (k == num_begin) {
-      out += fraction_text;
-      k = den_end - 1;
-      continue;
-    }
-    const Token& tok = t[k];
-    if (tok.type == Tok::Literal) {
-      out += tok.text;
-    } else if (is_digit_tok(tok.type)) {
+  for (int k = 0; k < int_last; ++k) {
+    if (is_digit_tok(t[k].type)) {
       out += int_fill.take(int_k, int_kinds[int_k]);
       ++int_k;
-    } else if (tok.type == Tok::Percent) {
-      out.push_back(u'%');
+    } else if (t[k].type == Tok::Literal) {
+      out += t[k].text;
     }
+  }
+  // What joins the whole part to the fraction follows the whole part: hidden with it under
+  // "#", blank under "?".
+  String joint;
+  for (int k = int_last; k < num_begin; ++k)
+    if (t[k].type == Tok::Literal) joint += t[k].text;
+  if (has_int && whole_digits.empty()) {
+    Tok last = int_kinds.back();
+    if (last == Tok::Zero) {
+      // the whole part shows its 0, and the joint with it
+    } else if (last == Tok::Question || any(num_kinds, Tok::Question)) {
+      joint.assign(joint.size(), u' ');
+    } else if (last == Tok::Hash) {
+      joint.clear();
+    }
+  }
+  String fraction;
+  {
+    IntegerFiller nf(std::to_string(num), static_cast<int>(num_kinds.size()), false);
+    for (size_t k = 0; k < num_kinds.size(); ++k)
+      fraction += nf.take(static_cast<int>(k), num_kinds[k]);
+    for (int k = num_end; k < den_begin; ++k)
+      if (t[k].type == Tok::Literal || t[k].type == Tok::Slash)
+        fraction += t[k].type == Tok::Slash ? String(u"/") : t[k].text;
+    if (fixed_den > 0) {
+      fraction += t[den_begin].text;
+    } else {
+      std::string ds = std::to_string(den);
+      // Zero placeholders pad the denominator on the left, "?" on the right.
+      size_t zeros = 0;
+      for (Tok k : den_kinds) zeros += k == Tok::Zero;
+      if (ds.size() < zeros) ds.insert(0, zeros - ds.size(), '0');
+      fraction += u16(ds);
+      for (size_t k = ds.size(); k < den_kinds.size(); ++k)
+        if (den_kinds[k] == Tok::Question) fraction.push_back(u' ');
+    }
+  }
+  if (show_fraction) {
+    out += joint;
+    out += fraction;
+  } else if (blank) {
+    out += String(joint.size() + fraction.size(), u' ');
+  }
+  for (int k = den_end; k < n; ++k) {
+    if (t[k].type == Tok::Literal)
+      out += t[k].text;
+    else if (t[k].type == Tok::Percent)
+      out.push_back(u'%');
   }
   return out;
 }
 
 String render_datetime(const Section& s, double v, bool date1904) {
-  if (v < 0 || v >= 2958466) return hashes();
   int sub = 0;
-  bool elapsed_h = false, elapsed_m = false;
+  bool elapsed_h = false, elapsed_m = false, elapsed_s = false;
   for (const Token& t : s.tokens) {
     if (t.type == Tok::SubSecond) sub = std::max(sub, t.n);
     if (t.type == Tok::ElapsedH) elapsed_h = true;
     if (t.type == Tok::ElapsedM) elapsed_m = true;
+    if (t.type == Tok::ElapsedS) elapsed_s = true;
   }
+  // Elapsed times may be negative (a duration); dates and clock times may not.
+  if (v < 0 && (elapsed_h || elapsed_m || elapsed_s) && !s.has_date)
+    return u"-" + render_datetime(s, -v, date1904);
+  if (v < 0 || v >= 2958466) return hashes();
   int64_t per_second = 1;
   for (int i = 0; i < sub; ++i) per_second *= 10;
   int64_t per_day = 86400 * per_second;
@@ -675,6 +689,11 @@ String render_datetime(const Section& s, double v, bool date1904) {
           out += kDays[weekday];
         break;
       case Tok::Hour: {
+        // Beside an elapsed [h], a plain h counts the hours too.
+        if (elapsed_h) {
+          out += pad(total_seconds / 3600, t.n >= 2 ? 2 : 1);
+          break;
+        }
         int h = hour;
         if (s.has_ampm) {
           h %= 12;
@@ -684,10 +703,16 @@ String render_datetime(const Section& s, double v, bool date1904) {
         break;
       }
       case Tok::Minute:
-        out += pad(minute, t.n >= 2 ? 2 : 1);
+        if (elapsed_m && !elapsed_h)
+          out += pad(total_seconds / 60, t.n >= 2 ? 2 : 1);
+        else
+          out += pad(minute, t.n >= 2 ? 2 : 1);
         break;
       case Tok::Second:
-        out += pad(second, t.n >= 2 ? 2 : 1);
+        if (elapsed_s && !elapsed_h && !elapsed_m)
+          out += pad(total_seconds, t.n >= 2 ? 2 : 1);
+        else
+          out += pad(second, t.n >= 2 ? 2 : 1);
         break;
       case Tok::SubSecond: {
         out.push_back(u'.');
@@ -698,11 +723,12 @@ String render_datetime(const Section& s, double v, bool date1904) {
       }
       case Tok::AmPm: {
         bool pm = hour >= 12;
+        // "am/pm" shows as AM/PM in any case; "a/p" keeps the case written.
         bool lower = t.text[0] == u'a' || t.text[0] == u'p';
         if (t.text.size() == 3)
           out += pm ? (lower ? u"p" : u"P") : (lower ? u"a" : u"A");
         else
-          out += pm ? (lower ? u"pm" : u"PM") : (lower ? u"am" : u"AM");
+          out += pm ? u"PM" : u"AM";
         break;
       }
       case Tok::ElapsedH:
