@@ -112,7 +112,8 @@ void BM_OneInputRecalc200kFormulas(benchmark::State& state) {
   int i = 0;
   for (auto _ : state) {
     uint64_t before = m.book->evaluations();
-    m.book->set_constant(*m.sheet, 4 + (i++ % 50) * 100, 0, calc::Value::num(i));
+    ++i;
+    m.book->set_constant(*m.sheet, 4 + (i % 50) * 100, 0, calc::Value::num(i));
     m.book->commit();
     touched = m.book->evaluations() - before;
   }
