@@ -200,6 +200,7 @@ Variant iWorkbook::WkbCustomNumFormats(const host::WorkbookPtr& vWkb) {
   step([&] { xl->set_display_alerts(false); });
 
   host::RangePtr probe = value_or(host::RangePtr(), [&] { return wks->range(Variant(u"A1")); });
+  ObjectPtr old_sheet = value_or(ObjectPtr(), [&] { return xl->active_sheet(); });
   ObjectPtr old_selection = value_or(ObjectPtr(), [&] { return xl->selection(); });
   step([&] { wkb->activate(); });
   step([&] { wks->activate(); });
@@ -227,6 +228,7 @@ Variant iWorkbook::WkbCustomNumFormats(const host::WorkbookPtr& vWkb) {
   }
 
   step([&] { require(probe)->set_number_format(probe_format); });
+  // The user finds the sheet and cells they had, or the chart sheet they were on.
   if (auto cells = std::dynamic_pointer_cast<host::Range>(old_selection)) {
     step([&] {
       host::WorksheetPtr sheet = cells->worksheet();
@@ -234,6 +236,8 @@ Variant iWorkbook::WkbCustomNumFormats(const host::WorkbookPtr& vWkb) {
       sheet->activate();
       cells->select();
     });
+  } else if (auto chart = std::dynamic_pointer_cast<host::Chart>(old_sheet)) {
+    step([&] { chart->activate(); });
   }
   step([&] { xl->set_calculation(saved_calc); });
   step([&] { xl->set_display_alerts(saved_alerts); });
