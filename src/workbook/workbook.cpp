@@ -75,6 +75,7 @@ String iWorkbook::StripWkbName(const String& vString, String* rWkbName) {
 }
 
 bool iWorkbook::WkbIsHidden(const host::WorkbookPtr& vWkb) {
+  // Hidden unless a visible window is found: also with no windows, or no workbook at all.
   int32_t count = value_or(int32_t{0}, [&] { return require(vWkb)->windows()->count(); });
   for (int32_t i = 1; i <= count; ++i) {
     bool visible = value_or(false, [&] { return vWkb->windows()->item(Variant(i))->visible(); });
