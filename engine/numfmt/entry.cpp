@@ -279,8 +279,10 @@ std::optional<DateResult> match_date(const std::vector<Part>& p, size_t b, size_
            d <= days_in(y, m, date1904);
   };
   if (month_at < 0) {
-    // Numbers only: m/d/y, y/m/d (four-digit year first), m/d, m/y.
+    // Numbers only: m/d/y, y/m/d (four-digit year first), m/d, m/y, all with one separator.
     if (sep.empty()) return std::nullopt;
+    for (size_t k = b + 1; k < e; k += 2)
+      if (p[k].text != sep) return std::nullopt;
     if (items.size() == 3) {
       if (items[0]->digits == 4) {
         r.y = static_cast<int>(items[0]->value);
