@@ -59,11 +59,13 @@ FormulaPtr adjust(const FormulaPtr& f, CellRef origin, CellRef new_origin, Sheet
   std::vector<RefInfo> refs = f->refs;
   bool changed = false;
   for (RefInfo& r : refs) {
-    if (r.name_only || r.external || r.deleted || r.sheet_deleted) continue;
+    if (r.name_only || r.deleted) continue;
     SheetId target = r.sheet == kNoSheet ? home : r.sheet;
     // A 3-D reference spans sheets in workbook order, which this layer does not know;
     // its cells follow the change only when it starts or ends on the changed sheet.
-    bool affected = change.count != 0 &&
+    // References to other workbooks (or to a deleted sheet) do not move, but their
+    // relative parts are kept relative to where the formula now is.
+    bool affected = change.count != 0 && !r.external && !r.sheet_deleted &&
                     (target == change.sheet || (r.sheet2 != kNoSheet && r.sheet2 == change.sheet));
 
     // Absolute positions before the change.

@@ -1,0 +1,304 @@
+// The functions, family by family, with values the application gives.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "calc_fixture.hpp"
+
+namespace qz::engine::calc::test {
+namespace {
+
+/// Expects a number within a relative 1e-9.
+void near(TestBook& book, std::u16string_view f, double want) {
+  Value v = book.eval(f);
+  ASSERT_EQ(v.kind, Value::Kind::Number) << to_utf8(f);
+  EXPECT_NEAR(v.number, want, 1e-9 * std::max(1.0, std::fabs(want))) << to_utf8(f);
+}
+
+class Functions : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    // A1:A6 numbers, B1:B6 labels, C1:C6 dates.
+    double nums[] = {10, 20, 30, 40, 50, 60};
+    const char16_t* labels[] = {u"apple", u"banana", u"cherry", u"apple", u"date", u"Apple pie"};
+    for (int i = 0; i < 6; ++i) {
+      book.set("A" + std::to_string(i + 1), nums[i]);
+      book.set("B" + std::to_string(i + 1), labels[i]);
+      book.set("C" + std::to_string(i + 1), 46023 + 31 * i);  // 1 Jan 2026, monthly-ish
+    }
+  }
+  TestBook book;
+};
+
+TEST_F(Functions, Arithmetic) {
+  EXPECT_EQ(book.eval(u"SUM(A1:A6)"), N(210));
+  EXPECT_EQ(book.eval(u"PRODUCT(2,3,4)"), N(24));
+  EXPECT_EQ(book.eval(u"ABS(-3)"), N(3));
+  EXPECT_EQ(book.eval(u"ROUND(2.5,0)"), N(3));
+  EXPECT_EQ(book.eval(u"ROUND(-2.5,0)"), N(-3));
+  EXPECT_EQ(book.eval(u"ROUND(1234.567,-2)"), N(1200));
+  EXPECT_EQ(book.eval(u"ROUND(2.675,2)"), N(2.68));
+  EXPECT_EQ(book.eval(u"ROUNDUP(3.21,1)"), N(3.3));
+  EXPECT_EQ(book.eval(u"ROUNDUP(-3.21,1)"), N(-3.3));
+  EXPECT_EQ(book.eval(u"ROUNDDOWN(3.29,1)"), N(3.2));
+  EXPECT_EQ(book.eval(u"INT(-2.5)"), N(-3));
+  EXPECT_EQ(book.eval(u"TRUNC(-2.5)"), N(-2));
+  EXPECT_EQ(book.eval(u"MOD(-7,3)"), N(2));
+  EXPECT_EQ(book.eval(u"MOD(7,-3)"), N(-2));
+  EXPECT_EQ(book.eval(u"MOD(5,0)"), E(cell_error::div0));
+  EXPECT_EQ(book.eval(u"POWER(2,10)"), N(1024));
+  EXPECT_EQ(book.eval(u"SQRT(-1)"), E(cell_error::num));
+  near(book, u"EXP(1)", 2.718281828459045);
+  near(book, u"LN(100)/LN(10)", 2);
+  EXPECT_EQ(book.eval(u"LOG(8,2)"), N(3));
+  EXPECT_EQ(book.eval(u"LOG10(1000)"), N(3));
+  EXPECT_EQ(book.eval(u"SIGN(-0.1)"), N(-1));
+  EXPECT_EQ(book.eval(u"CEILING(2.1,0.5)"), N(2.5));
+  EXPECT_EQ(book.eval(u"CEILING(-2.1,-1)"), N(-3));
+  EXPECT_EQ(book.eval(u"CEILING(2.1,-1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FLOOR(2.9,0.5)"), N(2.5));
+  EXPECT_EQ(book.eval(u"MROUND(10,3)"), N(9));
+  EXPECT_EQ(book.eval(u"MROUND(-10,3)"), E(cell_error::num));
+  near(book, u"PI()", 3.141592653589793);
+  EXPECT_EQ(book.eval(u"EVEN(1.5)"), N(2));
+  EXPECT_EQ(book.eval(u"ODD(2)"), N(3));
+  EXPECT_EQ(book.eval(u"FACT(5)"), N(120));
+  EXPECT_EQ(book.eval(u"GCD(12,18)"), N(6));
+  EXPECT_EQ(book.eval(u"QUOTIENT(-7,2)"), N(-3));
+  Value r = book.eval(u"RAND()");
+  EXPECT_TRUE(r.number >= 0 && r.number < 1);
+  Value rb = book.eval(u"RANDBETWEEN(3,5)");
+  EXPECT_TRUE(rb.number >= 3 && rb.number <= 5 && rb.number == std::floor(rb.number));
+}
+
+TEST_F(Functions, ConditionalSumsAndCounts) {
+  EXPECT_EQ(book.eval(u"SUMIF(B1:B6,\"apple\",A1:A6)"), N(50));
+  EXPECT_EQ(book.eval(u"SUMIF(B1:B6,\"app*\",A1:A6)"), N(110));  // wildcards, no case
+  EXPECT_EQ(book.eval(u"SUMIF(A1:A6,\">=30\")"), N(180));
+  EXPECT_EQ(book.eval(u"SUMIF(A1:A6,\"<>30\")"), N(180));
+  EXPECT_EQ(book.eval(u"SUMIF(B1:B6,\"?????\",A1:A6)"), N(10 + 40 + 0));  // five letters
+  EXPECT_EQ(book.eval(u"SUMIFS(A1:A6,B1:B6,\"apple\",A1:A6,\">15\")"), N(40));
+  EXPECT_EQ(book.eval(u"COUNTIF(B1:B6,\"apple\")"), N(2));
+  EXPECT_EQ(book.eval(u"COUNTIF(A1:A6,\">\"&A3)"), N(3));
+  EXPECT_EQ(book.eval(u"COUNTIF(D1:D6,\"\")"), N(6));  // blanks match ""
+  EXPECT_EQ(book.eval(u"COUNTIF(B1:B6,\"<>apple\")"), N(4));
+  EXPECT_EQ(book.eval(u"COUNTIFS(B1:B6,\"*a*\",A1:A6,\"<50\")"), N(3));
+  EXPECT_EQ(book.eval(u"COUNTBLANK(A1:A10)"), N(4));
+  EXPECT_EQ(book.eval(u"AVERAGEIF(B1:B6,\"apple\",A1:A6)"), N(25));
+  EXPECT_EQ(book.eval(u"AVERAGEIF(B1:B6,\"kiwi\",A1:A6)"), E(cell_error::div0));
+  EXPECT_EQ(book.eval(u"AVERAGEIFS(A1:A6,A1:A6,\">10\",A1:A6,\"<60\")"), N(35));
+  EXPECT_EQ(book.eval(u"MAXIFS(A1:A6,B1:B6,\"apple\")"), N(40));
+  EXPECT_EQ(book.eval(u"MINIFS(A1:A6,B1:B6,\"kiwi\")"), N(0));
+  EXPECT_EQ(book.eval(u"SUMIFS(A1:A6,B1:B4,\"apple\")"), E(cell_error::value));  // sizes differ
+  EXPECT_EQ(book.eval(u"SUM(SUMIF(B1:B6,{\"apple\",\"date\"},A1:A6))"), N(100));
+}
+
+TEST_F(Functions, Statistics) {
+  EXPECT_EQ(book.eval(u"AVERAGE(A1:A6)"), N(35));
+  EXPECT_EQ(book.eval(u"MIN(A1:A6,5)"), N(5));
+  EXPECT_EQ(book.eval(u"MAX(A1:A6)"), N(60));
+  EXPECT_EQ(book.eval(u"MEDIAN(A1:A5,100)"), N(35));
+  EXPECT_EQ(book.eval(u"LARGE(A1:A6,2)"), N(50));
+  EXPECT_EQ(book.eval(u"SMALL(A1:A6,7)"), E(cell_error::num));
+  near(book, u"STDEV(A1:A6)", 18.708286933869708);
+  near(book, u"STDEVP(A1:A6)", 17.07825127659933);
+  EXPECT_EQ(book.eval(u"VAR(A1:A6)"), N(350));
+  EXPECT_EQ(book.eval(u"VARP(A1:A6)"), N(291.6666666666667));
+  EXPECT_EQ(book.eval(u"RANK(40,A1:A6)"), N(3));
+  EXPECT_EQ(book.eval(u"RANK(40,A1:A6,1)"), N(4));
+  EXPECT_EQ(book.eval(u"RANK(45,A1:A6)"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"PERCENTILE(A1:A6,0.5)"), N(35));
+  EXPECT_EQ(book.eval(u"QUARTILE(A1:A6,1)"), N(22.5));
+  EXPECT_EQ(book.eval(u"MODE(1,2,2,3,3)"), N(2));
+  EXPECT_EQ(book.eval(u"STDEV(1)"), E(cell_error::div0));
+  EXPECT_EQ(book.eval(u"SUBTOTAL(9,A1:A6)"), N(210));
+  EXPECT_EQ(book.eval(u"SUBTOTAL(101,A1:A6)"), N(35));
+}
+
+TEST_F(Functions, Logic) {
+  EXPECT_EQ(book.eval(u"IF(A1>5,\"big\",\"small\")"), S(u"big"));
+  EXPECT_EQ(book.eval(u"IF(FALSE,1)"), B(false));
+  EXPECT_EQ(book.eval(u"IF(\"TRUE\",1,2)"), N(1));
+  EXPECT_EQ(book.eval(u"IF(\"x\",1,2)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"IF(TRUE,1,1/0)"), N(1));  // the other branch is not evaluated
+  EXPECT_EQ(book.eval(u"IFS(A1>50,\"a\",A1>5,\"b\")"), S(u"b"));
+  EXPECT_EQ(book.eval(u"IFS(A1>50,\"a\")"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"AND(A1:A6)"), B(true));
+  EXPECT_EQ(book.eval(u"AND(TRUE,0)"), B(false));
+  EXPECT_EQ(book.eval(u"OR(B1:B6)"), E(cell_error::value));  // nothing logical to read
+  EXPECT_EQ(book.eval(u"XOR(TRUE,TRUE,TRUE)"), B(true));
+  EXPECT_EQ(book.eval(u"NOT(0)"), B(true));
+  EXPECT_EQ(book.eval(u"CHOOSE(2,\"a\",\"b\",\"c\")"), S(u"b"));
+  EXPECT_EQ(book.eval(u"CHOOSE(4,\"a\",\"b\",\"c\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SUM(CHOOSE(2,A1:A2,A3:A4))"), N(70));
+  EXPECT_EQ(book.eval(u"SWITCH(2,1,\"one\",2,\"two\",\"many\")"), S(u"two"));
+  EXPECT_EQ(book.eval(u"SWITCH(9,1,\"one\",\"many\")"), S(u"many"));
+  EXPECT_EQ(book.eval(u"TRUE()"), B(true));
+}
+
+TEST_F(Functions, Information) {
+  book.set("D1", Value::error(cell_error::na));
+  book.set("D2", Value::error(cell_error::ref));
+  EXPECT_EQ(book.eval(u"ISBLANK(D9)"), B(true));
+  EXPECT_EQ(book.eval(u"ISBLANK(\"\")"), B(false));
+  EXPECT_EQ(book.eval(u"ISNA(D1)"), B(true));
+  EXPECT_EQ(book.eval(u"ISERR(D1)"), B(false));
+  EXPECT_EQ(book.eval(u"ISERR(D2)"), B(true));
+  EXPECT_EQ(book.eval(u"ISNUMBER(A1)"), B(true));
+  EXPECT_EQ(book.eval(u"ISNUMBER(\"1\")"), B(false));
+  EXPECT_EQ(book.eval(u"ISTEXT(B1)"), B(true));
+  EXPECT_EQ(book.eval(u"ISLOGICAL(TRUE)"), B(true));
+  EXPECT_EQ(book.eval(u"ISREF(A1:B2)"), B(true));
+  EXPECT_EQ(book.eval(u"ISREF(1)"), B(false));
+  EXPECT_EQ(book.eval(u"ISEVEN(-2.5)"), B(true));
+  EXPECT_EQ(book.eval(u"ISODD(3)"), B(true));
+  EXPECT_EQ(book.eval(u"NA()"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"ERROR.TYPE(D2)"), N(4));
+  EXPECT_EQ(book.eval(u"ERROR.TYPE(1)"), E(cell_error::na));
+}
+
+TEST_F(Functions, Text) {
+  EXPECT_EQ(book.eval(u"LEN(B2)"), N(6));
+  EXPECT_EQ(book.eval(u"LEFT(B2,3)&RIGHT(B2,2)&MID(B2,2,3)"), S(u"bannaana"));
+  EXPECT_EQ(book.eval(u"LEFT(B2)"), S(u"b"));
+  EXPECT_EQ(book.eval(u"MID(B2,10,2)"), S(u""));
+  EXPECT_EQ(book.eval(u"LEFT(B2,-1)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"UPPER(\"abc\")&LOWER(\"DéF\")"), S(u"ABCdéf"));
+  EXPECT_EQ(book.eval(u"PROPER(\"hello wORLD-again 2nd\")"), S(u"Hello World-Again 2Nd"));
+  EXPECT_EQ(book.eval(u"TRIM(\"  a   b  \")"), S(u"a b"));
+  EXPECT_EQ(book.eval(u"CONCATENATE(\"a\",1,TRUE)"), S(u"a1TRUE"));
+  EXPECT_EQ(book.eval(u"CONCAT(B1:B2,\"!\")"), S(u"applebanana!"));
+  EXPECT_EQ(book.eval(u"TEXTJOIN(\", \",TRUE,B1:B3,D1)"), S(u"apple, banana, cherry"));
+  EXPECT_EQ(book.eval(u"TEXT(1234.5,\"#,##0.00\")"), S(u"1,234.50"));
+  EXPECT_EQ(book.eval(u"TEXT(C1,\"mmm d, yyyy\")"), S(u"Jan 1, 2026"));
+  EXPECT_EQ(book.eval(u"TEXT(0.25,\"0%\")"), S(u"25%"));
+  EXPECT_EQ(book.eval(u"VALUE(\"1,234.5\")"), N(1234.5));
+  EXPECT_EQ(book.eval(u"VALUE(\"abc\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"FIND(\"an\",B2)"), N(2));
+  EXPECT_EQ(book.eval(u"FIND(\"AN\",B2)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SEARCH(\"AN\",B2,3)"), N(4));
+  EXPECT_EQ(book.eval(u"SEARCH(\"c?e\",B3)"), N(1));
+  EXPECT_EQ(book.eval(u"SUBSTITUTE(\"a-b-c\",\"-\",\"+\")"), S(u"a+b+c"));
+  EXPECT_EQ(book.eval(u"SUBSTITUTE(\"a-b-c\",\"-\",\"+\",2)"), S(u"a-b+c"));
+  EXPECT_EQ(book.eval(u"REPLACE(\"abcdef\",2,3,\"X\")"), S(u"aXef"));
+  EXPECT_EQ(book.eval(u"REPT(\"ab\",3)"), S(u"ababab"));
+  EXPECT_EQ(book.eval(u"EXACT(\"a\",\"A\")"), B(false));
+  EXPECT_EQ(book.eval(u"CHAR(65)&CHAR(128)"), S(u"A€"));
+  EXPECT_EQ(book.eval(u"CODE(\"€\")"), N(128));
+  EXPECT_EQ(book.eval(u"DOLLAR(-1234.567)"), S(u"($1,234.57)"));
+  EXPECT_EQ(book.eval(u"DOLLAR(1234.567,-2)"), S(u"$1,200"));
+  EXPECT_EQ(book.eval(u"FIXED(1234.567,1)"), S(u"1,234.6"));
+  EXPECT_EQ(book.eval(u"FIXED(1234.567,1,TRUE)"), S(u"1234.6"));
+  EXPECT_EQ(book.eval(u"T(B1)&T(A1)"), S(u"apple"));
+  EXPECT_EQ(book.eval(u"N(A1)+N(B1)+N(TRUE)"), N(11));
+}
+
+TEST_F(Functions, DatesAndTimes) {
+  EXPECT_EQ(book.eval(u"DATE(2026,11,14)"), N(46340));
+  EXPECT_EQ(book.eval(u"DATE(2026,14,1)"), N(46419));  // month 14 rolls into next year
+  EXPECT_EQ(book.eval(u"DATE(26,1,1)"), N(9498));      // two-digit years are 1900-based
+  EXPECT_EQ(book.eval(u"YEAR(46340)&\"-\"&MONTH(46340)&\"-\"&DAY(46340)"), S(u"2026-11-14"));
+  EXPECT_EQ(book.eval(u"DAY(60)"), N(29));
+  EXPECT_EQ(book.eval(u"TODAY()"), N(46000));
+  EXPECT_EQ(book.eval(u"NOW()"), N(46000.75));
+  EXPECT_EQ(book.eval(u"TIME(25,30,0)"), N(1.5 / 24));
+  EXPECT_EQ(book.eval(u"HOUR(0.75)&\":\"&MINUTE(0.7507)&\":\"&SECOND(0.75+1/86400)"), S(u"18:1:1"));
+  EXPECT_EQ(book.eval(u"WEEKDAY(46340)"), N(7));  // Saturday
+  EXPECT_EQ(book.eval(u"WEEKDAY(46340,2)"), N(6));
+  EXPECT_EQ(book.eval(u"WEEKDAY(46340,3)"), N(5));
+  EXPECT_EQ(book.eval(u"EDATE(DATE(2026,1,31),1)"), N(46081));  // 28 Feb 2026
+  EXPECT_EQ(book.eval(u"EOMONTH(DATE(2026,1,15),1)"), N(46081));
+  EXPECT_EQ(book.eval(u"EOMONTH(DATE(2024,1,15),1)"), N(45351));  // 29 Feb 2024
+  EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"Y\")"), N(5));
+  EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"M\")"), N(69));
+  EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"MD\")"), N(23));
+  EXPECT_EQ(book.eval(u"DATEDIF(DATE(2026,1,2),DATE(2026,1,1),\"D\")"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"DAYS(DATE(2026,3,1),DATE(2026,2,1))"), N(28));
+  EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13))"), N(10));
+  EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13),DATE(2026,11,11))"), N(9));
+  EXPECT_EQ(book.eval(u"WORKDAY(DATE(2026,11,13),1)"), N(46342));  // Friday -> Monday
+  EXPECT_EQ(book.eval(u"WORKDAY(DATE(2026,11,16),-1)"), N(46339));
+  near(book, u"YEARFRAC(DATE(2026,1,1),DATE(2026,7,1))", 0.5);
+  near(book, u"YEARFRAC(DATE(2026,1,1),DATE(2026,7,1),1)", 181.0 / 365);
+  near(book, u"YEARFRAC(DATE(2026,1,1),DATE(2026,7,1),3)", 181.0 / 365);
+  EXPECT_EQ(book.eval(u"DATEVALUE(\"11/14/2026\")"), N(46340));
+  EXPECT_EQ(book.eval(u"DATEVALUE(\"abc\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"TIMEVALUE(\"6:00 PM\")"), N(0.75));
+  EXPECT_EQ(book.eval(u"YEAR(-1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"MONTH(\"3/15/2026\")"), N(3));
+}
+
+TEST_F(Functions, Lookups) {
+  EXPECT_EQ(book.eval(u"VLOOKUP(\"cherry\",B1:C6,2,FALSE)"), N(46085));
+  EXPECT_EQ(book.eval(u"VLOOKUP(\"CHER*\",B1:C6,2,0)"), N(46085));
+  EXPECT_EQ(book.eval(u"VLOOKUP(\"kiwi\",B1:C6,2,FALSE)"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"VLOOKUP(35,A1:B6,2)"), S(u"cherry"));  // sorted: the last not above
+  EXPECT_EQ(book.eval(u"VLOOKUP(5,A1:B6,2)"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"VLOOKUP(30,A1:B6,3,FALSE)"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"VLOOKUP(30,A1:B6,0,FALSE)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"VLOOKUP(\"30\",A1:B6,2,FALSE)"),
+            E(cell_error::na));  // no text-number match
+  EXPECT_EQ(book.eval(u"HLOOKUP(20,A1:A6,1,FALSE)"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"HLOOKUP(\"b\",{\"a\",\"b\";1,2},2,FALSE)"), N(2));
+  EXPECT_EQ(book.eval(u"MATCH(40,A1:A6,0)"), N(4));
+  EXPECT_EQ(book.eval(u"MATCH(45,A1:A6)"), N(4));
+  EXPECT_EQ(book.eval(u"MATCH(45,{60,50,40,30},-1)"), N(2));
+  EXPECT_EQ(book.eval(u"MATCH(\"b*\",B1:B6,0)"), N(2));
+  EXPECT_EQ(book.eval(u"INDEX(A1:B6,3,2)"), S(u"cherry"));
+  EXPECT_EQ(book.eval(u"INDEX(A1:A6,4)"), N(40));
+  EXPECT_EQ(book.eval(u"SUM(INDEX(A1:B6,0,1))"), N(210));
+  EXPECT_EQ(book.eval(u"INDEX(A1:A6,7)"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"SUM(A1:INDEX(A1:A6,3))"), N(60));  // INDEX gives a reference
+  EXPECT_EQ(book.eval(u"LOOKUP(35,A1:A6,B1:B6)"), S(u"cherry"));
+  EXPECT_EQ(book.eval(u"XLOOKUP(\"date\",B1:B6,A1:A6)"), N(50));
+  EXPECT_EQ(book.eval(u"XLOOKUP(\"kiwi\",B1:B6,A1:A6,\"none\")"), S(u"none"));
+  EXPECT_EQ(book.eval(u"XLOOKUP(\"apple\",B1:B6,A1:A6,,0,-1)"), N(40));  // last to first
+  EXPECT_EQ(book.eval(u"XLOOKUP(35,A1:A6,B1:B6,,-1)"), S(u"cherry"));    // next smaller
+  EXPECT_EQ(book.eval(u"XLOOKUP(35,A1:A6,B1:B6,,1)"), S(u"apple"));      // next larger
+  EXPECT_EQ(book.eval(u"SUM(OFFSET(A1,1,0,3,1))"), N(90));
+  EXPECT_EQ(book.eval(u"OFFSET(A1,-1,0)"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"INDIRECT(\"A\"&2)"), N(20));
+  EXPECT_EQ(book.eval(u"SUM(INDIRECT(\"Sheet1!A1:A3\"))"), N(60));
+  EXPECT_EQ(book.eval(u"INDIRECT(\"R2C1\",FALSE)"), N(20));
+  EXPECT_EQ(book.eval(u"INDIRECT(\"nowhere!A1\")"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"ROW()"), N(100));
+  EXPECT_EQ(book.eval(u"ROW(C7:D9)+COLUMN(C7)"), N(10));
+  EXPECT_EQ(book.eval(u"ROWS(A1:B6)*COLUMNS(A1:B6)"), N(12));
+  EXPECT_EQ(book.eval(u"ROWS({1,2;3,4;5,6})"), N(3));
+  EXPECT_EQ(book.eval(u"ADDRESS(2,3)"), S(u"$C$2"));
+  EXPECT_EQ(book.eval(u"ADDRESS(2,3,4)"), S(u"C2"));
+  EXPECT_EQ(book.eval(u"ADDRESS(2,3,2,FALSE)"), S(u"R2C[3]"));
+  EXPECT_EQ(book.eval(u"ADDRESS(1,1,1,TRUE,\"My Sheet\")"), S(u"'My Sheet'!$A$1"));
+}
+
+TEST_F(Functions, Finance) {
+  near(book, u"PMT(0.05/12,360,200000)", -1073.6432460242797);
+  near(book, u"PMT(0,12,1200)", -100);
+  near(book, u"PMT(0.1,2,1000,0,1)", -523.8095238095239);
+  near(book, u"PV(0.08/12,240,-500)", 59777.14585118155);
+  near(book, u"FV(0.06/12,10,-200,-500,1)", 2581.4033740601185);
+  near(book, u"NPV(0.1,-10000,3000,4200,6800)", 1188.4434123352207);
+  near(book, u"IRR({-70000,12000,15000,18000,21000,26000})", 0.08663094803653171);
+  near(book, u"NPER(0.12/12,-100,-1000,10000,1)", 59.67386567429457);
+  near(book, u"RATE(48,-200,8000)", 0.007701472488246008);
+  near(book, u"IPMT(0.1/12,1,36,8000)", -66.66666666666667);
+  near(book, u"PPMT(0.1/12,1,24,2000)", -75.62318600836664);
+  near(book, u"IPMT(0.1,2,2,1000,0,1)", -47.61904761904762);
+  near(book, u"XNPV(0.09,{-10000,2750,4250,3250,2750},{39448,39508,39751,39859,39904})",
+       2086.6476020315354);
+  near(book, u"XIRR({-10000,2750,4250,3250,2750},{39448,39508,39751,39859,39904})",
+       0.3733625335188314);
+  EXPECT_EQ(book.eval(u"SLN(30000,7500,10)"), N(2250));
+  EXPECT_EQ(book.eval(u"IRR({1,2,3})"), E(cell_error::num));  // no sign change
+}
+
+TEST(FunctionNames, AtLeastEightyAndSorted) {
+  auto names = function_names();
+  EXPECT_GE(names.size(), 80u);
+  EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  for (const char16_t* must : {u"SUMIFS", u"XLOOKUP", u"NETWORKDAYS", u"XIRR", u"TEXTJOIN", u"IFS"})
+    EXPECT_TRUE(std::binary_search(names.begin(), names.end(), String(must))) << to_utf8(must);
+}
+
+}  // namespace
+}  // namespace qz::engine::calc::test
