@@ -1,19 +1,24 @@
-// The tokenizer: hand-checked cases by theme, a golden file, and invariants over the corpus.
+// The tokenizer: cases by theme in a golden file, range replacement against the engine, and
+// invariants over the corpus.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "corpus_formulas.hpp"
 #include "formula/formula.hpp"
 #include "qzxl/convert.hpp"
+#include "range/library_fixture.hpp"
 #include "support/test_support.hpp"
 
 namespace qz {
 namespace {
 
-// Reading options, combined as bits (0..3 covers every combination).
-constexpr int kTrim = 1, kR1C1 = 2;
+// Reading options, combined as bits (0..3 covers every combination without replacement).
+constexpr int kTrim = 1, kR1C1 = 2, kReplace = 4;
 
 const char* kind(const FmlaPiece& p) {
   if (p.IsOperator) return "op";
@@ -34,114 +39,45 @@ std::string render(const FmlaPieces& pieces, const char* sep = " | ") {
   return out;
 }
 
-FmlaPieces parse(const String& text, int opts) {
-  iFormula f;
-  String formula = text;
+// Reads `text` as the options say. With replacement off the text never changes; with it on,
+// each piece must stand at its position in the rewritten text.
+FmlaPieces parse(String& text, int opts) {
+  const String entry = text;
   FmlaPieces pieces;
   if (opts & kR1C1)
-    f.ParseCellFormulaR1C1(formula, pieces, opts & kTrim, false);
+    iFormula().ParseCellFormulaR1C1(text, pieces, opts & kTrim, opts & kReplace);
   else
-    f.ParseCellFormula(formula, pieces, opts & kTrim, false);
-  EXPECT_EQ(formula, text) << "the text changed with replacement off";
+    iFormula().ParseCellFormula(text, pieces, opts & kTrim, opts & kReplace);
+  if (!(opts & kReplace)) {
+    EXPECT_EQ(text, entry) << "the text changed with replacement off";
+  }
+  for (const auto& p : pieces)
+    EXPECT_EQ(text.substr(p.StartPos - 1, p.ThePiece.size()), p.ThePiece)
+        << to_utf8(p.ThePiece) << " is not at " << p.StartPos << " in " << to_utf8(text);
   return pieces;
 }
 
-std::string tok(const char* text, int opts = kTrim) {
-  return render(parse(u16(text), opts));
-}
+// The cases by theme; regenerate the expected file with QZXL_UPDATE_GOLDEN=1 and review the
+// difference before committing it. Range replacement resolves references in the engine.
+class Tokenizer : public test::LibraryTest {};
 
-TEST(Tokenizer, OperatorsAndSigns) {
-  EXPECT_EQ(tok("=SUM(A1:B2)", 0), "1 op = | 2 fn SUM | 5 op ( | 6 ref A1:B2 | 11 op )");
-  // Two operators in a row give no empty operand between them.
-  EXPECT_EQ(tok("=A1<>B1"), "1 op = | 2 ref A1 | 4 op < | 5 op > | 6 ref B1");
-  EXPECT_EQ(tok("=((1))"), "1 op = | 2 op ( | 3 op ( | 4 num 1 | 5 op ) | 6 op )");
-  // A sign is an operator like any other, even inside a number's exponent.
-  EXPECT_EQ(tok("=-5"), "1 op = | 2 op - | 3 num 5");
-  EXPECT_EQ(tok("=1E-3"), "1 op = | 2 ref 1E | 4 op - | 5 num 3");
-  EXPECT_EQ(tok("=2^3&4/5*6"),
-            "1 op = | 2 num 2 | 3 op ^ | 4 num 3 | 5 op & | 6 num 4 | 7 op / | 8 num 5 | 9 op * | "
-            "10 num 6");
-  // "%", ":" and "!" do not cut; the numeric test takes a currency sign but not a percent.
-  EXPECT_EQ(tok("=$5+7%"), "1 op = | 2 num $5 | 4 op + | 5 ref 7%");
-  EXPECT_EQ(tok("=1.5E3"), "1 op = | 2 num 1.5E3");
-}
-
-TEST(Tokenizer, QuotesAndApostrophes) {
-  EXPECT_EQ(tok("=\"a,b\"&C1"), "1 op = | 2 txt \"a,b\" | 7 op & | 8 ref C1");
-  EXPECT_EQ(tok("=\"a\"\"-b\"&C1"), "1 op = | 2 txt \"a\"\"-b\" | 9 op & | 10 ref C1");
-  EXPECT_EQ(tok("='My Sheet'!A1+1"), "1 op = | 2 ref 'My Sheet'!A1 | 15 op + | 16 num 1");
-  EXPECT_EQ(tok("='Bob''s-1'!A1*2"), "1 op = | 2 ref 'Bob''s-1'!A1 | 15 op * | 16 num 2");
-  // The apostrophe inside the text opens a single-quote state that the closing double quote
-  // clears, so the "&" after it still cuts.
-  EXPECT_EQ(tok("=\"it's\"&A1"), "1 op = | 2 txt \"it's\" | 8 op & | 9 ref A1");
-  // An apostrophe outside any text hides every operator after it.
-  EXPECT_EQ(tok("=A'1+B1"), "1 op = | 2 ref A'1+B1");
-  // A lone double quote is both the first and the last character of its piece.
-  EXPECT_EQ(tok("=1&\""), "1 op = | 2 num 1 | 3 op & | 4 txt \"");
-  EXPECT_EQ(tok("=\"ab"), "1 op = | 2 ref \"ab");
-}
-
-TEST(Tokenizer, R1C1Brackets) {
-  EXPECT_EQ(tok("=R[-1]C+R1C[2]", kTrim | kR1C1), "1 op = | 2 ref R[-1]C | 8 op + | 9 ref R1C[2]");
-  // The same text in A1 notation cuts at the minus inside the brackets.
-  EXPECT_EQ(tok("=R[-1]C+R1C[2]"),
-            "1 op = | 2 ref R[ | 4 op - | 5 ref 1]C | 8 op + | 9 ref R1C[2]");
-  EXPECT_EQ(tok("=SUM(R[-2]C:R[-1]C)", kTrim | kR1C1),
-            "1 op = | 2 fn SUM | 5 op ( | 6 ref R[-2]C:R[-1]C | 19 op )");
-  // A "[" inside a text is cleared with the text's closing quote.
-  EXPECT_EQ(tok("=\"[\"&R[-1]C", kTrim | kR1C1), "1 op = | 2 txt \"[\" | 5 op & | 6 ref R[-1]C");
-  // Brackets mean nothing in A1 notation beyond their own characters.
-  EXPECT_EQ(tok("=Tbl[[#This Row],[Qty]]*2"),
-            "1 op = | 2 ref Tbl[[#This Row] | 17 op , | 18 ref [Qty]] | 24 op * | 25 num 2");
-}
-
-TEST(Tokenizer, TrimmingAndPositions) {
-  EXPECT_EQ(tok("= A1 + 2"), "1 op = | 3 ref A1 | 6 op + | 8 num 2");
-  EXPECT_EQ(tok("= A1 + 2", 0), "1 op = | 2 ref  A1  | 6 op + | 7 num  2");
-  // A blank-only segment is no operand, trimmed or not.
-  EXPECT_EQ(tok("=A1+ (B1)", 0), "1 op = | 2 ref A1 | 4 op + | 6 op ( | 7 ref B1 | 9 op )");
-  // Blanks between a name and its "(" still make it a function; other blanks are not cut.
-  EXPECT_EQ(tok("=SUM (A1 B1)"), "1 op = | 2 fn SUM | 6 op ( | 7 ref A1 B1 | 12 op )");
-  // Only spaces are blanks; a line break stays part of the piece.
-  EXPECT_EQ(tok("=1+\nA2 "), "1 op = | 2 num 1 | 3 op + | 4 ref \nA2");
-}
-
-TEST(Tokenizer, BrokenReferences) {
-  EXPECT_EQ(tok("=#REF!+1"), "1 op = | 2 none #REF! | 7 op + | 8 num 1");
-  EXPECT_EQ(tok("=Sheet1!#ref!*2"), "1 op = | 2 none Sheet1!#ref! | 14 op * | 15 num 2");
-  // Without the "!" it is no broken reference, just an unknown name.
-  EXPECT_EQ(tok("=SUM(#REF)"), "1 op = | 2 fn SUM | 5 op ( | 6 ref #REF | 10 op )");
-  // A function whose name holds #REF! is still a function: that test comes first.
-  EXPECT_EQ(tok("=#REF!(1)"), "1 op = | 2 fn #REF! | 7 op ( | 8 num 1 | 9 op )");
-}
-
-TEST(Tokenizer, TextThatIsNoFormula) {
-  EXPECT_EQ(tok(""), "1 txt ");
-  EXPECT_EQ(tok("abc"), "1 txt abc");
-  EXPECT_EQ(tok("TRUE"), "1 txt TRUE");
-  EXPECT_EQ(tok("SUM(A1)"), "1 txt SUM(A1)");
-  // Numbers as the runtime reads them: blanks, sign, grouping, currency, exponent.
-  EXPECT_EQ(tok(" 1,000 "), "1 num  1,000 ");
-  EXPECT_EQ(tok("-$5"), "1 num -$5");
-  EXPECT_EQ(tok("1E3", kR1C1), "1 num 1E3");
-  EXPECT_EQ(tok("="), "1 op =");
-  // A leading blank means it is no formula.
-  EXPECT_EQ(tok(" =1"), "1 txt  =1");
-}
-
-// Golden output for a wider set of formulas; regenerate with QZXL_UPDATE_GOLDEN=1 and review
-// the difference before committing it.
-TEST(Tokenizer, GoldenFile) {
+TEST_F(Tokenizer, GoldenFile) {
   const std::string dir = QZXL_FORMULA_GOLDEN_DIR;
   std::ifstream cases(dir + "/tokenizer_cases.txt");
   ASSERT_TRUE(cases) << "missing " << dir << "/tokenizer_cases.txt";
+  const std::map<std::string, int> modes = {
+      {"a1", kTrim}, {"a1-raw", 0}, {"r1c1", kTrim | kR1C1}, {"a1-replace", kTrim | kReplace}};
   std::string line, actual;
   while (std::getline(cases, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty() || line[0] == '#') continue;
     const auto space = line.find(' ');
     const std::string mode = line.substr(0, space), formula = line.substr(space + 1);
-    const int opts = mode == "a1" ? kTrim : mode == "r1c1" ? kTrim | kR1C1 : 0;
-    actual += mode + " " + formula + "\n  " + render(parse(u16(formula), opts), "\n  ") + "\n";
+    String text = u16(formula);
+    const std::string pieces = render(parse(text, modes.at(mode)), "\n  ");
+    actual += mode + " " + formula + "\n";
+    if (text != u16(formula)) actual += "  -> " + to_utf8(text) + "\n";
+    actual += "  " + pieces + "\n";
   }
   const std::string expected_path = dir + "/tokenizer_expected.txt";
   if (std::getenv("QZXL_UPDATE_GOLDEN")) std::ofstream(expected_path) << actual;
@@ -150,36 +86,90 @@ TEST(Tokenizer, GoldenFile) {
   EXPECT_EQ(actual, expected.str());
 }
 
+struct CorpusFormula {
+  std::string source;  // file and line
+  String text;
+};
+
+void add(std::vector<CorpusFormula>& out, const std::string& source, std::string text) {
+  if (text.rfind("\xEF\xBB\xBF", 0) == 0) text.erase(0, 3);  // a byte-order mark
+  if (text.empty()) return;
+  String f = from_utf8(text);
+  if (f.front() != u'=') f.insert(f.begin(), u'=');
+  out.push_back({source, std::move(f)});
+}
+
+// Every string of a JSON document: the inputs sit at varying depths, and an extra string
+// (an expected token's name) is one more formula to read.
+void add_strings(std::vector<CorpusFormula>& out, const std::string& source,
+                 const nlohmann::json& j) {
+  if (j.is_string()) add(out, source, j.get<std::string>());
+  if (j.is_structured())
+    for (const auto& item : j) add_strings(out, source, item);
+}
+
+// Every formula of the corpus's JSON, JSON-lines, CSV, TSV and text inputs.
+std::vector<CorpusFormula> load_corpus_formulas(const std::filesystem::path& dir) {
+  std::vector<CorpusFormula> out;
+  std::vector<std::filesystem::path> files;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(dir))
+    files.push_back(e.path());
+  std::sort(files.begin(), files.end());
+  for (const auto& path : files) {
+    const std::string ext = path.extension().string(), name = path.filename().string();
+    std::ifstream in(path, std::ios::binary);
+    if (ext == ".json") add_strings(out, name, nlohmann::json::parse(in, nullptr, false));
+    if ((ext != ".jsonl" && ext != ".csv" && ext != ".tsv" && ext != ".txt") ||
+        name == "SOURCE.txt")
+      continue;
+    std::string line;
+    for (int n = 1; std::getline(in, line); ++n) {
+      if (!line.empty() && line.back() == '\r') line.pop_back();
+      const std::string where = name + ":" + std::to_string(n);
+      if (ext == ".jsonl") {
+        const auto j = nlohmann::json::parse(line, nullptr, false);
+        for (const char* key : {"formula", "expr"})
+          if (j.is_object() && j.contains(key) && j[key].is_string()) add(out, where, j[key]);
+      } else if (ext == ".tsv") {
+        // The formula is the last column of both tables; the first line is the header.
+        if (n > 1) add(out, where, line.substr(line.rfind('\t') + 1));
+      } else if (line.size() >= 2 && line.front() == '"' && line.back() == '"') {
+        std::string field;  // a CSV-quoted field, quotes doubled inside
+        for (size_t i = 1; i + 1 < line.size(); ++i) {
+          field += line[i];
+          if (line[i] == '"' && line[i + 1] == '"') ++i;
+        }
+        add(out, where, field);
+      } else {
+        add(out, where, line);
+      }
+    }
+  }
+  return out;
+}
+
 // Properties every reading must have, over formulas nobody on this team wrote.
-TEST(Tokenizer, CorpusInvariants) {
+TEST(TokenizerCorpus, Invariants) {
   const auto dir = test::corpus_dir();
   if (dir.empty()) {
     GTEST_SKIP() << "the shared corpus is not present";
   }
-  const auto formulas = test::load_corpus_formulas(dir / "formulas");
+  const auto formulas = load_corpus_formulas(dir / "formulas");
   ASSERT_GT(formulas.size(), 15675u);
-  iFormula parser;
   for (const auto& [source, text] : formulas) {
-    for (int opts : {0, 1, 2, 3}) {
-      String formula = text;
-      FmlaPieces pieces;
-      if (opts & kR1C1)
-        parser.ParseCellFormulaR1C1(formula, pieces, opts & kTrim, false);
-      else
-        parser.ParseCellFormula(formula, pieces, opts & kTrim, false);
+    for (int opts = 0; opts < 4; ++opts) {
       SCOPED_TRACE(source + " " + to_utf8(text) + " mode " + std::to_string(opts));
-      ASSERT_EQ(formula, text);
+      String formula = text;
+      const FmlaPieces pieces = parse(formula, opts);
       ASSERT_FALSE(pieces.empty());
       String laid(text.size(), u' ');
       for (const auto& p : pieces) {
-        const int flags =
-            p.IsOperator + p.IsFunction + p.IsRange + p.IsObjectKey + p.IsValue + p.IsSimpleText;
-        ASSERT_LE(flags, 1) << to_utf8(p.ThePiece);
+        ASSERT_LE(
+            p.IsOperator + p.IsFunction + p.IsRange + p.IsObjectKey + p.IsValue + p.IsSimpleText,
+            1);
         ASSERT_FALSE(p.IsObjectKey);
         ASSERT_GE(p.StartPos, 1);
         ASSERT_LE(p.StartPos + p.ThePiece.size(), text.size() + 1) << to_utf8(p.ThePiece);
-        // Trimmed or not, each piece stands in the formula at its position.
-        ASSERT_EQ(text.substr(p.StartPos - 1, p.ThePiece.size()), p.ThePiece);
         laid.replace(p.StartPos - 1, p.ThePiece.size(), p.ThePiece);
       }
       // Untrimmed, the pieces cover everything but blank-only stretches between operators.
