@@ -1357,11 +1357,10 @@ void Book::copy(Sheet& src, const Rect& from, Sheet& dst, const Rect& to) {
     String text;
     std::vector<Run> runs;
     calc::FormulaPtr formula;
-    String formula_text;
   };
   std::vector<Item> items;
   src.cells.for_each(from, [&](int32_t r, int32_t c, const Cell& cell) {
-    Item it{r - from.row1, c - from.col1, cell.style(), cell.kind(), cell.num, {}, {}, {}, {}};
+    Item it{r - from.row1, c - from.col1, cell.style(), cell.kind(), cell.num, {}, {}, {}};
     if (cell.kind() == CellKind::Text) {
       it.text = String(sb.strings.text(cell.index));
       it.runs = sb.strings.runs(cell.index);
@@ -1369,8 +1368,6 @@ void Book::copy(Sheet& src, const Rect& from, Sheet& dst, const Rect& to) {
       FormulaCell& f = src.formulas[cell.index];
       sb.ensure_parsed(src, f);
       it.formula = f.parsed;
-      if (&sb != this && f.parsed)
-        it.formula_text = calc::render(*f.parsed, calc::Notation::A1, f.at, src.id, sb);
       it.num = 0;
     }
     items.push_back(std::move(it));
@@ -1425,7 +1422,11 @@ void Book::copy(Sheet& src, const Rect& from, Sheet& dst, const Rect& to) {
               set_parsed_formula(dst, r, c, it.formula);
             } else if (it.formula) {
               try {
-                set_formula(dst, r, c, it.formula_text, calc::Notation::A1);
+                // Into another workbook the formula travels as text, written at its new cell
+                // so relative references have moved, and read there by that workbook's sheets.
+                String text =
+                    calc::render(*it.formula, calc::Notation::A1, CellRef{r, c}, src.id, sb);
+                set_formula(dst, r, c, text, calc::Notation::A1);
               } catch (const Error&) {
                 set_constant(dst, r, c, calc::Value::error(cell_error::ref));
               }

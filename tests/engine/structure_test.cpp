@@ -106,6 +106,28 @@ TEST_F(Structure, CopyMovesRelativeReferencesAndCarriesFormats) {
   EXPECT_THROW(r("A1:A2,C1")->copy(r("Z1")), Error);
 }
 
+TEST_F(Structure, CopyToAnotherWorkbookBringsItsFormatsAlong) {
+  put("A1", "x2");
+  r("A1")->characters(V(2), V(1))->font()->set_superscript(Variant(true));
+  r("A1")->interior()->set_color(Variant(int32_t{0x00FF00}));
+  put("B1", "4");
+  r("B1")->set_number_format(u"0.0%");
+  put("C1", "=B1*2");
+  auto other = app->workbooks()->add();
+  auto target = other->worksheets()->item(V(1));
+  r("A1:C1")->copy(target->range(V("B2")));
+  auto at = [&](const char* a) { return target->range(V(a)); };
+  EXPECT_EQ(at("B2")->characters(V(2), V(1))->font()->superscript(), Variant(true));
+  EXPECT_EQ(at("B2")->characters(V(1), V(1))->font()->superscript(), Variant(false));
+  EXPECT_EQ(at("B2")->interior()->color(), Variant(int32_t{0x00FF00}));
+  EXPECT_EQ(to_utf8(at("C2")->text()), "400.0%");
+  EXPECT_EQ(to_utf8(at("D2")->formula()), "=C2*2");
+  EXPECT_EQ(at("D2")->value(), Variant(8.0));
+  // The source workbook's tables are untouched by the copy.
+  EXPECT_FALSE(book_of(other)->styles.xfs.empty());
+  EXPECT_EQ(r("A1")->interior()->color(), Variant(int32_t{0x00FF00}));
+}
+
 TEST_F(Structure, ClearContentsKeepsFormatsClearRemovesThem) {
   put("A1", "5");
   r("A1")->set_number_format(u"0.00");

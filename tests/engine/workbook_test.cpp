@@ -111,11 +111,32 @@ TEST_F(Workbooks, DocumentPropertiesAndWindows) {
   EXPECT_FALSE(wb->windows()->item(V(1))->visible());
 }
 
-TEST_F(Workbooks, LaterMembersRefuseCleanly) {
-  EXPECT_EQ(code_of([&] { app->command_bars(); }), err::not_supported);
-  EXPECT_EQ(code_of([&] { app->on_undo(u"x", u"y"); }), err::not_supported);
-  EXPECT_EQ(code_of([&] { app->undo(); }), err::not_supported);
-  EXPECT_EQ(code_of([&] { app->run(u"Macro"); }), err::not_supported);
+TEST_F(Workbooks, HyperlinksBelongToTheirCells) {
+  auto links = ws->hyperlinks();
+  links->add(r("B2"), u"https://example.org/a", V("Sheet1!A1"), V("tip"), V("Click"));
+  EXPECT_EQ(to_utf8(value("B2").str()), "Click");
+  EXPECT_EQ(links->count(), 1);
+  EXPECT_EQ(r("A1:B2")->hyperlinks()->count(), 1);
+  EXPECT_EQ(r("C3")->hyperlinks()->count(), 0);
+  auto h = r("B2")->hyperlinks()->item(1);
+  EXPECT_EQ(to_utf8(h->address()), "https://example.org/a");
+  EXPECT_EQ(to_utf8(h->sub_address()), "Sheet1!A1");
+  EXPECT_EQ(addr(h->range()), "B2");
+  // A second link on the same cell replaces the first.
+  links->add(r("B2"), u"https://example.org/b");
+  EXPECT_EQ(links->count(), 1);
+  EXPECT_EQ(to_utf8(links->item(1)->address()), "https://example.org/b");
+  EXPECT_EQ(to_utf8(value("B2").str()), "Click");  // a filled cell keeps its text
+  links->add(r("C5"), u"", V("Sheet1!Z9"));
+  EXPECT_EQ(to_utf8(value("C5").str()), "Sheet1!Z9");  // an empty cell shows where it goes
+  links->item(1)->delete_();
+  EXPECT_EQ(links->count(), 1);
+  EXPECT_THROW(links->item(2), Error);
+  auto other = wb->worksheets()->add();
+  EXPECT_THROW(links->add(other->range(V("A1")), u"x"), Error);
+}
+
+TEST_F(Workbooks, WhatTheHostCannotDoIsRefusedCleanly) {
   EXPECT_EQ(code_of([&] { r("A1")->copy_picture(1, 2); }), err::not_supported);
   auto empty = create_application();
   EXPECT_EQ(empty->active_workbook(), nullptr);
