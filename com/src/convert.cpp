@@ -48,14 +48,19 @@ Variant element_value(VARTYPE vt, void* p) {
 }
 
 Variant record_value(IRecordInfo* info, void* data) {
-  ULONG count = 0;
+  // Asked without an array, the count comes back; some systems cap it at the count passed.
+  ULONG count = 0xFFFF;
   if (!info || FAILED(info->GetFieldNames(&count, nullptr))) mismatch("record");
   std::vector<BSTR> names(count);
   if (FAILED(info->GetFieldNames(&count, names.data()))) mismatch("record");
   std::vector<Variant> fields;
   for (BSTR name : names) {
-    VariantHolder field;
-    HRESULT hr = info->GetField(data, name, &field);
+    // A reference into the record, read through: the copying accessor is not to be trusted
+    // everywhere to copy the record's strings.
+    VARIANT field;
+    VariantInit(&field);
+    void* array_data = nullptr;
+    HRESULT hr = info->GetFieldNoCopy(data, name, &field, &array_data);
     SysFreeString(name);
     fields.push_back(SUCCEEDED(hr) ? from_variant(field) : Variant());
   }

@@ -11,6 +11,10 @@
 
 namespace qz::com {
 
+/// Set when the process is ending: other modules may already be gone, so references into them
+/// are left unreleased rather than called.
+inline bool g_process_ending = false;
+
 /// An owning interface pointer (AddRef on copy, Release on destruction).
 template <class T>
 class ComPtr {
@@ -28,7 +32,7 @@ class ComPtr {
     return *this;
   }
   ~ComPtr() {
-    if (p_) p_->Release();
+    if (p_ && !g_process_ending) p_->Release();
   }
 
   /// Adopts a reference the caller already owns (a fresh object, an out parameter).
@@ -99,6 +103,26 @@ inline void module_release() noexcept {
 }
 inline bool module_can_unload() noexcept {
   return g_module_refs.load() == 0;
+}
+
+/// What this module's own objects answer to a private QueryInterface identifier: the module
+/// they belong to and themselves (no reference is added). Two DLLs built from the same sources
+/// answer the same identifier, so the module is compared before the object is trusted.
+struct OwnIdentity {
+  const void* module;
+  void* self;
+};
+/// One per DLL: its address tells the modules apart.
+inline const char g_module_marker = 0;
+
+/// The module's own object of type T behind `unknown`, or null for another module's.
+template <class T>
+T* own_object(IUnknown* unknown, REFIID tag) noexcept {
+  OwnIdentity* id = nullptr;
+  if (!unknown || FAILED(unknown->QueryInterface(tag, reinterpret_cast<void**>(&id))) || !id ||
+      id->module != &g_module_marker)
+    return nullptr;
+  return static_cast<T*>(id->self);
 }
 
 /// The DLL's own instance handle (set by DllMain).

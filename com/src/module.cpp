@@ -82,11 +82,14 @@ HRESULT create_server(std::shared_ptr<Lib> object, REFIID iid, void** out) {
 
 using namespace qz::com;
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
   if (reason == DLL_PROCESS_ATTACH) {
     g_instance = instance;
     DisableThreadLibraryCalls(instance);
   }
+  // The session's objects are destroyed after this; at process exit they must not call into
+  // modules that may already be unloaded.
+  if (reason == DLL_PROCESS_DETACH && reserved) g_process_ending = true;
   return TRUE;
 }
 

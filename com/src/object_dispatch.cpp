@@ -12,7 +12,7 @@ namespace qz::com {
 
 namespace {
 
-// Identifies this module's wrappers; QueryInterface for it yields the wrapper itself.
+// Identifies the wrappers; QueryInterface for it yields their OwnIdentity.
 constexpr GUID kObjectDispatchTag = {
     0xBC98DBD4, 0x2AF7, 0x4850, {0x99, 0x26, 0xFF, 0x69, 0x74, 0xAA, 0x4F, 0x4E}};
 
@@ -200,8 +200,11 @@ class ObjectDispatch final : public IDispatch {
 
   HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
     if (!out) return E_POINTER;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-        IsEqualIID(iid, kObjectDispatchTag)) {
+    if (IsEqualIID(iid, kObjectDispatchTag)) {
+      *out = &identity_;
+      return S_OK;
+    }
+    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch)) {
       *out = static_cast<IDispatch*>(this);
       AddRef();
       return S_OK;
@@ -264,6 +267,7 @@ class ObjectDispatch final : public IDispatch {
 
   std::atomic<ULONG> refs_{1};
   ObjectPtr object_;
+  OwnIdentity identity_{&g_module_marker, this};
 };
 
 Variant ObjectDispatch::call(const String& name, qz::Invoke kind, std::vector<Variant>& args) {
@@ -394,12 +398,8 @@ IDispatch* dispatch_for(const ObjectPtr& object) {
 
 ObjectPtr object_behind(IDispatch* dispatch) {
   if (!dispatch) return nullptr;
-  IDispatch* own = nullptr;
-  if (FAILED(dispatch->QueryInterface(kObjectDispatchTag, reinterpret_cast<void**>(&own))) || !own)
-    return nullptr;
-  ObjectPtr o = static_cast<ObjectDispatch*>(own)->object();
-  own->Release();
-  return o;
+  auto* own = own_object<ObjectDispatch>(dispatch, kObjectDispatchTag);
+  return own ? own->object() : nullptr;
 }
 
 ITypeInfo* make_name_type_info(const String& name) {

@@ -112,10 +112,8 @@ void ServerBase::unregister_live(const Object* object) {
 
 ObjectPtr server_object(IDispatch* dispatch) {
   if (!dispatch) return nullptr;
-  ServerBase* base = nullptr;
-  if (FAILED(dispatch->QueryInterface(kServerTag, reinterpret_cast<void**>(&base))) || !base)
-    return nullptr;
-  return base->library_object();
+  auto* base = own_object<ServerBase>(dispatch, kServerTag);
+  return base ? base->library_object() : nullptr;
 }
 
 }  // namespace qz::com

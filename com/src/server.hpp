@@ -89,8 +89,7 @@ class Server : public Itf, public ISupportErrorInfo, public ServerBase {
     else if (IsEqualIID(iid, IID_ISupportErrorInfo))
       *out = static_cast<ISupportErrorInfo*>(this);
     else if (IsEqualIID(iid, kServerTag)) {
-      // Private to this module: the server itself, without a reference.
-      *out = static_cast<ServerBase*>(this);
+      *out = &identity_;
       return S_OK;
     } else
       return E_NOINTERFACE;
@@ -147,6 +146,7 @@ class Server : public Itf, public ISupportErrorInfo, public ServerBase {
 
  private:
   std::shared_ptr<Lib> impl_;
+  OwnIdentity identity_{&g_module_marker, static_cast<ServerBase*>(this)};
 };
 
 // ---- Arguments --------------------------------------------------------------------------

@@ -307,9 +307,16 @@ HRESULT typed_invoke(IDispatch* self, ITypeInfo* info, DISPID id, WORD flags, DI
     }
     // What the member left in the temporaries goes back into the caller's variables.
     for (auto& [target, i] : st.write_variant) {
+      VARIANT& local = st.locals[i];
       VariantClear(target);
-      *target = st.locals[i];
-      st.locals[i].vt = VT_EMPTY;
+      if ((local.vt & VT_ARRAY) && local.vt != (VT_ARRAY | VT_VARIANT) &&
+          local.vt != (VT_ARRAY | VT_RECORD)) {
+        // A Variant variable gets an array of Variants: script hosts read no other kind.
+        to_variant(from_variant(local), target);
+      } else {
+        *target = local;
+        local.vt = VT_EMPTY;
+      }
     }
     for (auto& [target, i] : st.write_typed) store_by_ref(*target, from_variant(st.locals[i]));
     if (retval >= 0 && result) {
