@@ -114,8 +114,8 @@ Book::~Book() {
   for (auto& s : sheets) s->book = nullptr;
 }
 
-Sheet& Book::add_sheet(String sheet_name, SheetKind kind, int32_t position) {
-  check_sheet_name(sheet_name);
+Sheet& Book::add_sheet(String sheet_name, SheetKind kind, int32_t position, bool check) {
+  if (check) check_sheet_name(sheet_name);
   auto s = std::make_shared<Sheet>(this, next_sheet_id_++, std::move(sheet_name), kind);
   if (position < 0 || position > static_cast<int32_t>(sheets.size()))
     position = static_cast<int32_t>(sheets.size());

@@ -50,8 +50,10 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::function<double()> clock;
 
   // --- sheets --------------------------------------------------------------------------------
-  /// Adds a sheet at `position` (0-based; -1 = at the end). Names must be valid and free.
-  Sheet& add_sheet(String sheet_name, SheetKind kind = SheetKind::Worksheet, int32_t position = -1);
+  /// Adds a sheet at `position` (0-based; -1 = at the end). Names must be valid and free,
+  /// unless `check` is false (a loader taking a file's names as they are).
+  Sheet& add_sheet(String sheet_name, SheetKind kind = SheetKind::Worksheet, int32_t position = -1,
+                   bool check = true);
   Sheet* sheet(SheetId id) const;
   Sheet* sheet_by_name(StringView sheet_name) const;
   int32_t sheet_position(SheetId id) const;

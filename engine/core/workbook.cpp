@@ -852,10 +852,20 @@ class EWorkbook final : public host::Workbook {
 // ---------------------------------------------------------------------------------------------
 // Wrapper identity
 
+namespace {
+// Keeps a wrapper for its model object; entries whose wrapper is gone are dropped now and
+// then, so a long session that opens and closes many workbooks does not collect them.
+void remember(AppState& app, const void* key, const ObjectPtr& w) {
+  if (app.wrappers.size() >= 256 && app.wrappers.size() % 256 == 0)
+    std::erase_if(app.wrappers, [](const auto& e) { return e.second.expired(); });
+  app.wrappers[key] = w;
+}
+}  // namespace
+
 host::WorkbookPtr AppState::workbook(const BookPtr& book) {
   if (auto w = cached<EWorkbook>(*this, book.get())) return w;
   auto w = std::make_shared<EWorkbook>(shared_from_this(), book);
-  wrappers[book.get()] = w;
+  remember(*this, book.get(), w);
   return w;
 }
 
@@ -863,14 +873,14 @@ host::WorksheetPtr AppState::worksheet(const BookPtr& book, const std::shared_pt
   if (!sheet || sheet->kind != SheetKind::Worksheet) fail("not a worksheet");
   if (auto w = cached<EWorksheet>(*this, sheet.get())) return w;
   auto w = std::make_shared<EWorksheet>(shared_from_this(), book, sheet);
-  wrappers[sheet.get()] = w;
+  remember(*this, sheet.get(), w);
   return w;
 }
 
 host::ChartPtr AppState::chart_sheet(const BookPtr& book, const std::shared_ptr<Sheet>& sheet) {
   if (auto w = cached<EChart>(*this, sheet.get())) return w;
   auto w = std::make_shared<EChart>(shared_from_this(), book, sheet, std::nullopt);
-  wrappers[sheet.get()] = w;
+  remember(*this, sheet.get(), w);
   return w;
 }
 
