@@ -52,29 +52,36 @@ constexpr auto kCharClass = [] {
 // look at: an operator, a quote or a bracket.
 inline uint32_t special_mask(const char16_t* p, int32_t n) {
 #if defined(__SSE2__)
-  if (n == 16) {
-    // The special characters are 0x22, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
-    auto specials = [](__m128i v) {
-      const __m128i zero = _mm_setzero_si128();
-      auto below = [&](int16_t lo, int16_t count) {  // lo <= v < lo + count, unsigned
-        const __m128i d = _mm_sub_epi16(v, _mm_set1_epi16(lo));
-        return _mm_cmpeq_epi16(_mm_subs_epu16(d, _mm_set1_epi16(static_cast<int16_t>(count - 1))),
-                               zero);
-      };
-      auto equal = [&](int16_t c) { return _mm_cmpeq_epi16(v, _mm_set1_epi16(c)); };
-      return _mm_or_si128(_mm_or_si128(_mm_or_si128(below(0x26, 8), below(0x3C, 3)),
-                                       _mm_or_si128(below(0x5D, 2), equal(0x22))),
-                          _mm_or_si128(equal(0x2F), equal(0x5B)));
-    };
-    const __m128i lo = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-    const __m128i hi = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
-    return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(lo, hi)));
+  // The last block of a text is copied into a padded buffer first, so that the 16-character
+  // reads never pass the end of the text.
+  alignas(16) char16_t tail[16];
+  if (n < 16) {
+    std::fill(std::copy(p, p + n, tail), tail + 16, u'\0');
+    p = tail;
   }
-#endif
+  // The special characters are 0x22, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
+  auto specials = [](__m128i v) {
+    const __m128i zero = _mm_setzero_si128();
+    auto below = [&](int16_t lo, int16_t count) {  // lo <= v < lo + count, unsigned
+      const __m128i d = _mm_sub_epi16(v, _mm_set1_epi16(lo));
+      return _mm_cmpeq_epi16(_mm_subs_epu16(d, _mm_set1_epi16(static_cast<int16_t>(count - 1))),
+                             zero);
+    };
+    auto equal = [&](int16_t c) { return _mm_cmpeq_epi16(v, _mm_set1_epi16(c)); };
+    return _mm_or_si128(_mm_or_si128(_mm_or_si128(below(0x26, 8), below(0x3C, 3)),
+                                     _mm_or_si128(below(0x5D, 2), equal(0x22))),
+                        _mm_or_si128(equal(0x2F), equal(0x5B)));
+  };
+  const __m128i lo = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+  const __m128i hi = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
+  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(lo, hi))) &
+         (n < 16 ? (1u << n) - 1 : 0xFFFFu);
+#else
   uint32_t mask = 0;
   for (int32_t i = 0; i < n; ++i)
     if (p[i] < 128 && kCharClass[p[i]] != kPlain) mask |= 1u << i;
   return mask;
+#endif
 }
 
 // Whether `text` reads as a number by the runtime's rules (qz::parse_number). Most operands
@@ -138,20 +145,21 @@ void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren,
 // buffers of its longer pieces.
 class PieceWriter {
  public:
-  explicit PieceWriter(FmlaPieces& pieces) : pieces_(pieces) {}
+  explicit PieceWriter(FmlaPieces& pieces) : pieces_(pieces), size_(pieces.size()) {}
   ~PieceWriter() { pieces_.resize(used_); }
   PieceWriter(const PieceWriter&) = delete;
   PieceWriter& operator=(const PieceWriter&) = delete;
 
   QZXL_ALWAYS_INLINE FmlaPiece& add(StringView text, int32_t start) {
     FmlaPiece* p;
-    if (used_ < pieces_.size()) {
+    if (used_ < size_) {
       p = &pieces_[used_];
       p->ThePiece.clear();
       p->IsOperator = p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText =
           false;
     } else {
       p = &pieces_.emplace_back();
+      ++size_;
     }
     ++used_;
     // Most pieces fit the string's own small buffer; filling it character by character
@@ -168,6 +176,7 @@ class PieceWriter {
 
  private:
   FmlaPieces& pieces_;
+  size_t size_;  // pieces_.size(), kept at hand
   size_t used_ = 0;
 };
 
