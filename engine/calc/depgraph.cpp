@@ -1,10 +1,14 @@
 // The dependency graph: which formula cells read which cells.
 //
-// Single-cell reads sit in a hash map keyed by the cell. Range reads sit in per-sheet
-// indexes over column bands; inside a band, ranges are grouped by the power of two of their
-// height and kept sorted by first row, so that finding the ranges over a cell looks at a
-// short window of each group instead of every range. A cell change therefore costs about
-// the number of ranges that really contain it, not the number of ranges on the sheet.
+// Single-cell reads sit in a hash map keyed by the cell. Range reads are indexed by column
+// (narrow ranges under each of their columns, wider ones under bands of 64 columns or the
+// whole sheet) and, within a column, by rows in an interval tree over a fixed binary
+// partition of the sheet's rows: a range is stored once, at the smallest power-of-two block
+// of rows that holds it, and so spans that block's midpoint. Finding the ranges over a row
+// visits the ~20 blocks that contain the row and, in each, reads a list sorted from the
+// midpoint outwards only as far as the ranges still reach the row. A change thus costs about
+// the number of ranges that really contain the cell, however many ranges the sheet has or
+// how they overlap (running totals SUM(A$1:A<n>) included).
 #include <algorithm>
 #include <unordered_map>
 #include <unordered_set>
@@ -14,20 +18,16 @@
 namespace qz::engine::calc {
 namespace {
 
-constexpr int32_t kBandWidth = 64;                 // columns per band
-constexpr int32_t kBands = kMaxCols / kBandWidth;  // 256
-constexpr int32_t kWideBands = 4;                  // wider ranges go to the sheet-wide index
-constexpr int kClasses = 21;                       // heights 1 .. 2^20
+constexpr int32_t kNarrow = 4;           // ranges this wide go under each column
+constexpr int32_t kBandWidth = 64;       // columns per band
+constexpr int32_t kBandLimit = 4;        // bands before a range counts as sheet-wide
+constexpr int32_t kBandKeys = kMaxCols;  // column keys kMaxCols.. are bands
+constexpr int32_t kSheetWide = kMaxCols + kMaxCols / kBandWidth;
+constexpr int kLevels = 21;  // row blocks of 1 .. 2^20 rows
 
 uint64_t cell_key(SheetId sheet, int32_t row, int32_t col) {
   return (static_cast<uint64_t>(static_cast<uint32_t>(sheet)) << 34) |
          (static_cast<uint64_t>(row) << 14) | static_cast<uint64_t>(col);
-}
-
-int height_class(int32_t rows) {
-  int k = 0;
-  while (k + 1 < kClasses && (int32_t{1} << (k + 1)) <= rows) ++k;
-  return k;
 }
 
 struct RangeEntry {
@@ -36,53 +36,33 @@ struct RangeEntry {
   uint32_t gen;
 };
 
-/// Ranges grouped by height class, each group sorted by first row on demand.
-class RangeIndex {
- public:
-  void add(const Rect& r, uint32_t slot, uint32_t gen) {
-    int k = height_class(r.row2 - r.row1 + 1);
-    classes_[k].push_back({r, slot, gen});
-    sorted_[k] = false;
-    ++size_;
-  }
-  template <class Live, class F>
-  void query(int32_t row, int32_t col, Live&& live, F&& f) {
-    for (int k = 0; k < kClasses; ++k) {
-      auto& v = classes_[k];
-      if (v.empty()) continue;
-      if (!sorted_[k]) {
-        // Drop stale entries while sorting.
-        v.erase(std::remove_if(v.begin(), v.end(), [&](const RangeEntry& e) { return !live(e); }),
-                v.end());
-        std::sort(v.begin(), v.end(),
-                  [](const RangeEntry& a, const RangeEntry& b) { return a.r.row1 < b.r.row1; });
-        sorted_[k] = true;
-      }
-      // Heights in this class are below 2^(k+1): a range over `row` starts after row - 2^(k+1).
-      int32_t lo_row = row - (int32_t{1} << (k + 1)) + 1;
-      auto first = std::lower_bound(v.begin(), v.end(), lo_row,
-                                    [](const RangeEntry& e, int32_t r) { return e.r.row1 < r; });
-      for (auto it = first; it != v.end() && it->r.row1 <= row; ++it) {
-        if (it->r.row2 >= row && it->r.col1 <= col && it->r.col2 >= col && live(*it)) f(it->slot);
-      }
-    }
-  }
-  size_t size() const { return size_; }
-  /// Sorting again drops stale entries.
-  void invalidate() {
-    for (bool& s : sorted_) s = false;
-  }
-
- private:
-  std::vector<RangeEntry> classes_[kClasses];
-  bool sorted_[kClasses] = {};
-  size_t size_ = 0;
+/// The ranges stored at one block: all of them span the block's midpoint.
+struct Block {
+  std::vector<RangeEntry> by_start;  // first row ascending
+  std::vector<RangeEntry> by_end;    // last row descending
+  bool sorted = true;
 };
 
-struct SheetIndex {
-  std::unordered_map<int32_t, RangeIndex> bands;  // band number -> index
-  RangeIndex wide;
+/// The blocks of one column key.
+struct Column {
+  uint32_t levels = 0;  // bit h: some block of level h holds ranges
+  std::unordered_map<uint64_t, Block> blocks;
+  size_t entries = 0;
 };
+
+/// The level and index of the smallest power-of-two block of rows holding [r1, r2].
+std::pair<int, int32_t> block_of(int32_t r1, int32_t r2) {
+  uint32_t x = static_cast<uint32_t>(r1 ^ r2);
+  int h = 0;
+  while (x) {
+    ++h;
+    x >>= 1;
+  }
+  return {h, r1 >> h};
+}
+uint64_t block_key(int h, int32_t index) {
+  return (static_cast<uint64_t>(h) << 32) | static_cast<uint32_t>(index);
+}
 
 struct Slot {
   SheetId sheet = kNoSheet;
@@ -99,19 +79,22 @@ struct DependencyGraph::Impl {
   std::unordered_map<uint64_t, uint32_t> slot_of;  // formula cell -> slot
   // Single-cell reads: cell -> (slot, generation) of its readers.
   std::unordered_map<uint64_t, std::vector<std::pair<uint32_t, uint32_t>>> cell_readers;
-  std::unordered_map<SheetId, SheetIndex> sheets;
+  // Range reads: (sheet, column key) -> blocks.
+  std::unordered_map<uint64_t, Column> columns;
   size_t stale = 0, registered = 0;
 
   bool live(uint32_t slot, uint32_t gen) const {
     return slot < slots.size() && slots[slot].live && slots[slot].gen == gen;
+  }
+  static uint64_t column_key(SheetId sheet, int32_t key) {
+    return (static_cast<uint64_t>(static_cast<uint32_t>(sheet)) << 20) | static_cast<uint32_t>(key);
   }
 
   uint32_t acquire(SheetId sheet, CellRef cell) {
     uint64_t key = cell_key(sheet, cell.row, cell.col);
     auto it = slot_of.find(key);
     if (it != slot_of.end()) {
-      Slot& s = slots[it->second];
-      ++s.gen;  // earlier registrations of this cell become stale
+      ++slots[it->second].gen;  // earlier registrations of this cell become stale
       ++stale;
       return it->second;
     }
@@ -132,6 +115,17 @@ struct DependencyGraph::Impl {
     return id;
   }
 
+  void add_to(SheetId sheet, int32_t key, const RangeEntry& e) {
+    Column& c = columns[column_key(sheet, key)];
+    auto [h, index] = block_of(e.r.row1, e.r.row2);
+    Block& b = c.blocks[block_key(h, index)];
+    b.by_start.push_back(e);
+    b.by_end.push_back(e);
+    b.sorted = false;
+    c.levels |= 1u << h;
+    ++c.entries;
+  }
+
   void add_read(uint32_t slot, SheetId sheet, const Rect& r) {
     uint32_t gen = slots[slot].gen;
     ++registered;
@@ -139,13 +133,61 @@ struct DependencyGraph::Impl {
       cell_readers[cell_key(sheet, r.row1, r.col1)].push_back({slot, gen});
       return;
     }
-    SheetIndex& si = sheets[sheet];
-    int32_t b1 = r.col1 / kBandWidth, b2 = r.col2 / kBandWidth;
-    if (b2 - b1 + 1 > kWideBands) {
-      si.wide.add(r, slot, gen);
+    RangeEntry e{r, slot, gen};
+    int32_t width = r.col2 - r.col1 + 1;
+    if (width <= kNarrow) {
+      for (int32_t c = r.col1; c <= r.col2; ++c) add_to(sheet, c, e);
       return;
     }
-    for (int32_t b = b1; b <= b2; ++b) si.bands[b].add(r, slot, gen);
+    int32_t b1 = r.col1 / kBandWidth, b2 = r.col2 / kBandWidth;
+    if (b2 - b1 + 1 <= kBandLimit) {
+      for (int32_t b = b1; b <= b2; ++b) add_to(sheet, kBandKeys + b, e);
+      return;
+    }
+    add_to(sheet, kSheetWide, e);
+  }
+
+  void sort_block(Block& b) {
+    auto stale_entry = [&](const RangeEntry& e) { return !live(e.slot, e.gen); };
+    b.by_start.erase(std::remove_if(b.by_start.begin(), b.by_start.end(), stale_entry),
+                     b.by_start.end());
+    b.by_end.erase(std::remove_if(b.by_end.begin(), b.by_end.end(), stale_entry), b.by_end.end());
+    std::sort(b.by_start.begin(), b.by_start.end(),
+              [](const RangeEntry& x, const RangeEntry& y) { return x.r.row1 < y.r.row1; });
+    std::sort(b.by_end.begin(), b.by_end.end(),
+              [](const RangeEntry& x, const RangeEntry& y) { return x.r.row2 > y.r.row2; });
+    b.sorted = true;
+  }
+
+  template <class F>
+  void query_column(SheetId sheet, int32_t key, int32_t row, int32_t col, F&& f) {
+    auto it = columns.find(column_key(sheet, key));
+    if (it == columns.end()) return;
+    Column& c = it->second;
+    for (int h = 0; h < kLevels; ++h) {
+      if (!(c.levels & (1u << h))) continue;
+      auto bit = c.blocks.find(block_key(h, row >> h));
+      if (bit == c.blocks.end()) continue;
+      Block& b = bit->second;
+      if (!b.sorted) sort_block(b);
+      auto take = [&](const RangeEntry& e) {
+        if (e.r.col1 <= col && e.r.col2 >= col && live(e.slot, e.gen)) f(e.slot);
+      };
+      int32_t mid = h == 0 ? row : ((row >> h) << h) + (int32_t{1} << (h - 1));
+      if (row < mid) {
+        // In the lower half: every range here reaches past the midpoint, so it holds the
+        // row when it starts at or before it.
+        for (const RangeEntry& e : b.by_start) {
+          if (e.r.row1 > row) break;
+          take(e);
+        }
+      } else {
+        for (const RangeEntry& e : b.by_end) {
+          if (e.r.row2 < row) break;
+          if (e.r.row1 <= row) take(e);
+        }
+      }
+    }
   }
 
   template <class F>
@@ -159,25 +201,20 @@ struct DependencyGraph::Impl {
       for (const auto& p : v) f(p.first);
       if (v.empty()) cell_readers.erase(it);
     }
-    auto sit = sheets.find(sheet);
-    if (sit == sheets.end()) return;
-    auto alive = [&](const RangeEntry& e) { return live(e.slot, e.gen); };
-    auto bit = sit->second.bands.find(col / kBandWidth);
-    if (bit != sit->second.bands.end()) bit->second.query(row, col, alive, f);
-    if (sit->second.wide.size()) sit->second.wide.query(row, col, alive, f);
+    query_column(sheet, col, row, col, f);
+    query_column(sheet, kBandKeys + col / kBandWidth, row, col, f);
+    query_column(sheet, kSheetWide, row, col, f);
   }
 
   void compact() {
-    // Rebuild the indexes when stale registrations outnumber the live ones.
+    // Drop stale registrations once they outnumber the live ones.
     if (stale < 1024 || stale * 2 < registered) return;
     for (auto& [key, v] : cell_readers)
       v.erase(std::remove_if(v.begin(), v.end(),
                              [&](const auto& p) { return !live(p.first, p.second); }),
               v.end());
-    for (auto& [id, si] : sheets) {
-      for (auto& [band, index] : si.bands) index.invalidate();
-      si.wide.invalidate();
-    }
+    for (auto& [key, c] : columns)
+      for (auto& [bk, b] : c.blocks) sort_block(b);
     registered -= std::min(registered, stale);
     stale = 0;
   }

@@ -48,6 +48,14 @@ inline CellRef cell(std::string_view a1) {
   return CellRef{row - 1, col - 1};
 }
 
+/// A 0-based cell as "B12".
+inline std::string a1(CellRef c) {
+  std::string letters;
+  for (int32_t v = c.col + 1; v > 0; v = (v - 1) / 26)
+    letters.insert(letters.begin(), char('A' + (v - 1) % 26));
+  return letters + std::to_string(c.row + 1);
+}
+
 class TestBook : public EvalContext, public SheetResolver {
  public:
   explicit TestBook(std::vector<std::string> sheet_names = {"Sheet1", "Sheet2", "Sheet3"}) {
