@@ -177,6 +177,41 @@ TEST_F(CellEntries, DateSystem1904ShiftsAutomationDates) {
   EXPECT_TRUE(wb->date1904());
 }
 
+TEST_F(CellEntries, ArbitraryTextNeverBreaksACellOrAnAddress) {
+  // Whatever is typed or asked for, the engine answers or refuses with qz::Error, and the
+  // workbook stays usable.
+  const std::string alphabet = "=+-*/^&%$!:;,.'\"()[]{}#@ ?<>0123456789ABCXYZabcRCe \t";
+  std::mt19937 rng(12345);
+  std::uniform_int_distribution<size_t> pick(0, alphabet.size() - 1), len(0, 14);
+  for (int i = 0; i < 3000; ++i) {
+    std::string s;
+    for (size_t n = len(rng); n > 0; --n) s += alphabet[pick(rng)];
+    String text = u16(s);
+    try {
+      r("B2")->set_formula(text);
+      (void)r("B2")->text();
+      (void)r("B2")->formula();
+      (void)r("B2")->formula_r1c1();
+      (void)r("B2")->value();
+    } catch (const Error&) {
+    }
+    try {
+      (void)ws->range(Variant(text))->address();
+    } catch (const Error&) {
+    }
+    try {
+      r("C3")->set_number_format(text);
+      (void)r("C3")->text();
+    } catch (const Error&) {
+    }
+  }
+  put("A1", "1e999");
+  (void)text("A1");
+  put("A1", "2");
+  put("A2", "=A1*3");
+  EXPECT_EQ(value("A2"), Variant(6.0));
+}
+
 TEST(CellStoreTest, KeepsCellsOrderedWhateverTheInsertionOrder) {
   CellStore store;
   std::vector<std::pair<int32_t, int32_t>> cells;
