@@ -86,7 +86,11 @@ class CalcContext final : public calc::EvalContext {
 
   const calc::SheetResolver& sheets() override { return b_; }
   bool date1904() override { return b_.date1904; }
-  double now() override { return b_.clock ? b_.clock() : system_now(); }
+  double now() override {
+    // The clock counts in the 1900 system; a 1904 workbook counts 1462 days fewer.
+    double n = b_.clock ? b_.clock() : system_now();
+    return b_.date1904 ? n - 1462 : n;
+  }
 
  private:
   calc::Value value_of(Sheet& s, const Cell& cell) {

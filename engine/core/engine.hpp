@@ -36,7 +36,8 @@ const FileFormat* file_format_for(const String& path);
 
 /// Settings a host program may choose for a new application.
 struct ApplicationOptions {
-  /// The clock NOW() and TODAY() read, as a 1900-system serial; unset = the system clock.
+  /// The clock NOW() and TODAY() read, as a 1900-system serial (1904 workbooks convert it);
+  /// unset = the system clock.
   std::function<double()> clock;
   /// The application's own program folder (`Application.Path`); "" for none.
   String program_folder;

@@ -162,6 +162,12 @@ TEST_F(Calc, VolatileFormulasFollowTheClock) {
   EXPECT_NEAR(num(value("A1")), 46340 + 9.5 / 24, 1e-9);
   put("A2", "=TODAY()+1");
   EXPECT_EQ(num(value("A2")), 46341);
+  // A 1904 workbook counts the same day 1462 lower; its Value is the same date.
+  book().date1904 = true;
+  put("A3", "=TODAY()");
+  r("A3")->set_number_format(u"m/d/yyyy");
+  EXPECT_EQ(text("A3"), "11/14/2026");
+  EXPECT_DOUBLE_EQ(value("A3").date().serial, 46340);
   app->volatile_();
 }
 
