@@ -163,7 +163,7 @@ class ItemEnum final : public IEnumVARIANT {
     return n == count ? S_OK : S_FALSE;
   }
   HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-    pos_ = std::min(items_.size(), pos_ + count);
+    pos_ = std::min(items_.size(), pos_ + static_cast<size_t>(count));
     return pos_ < items_.size() ? S_OK : S_FALSE;
   }
   HRESULT STDMETHODCALLTYPE Reset() override {

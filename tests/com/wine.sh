@@ -1,0 +1,73 @@
+#!/usr/bin/env bash
+# Runs the COM server's script scenarios under Wine (64-bit).
+#   wine.sh setup   <prefix> <dll-dir>   fresh prefix, both DLLs registered machine-wide
+#   wine.sh run     <prefix> <scenario.vbs>
+#   wine.sh cleanup <prefix>
+# Exits 77 (skipped) when Wine or the DLLs are not there, so a machine without them skips
+# these tests instead of failing them.
+set -uo pipefail
+
+here="$(cd "$(dirname "$0")" && pwd)"
+cmd="${1:-}"
+prefix="${2:-}"
+[ -n "$cmd" ] && [ -n "$prefix" ] || { echo "usage: wine.sh setup|run|cleanup <prefix> ..." >&2; exit 2; }
+
+export WINEPREFIX="$prefix"
+export WINEDEBUG=-all
+# No Mono or Gecko: their installers would ask a person.
+export WINEDLLOVERRIDES="mscoree,mshtml="
+wine_bin="$(command -v wine64 || command -v wine || true)"
+
+skip() { echo "SKIPPED: $*"; exit 77; }
+
+case "$cmd" in
+  setup)
+    dlls="${3:-}"
+    [ -n "$wine_bin" ] || skip "wine is not installed"
+    for dll in QZXLLib.dll testhost/QZXLTestHost.dll; do
+      [ -f "$dlls/$dll" ] || skip "$dlls/$dll is not built (run scripts/build-windows.sh)"
+    done
+    rm -rf "$prefix"
+    mkdir -p "$prefix"
+    timeout 300 "$wine_bin" wineboot -i >/dev/null 2>&1 || { echo "wineboot failed" >&2; exit 1; }
+    mkdir -p "$prefix/drive_c/qzxl"
+    cp "$dlls/QZXLLib.dll" "$dlls/testhost/QZXLTestHost.dll" "$prefix/drive_c/qzxl/"
+    for dll in QZXLLib.dll QZXLTestHost.dll; do
+      if ! timeout 120 "$wine_bin" regsvr32 /s "C:\\qzxl\\$dll" >/dev/null 2>&1; then
+        echo "regsvr32 $dll failed" >&2
+        exit 1
+      fi
+    done
+    echo "prefix ready: $prefix"
+    ;;
+  run)
+    scenario="${3:-}"
+    [ -f "$prefix/drive_c/qzxl/QZXLLib.dll" ] || skip "no prepared Wine prefix at $prefix"
+    name="$(basename "$scenario" .vbs)"
+    script="$prefix/drive_c/qzxl/$name.vbs"
+    cat "$here/scenarios/lib.vbs" "$scenario" > "$script"
+    printf '\r\nSummary\r\n' >> "$script"
+    rm -f "$prefix/drive_c/qzxl/$name.msgbox.log"
+    export QZXL_UNATTENDED="C:\\qzxl\\$name.msgbox.log"
+    output="$(timeout 300 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r')"
+    status=$?
+    echo "$output"
+    [ $status -eq 0 ] || { echo "cscript ended with status $status" >&2; exit 1; }
+    # cscript ends with 0 even when the script dies: only the summary line tells success.
+    if echo "$output" | grep -Eq '^PASS ([0-9]+)/\1$'; then
+      exit 0
+    fi
+    echo "no passing summary line from $name" >&2
+    exit 1
+    ;;
+  cleanup)
+    if [ -n "$wine_bin" ] && [ -d "$prefix" ]; then
+      timeout 60 wineserver -k >/dev/null 2>&1 || true
+    fi
+    rm -rf "$prefix"
+    ;;
+  *)
+    echo "unknown command: $cmd" >&2
+    exit 2
+    ;;
+esac
