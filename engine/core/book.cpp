@@ -124,6 +124,7 @@ Sheet& Book::add_sheet(String sheet_name, SheetKind kind, int32_t position, bool
   if (position < 0 || position > static_cast<int32_t>(sheets.size()))
     position = static_cast<int32_t>(sheets.size());
   sheets.insert(sheets.begin() + position, s);
+  ++names_gen_;  // sheet-level names sort by their sheet's position
   if (active_sheet >= position && sheets.size() > 1) ++active_sheet;
   changed.workbook = true;
   s->changed.all();
@@ -216,6 +217,7 @@ void Book::delete_sheet(SheetId id) {
       if (f.live) ensure_parsed(*sh, f);
   auto victim = sheets[pos];
   sheets.erase(sheets.begin() + pos);
+  ++names_gen_;
   victim->book = nullptr;
   names.erase(std::remove_if(names.begin(), names.end(),
                              [&](const DefinedName& n) { return n.scope == id; }),
@@ -249,18 +251,26 @@ const DefinedName* Book::resolve_name(StringView text, SheetId from) const {
 }
 
 std::vector<size_t> Book::sorted_names(std::optional<SheetId> scope) const {
+  // Collections walk the names by index, one lookup at a time: keep the order until the
+  // names change.
+  if (sorted_gen_ != names_gen_ || sorted_.size() != names.size()) {
+    sorted_.resize(names.size());
+    for (size_t i = 0; i < names.size(); ++i) sorted_[i] = i;
+    std::stable_sort(sorted_.begin(), sorted_.end(), [&](size_t a, size_t b) {
+      const DefinedName& x = names[a];
+      const DefinedName& y = names[b];
+      if (x.name != y.name) return x.name < y.name;  // code unit order
+      auto rank = [&](const DefinedName& n) {
+        return n.scope == calc::kNoSheet ? -1 : sheet_position(n.scope);
+      };
+      return rank(x) < rank(y);
+    });
+    sorted_gen_ = names_gen_;
+  }
+  if (!scope) return sorted_;
   std::vector<size_t> idx;
-  for (size_t i = 0; i < names.size(); ++i)
-    if (!scope || names[i].scope == *scope) idx.push_back(i);
-  std::stable_sort(idx.begin(), idx.end(), [&](size_t a, size_t b) {
-    const DefinedName& x = names[a];
-    const DefinedName& y = names[b];
-    if (x.name != y.name) return x.name < y.name;  // code unit order
-    auto rank = [&](const DefinedName& n) {
-      return n.scope == calc::kNoSheet ? -1 : sheet_position(n.scope);
-    };
-    return rank(x) < rank(y);
-  });
+  for (size_t i : sorted_)
+    if (names[i].scope == *scope) idx.push_back(i);
   return idx;
 }
 
@@ -1002,6 +1012,7 @@ void Book::register_formula(Sheet& s, FormulaCell& f) {
 }
 
 void Book::name_changed(StringView text) {
+  ++names_gen_;
   changed.workbook = true;
   saved = false;
   if (!graph_valid_) {
@@ -1029,6 +1040,7 @@ void Book::name_changed(StringView text) {
 }
 
 void Book::invalidate_graph() {
+  ++names_gen_;
   graph_valid_ = false;
   recalc_everything();
 }
@@ -1042,6 +1054,7 @@ void Book::load_name(DefinedName name) {
     }
   }
   names.push_back(std::move(name));
+  ++names_gen_;
   graph_valid_ = false;
 }
 

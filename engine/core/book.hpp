@@ -171,6 +171,8 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void name_changed(StringView text);
   /// Adds a name as a file defines it (no recalculation; `formula` is parsed if it can be).
   void load_name(DefinedName name);
+  /// Call after changing `names` directly (the enumeration order is kept between calls).
+  void names_changed() { ++names_gen_; }
   void note_cell_change(Sheet& s, int32_t row, int32_t col);
 
  private:
@@ -196,6 +198,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   // Formula slots by the (upper-case) names they use, so a name's change reaches its users.
   std::unordered_map<String, std::vector<std::pair<SheetId, uint32_t>>> name_users_;
   uint64_t evaluations_ = 0;
+  uint64_t names_gen_ = 0;
+  mutable uint64_t sorted_gen_ = UINT64_MAX;
+  mutable std::vector<size_t> sorted_;
   int32_t eval_depth_ = 0;
   std::optional<std::pair<SheetId, uint32_t>> deferred_;
 };

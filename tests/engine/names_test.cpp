@@ -86,6 +86,12 @@ TEST_F(Names, BadNamesAreRefused) {
 
 TEST_F(Names, RenamingAndHiding) {
   auto n = add_name(wb->names(), "Old", V("=Sheet1!$A$1"));
+  add_name(wb->names(), "Middle", V("=1"));
+  EXPECT_EQ(listed(wb->names()), (std::vector<std::string>{"Middle", "Old"}));
+  n->set_name(u"New");
+  EXPECT_EQ(listed(wb->names()), (std::vector<std::string>{"Middle", "New"}));
+  n->set_name(u"Alpha");
+  EXPECT_EQ(listed(wb->names()), (std::vector<std::string>{"Alpha", "Middle"}));
   n->set_name(u"New");
   EXPECT_EQ(to_utf8(wb->names()->item(V("New"))->name()), "New");
   EXPECT_THROW(wb->names()->item(V("Old")), Error);
