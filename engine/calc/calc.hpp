@@ -140,6 +140,9 @@ class EvalContext {
   /// The formula of a cell, if it holds one. SUBTOTAL uses it to leave out the other
   /// SUBTOTALs in its ranges; a context that does not answer (the default) counts them.
   virtual FormulaPtr formula_at(SheetId sheet, CellRef cell) { return nullptr; }
+  /// Whether a row is hidden. SUBTOTAL(101..111) and AGGREGATE leave hidden rows out when
+  /// asked; a context that does not answer (the default) hides nothing.
+  virtual bool row_hidden(SheetId sheet, int32_t row) { return false; }
 };
 
 /// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the

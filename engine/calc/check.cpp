@@ -19,7 +19,8 @@ uint64_t key(int32_t row, int32_t col) {
 /// Cached values as evaluation reads them; nothing is recalculated.
 class CachedBook : public EvalContext, public SheetResolver {
  public:
-  explicit CachedBook(const CheckWorkbook& book) : book_(book) {
+  explicit CachedBook(const CheckWorkbook& book) : book_(book), hidden_(book.hidden_rows) {
+    std::sort(hidden_.begin(), hidden_.end());
     sheets_.resize(book.sheets.size());
     for (const CheckCell& c : book.cells) {
       if (c.sheet < 0 || c.sheet >= static_cast<SheetId>(sheets_.size())) continue;
@@ -100,6 +101,9 @@ class CachedBook : public EvalContext, public SheetResolver {
   const SheetResolver& sheets() override { return *this; }
   bool date1904() override { return book_.date1904; }
   double now() override { return 45000; }
+  bool row_hidden(SheetId sheet, int32_t row) override {
+    return std::binary_search(hidden_.begin(), hidden_.end(), std::make_pair(sheet, row));
+  }
   FormulaPtr formula_at(SheetId sheet, CellRef cell) override {
     if (sheet < 0 || sheet >= static_cast<SheetId>(sheets_.size())) return nullptr;
     auto& s = sheets_[sheet];
@@ -132,6 +136,7 @@ class CachedBook : public EvalContext, public SheetResolver {
     CellRef extent{-1, -1};
   };
   const CheckWorkbook& book_;
+  std::vector<std::pair<SheetId, int32_t>> hidden_;
   std::vector<Sheet> sheets_;
   std::map<std::pair<String, SheetId>, std::optional<NameDefinition>> names_;
 };

@@ -38,6 +38,7 @@ struct CheckWorkbook {
   std::vector<String> sheets;  ///< sheet names in workbook order
   std::vector<CheckCell> cells;
   std::vector<CheckName> names;
+  std::vector<std::pair<SheetId, int32_t>> hidden_rows;  ///< (sheet, 0-based row)
   bool date1904 = false;
 };
 

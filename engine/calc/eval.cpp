@@ -213,6 +213,24 @@ const std::vector<FunctionInfo>& table() {
         {u"EFFECT", all},
         {u"NOMINAL", all},
         {u"ADDRESS", all},
+        {u"SINH", all},
+        {u"COSH", all},
+        {u"TANH", all},
+        {u"ASINH", all},
+        {u"ACOSH", all},
+        {u"ATANH", all},
+        {u"CEILING.PRECISE", all},
+        {u"ISO.CEILING", all},
+        {u"FLOOR.PRECISE", all},
+        {u"NORM.DIST", all},
+        {u"NORM.INV", all},
+        {u"NORM.S.DIST", all},
+        {u"NORM.S.INV", all},
+        {u"NORMDIST", all},
+        {u"NORMINV", all},
+        {u"NORMSDIST", all},
+        {u"NORMSINV", all},
+        {u"STANDARDIZE", all},
     };
     for (const auto& [name, mask] : scalar_args)
       for (auto& f : v)
@@ -873,20 +891,36 @@ Operand Evaluator::reference_op(Op op, const Operand& a, const Operand& b) {
   return Operand::ref(std::move(out));
 }
 
-Operand Evaluator::binary(const Formula& f, const Node& n, uint32_t lhs, uint32_t rhs) {
-  Operand a = eval(f, lhs);
-  Operand b = eval(f, rhs);
-  if (n.op == Op::Range || n.op == Op::Union || n.op == Op::Intersect)
-    return reference_op(n.op, a, b);
+Operand Evaluator::apply(Op op, const Operand& a, const Operand& b) {
+  if (op == Op::Range || op == Op::Union || op == Op::Intersect) return reference_op(op, a, b);
   auto multi = [&](const Operand& o) {
     return o.is_array() ||
            (array_mode_ && o.is_ref() && !(o.areas.size() == 1 && o.areas[0].single()));
   };
-  if (!multi(a) && !multi(b)) return binary_value(n.op, scalar(a), scalar(b));
+  if (!multi(a) && !multi(b)) return binary_value(op, scalar(a), scalar(b));
   Matrix ma = matrix(a), mb = matrix(b);
-  Op op = n.op;
   return Operand::arr(
       elementwise(ma, mb, [op](const Value& x, const Value& y) { return binary_value(op, x, y); }));
+}
+
+Operand Evaluator::binary(const Formula& f, const Node& n, uint32_t lhs, uint32_t rhs) {
+  // Long chains such as 1+2+3+...+n nest to the left; walk down them in a loop rather than
+  // by recursion, so that a formula of thousands of terms needs no deep stack.
+  std::vector<uint32_t> chain{static_cast<uint32_t>(&n - f.nodes.data())};
+  uint32_t left = lhs;
+  while (f.nodes[left].kind == NodeKind::Binary && chain.size() < 100000) {
+    chain.push_back(left);
+    uint32_t r = left - 1;
+    left = r - f.nodes[r].size;
+  }
+  (void)rhs;
+  Operand acc = eval(f, left);
+  for (size_t k = chain.size(); k-- > 0;) {
+    uint32_t node = chain[k];
+    uint32_t r = node - 1;
+    acc = apply(f.nodes[node].op, acc, eval(f, r));
+  }
+  return acc;
 }
 
 Operand Evaluator::unary(const Formula& f, const Node& n, uint32_t child) {

@@ -183,6 +183,7 @@ class Evaluator {
   bool lift(const FunctionInfo& info, Args& args, Operand& out);
   Operand unary(const Formula& f, const Node& n, uint32_t child);
   Operand binary(const Formula& f, const Node& n, uint32_t lhs, uint32_t rhs);
+  Operand apply(Op op, const Operand& a, const Operand& b);
   Operand reference_op(Op op, const Operand& a, const Operand& b);
   Operand array_constant(const Formula& f, uint32_t i);
 };

@@ -283,6 +283,27 @@ Operand f_type(Args& a) {
   return num(1);
 }
 
+/// The formula of the first cell of a reference, if it holds one.
+FormulaPtr formula_of(Args& a, SheetId& sheet, CellRef& cell) {
+  const Operand& o = a.get(0);
+  if (!o.is_ref() || o.areas.empty()) raise(cell_error::value);
+  sheet = o.areas[0].sheet;
+  cell = CellRef{o.areas[0].rect.row1, o.areas[0].rect.col1};
+  return a.ev().ctx().formula_at(sheet, cell);
+}
+Operand f_isformula(Args& a) {
+  SheetId sheet;
+  CellRef cell;
+  return boolean(formula_of(a, sheet, cell) != nullptr);
+}
+Operand f_formulatext(Args& a) {
+  SheetId sheet;
+  CellRef cell;
+  FormulaPtr f = formula_of(a, sheet, cell);
+  if (!f) return error(cell_error::na);
+  return text(u"=" + render(*f, Notation::A1, cell, sheet, a.ev().ctx().sheets()));
+}
+
 }  // namespace
 
 void add_logic_functions(std::vector<FunctionInfo>& t) {
@@ -296,6 +317,8 @@ void add_logic_functions(std::vector<FunctionInfo>& t) {
                         {u"IFNA", 2, 2, f_ifna},
                         {u"IFS", 2, -1, f_ifs},
                         {u"ISBLANK", 1, 1, f_isblank},
+                        {u"FORMULATEXT", 1, 1, f_formulatext},
+                        {u"ISFORMULA", 1, 1, f_isformula},
                         {u"ISERR", 1, 1, f_iserr},
                         {u"ISERROR", 1, 1, f_iserror},
                         {u"ISEVEN", 1, 1, f_iseven},

@@ -343,33 +343,48 @@ Operand f_sumifs(Args& a) {
   return num(s);
 }
 
-// ---- SUBTOTAL ------------------------------------------------------------------------------
+// ---- SUBTOTAL and AGGREGATE ----------------------------------------------------------------
 
-Operand f_subtotal(Args& a) {
-  int code = static_cast<int>(integer(a, 0));
-  if (code > 100) code -= 100;  // hidden rows are not known here: the same as 1..11
+/// Whether a cell holds a SUBTOTAL or AGGREGATE of its own: those are left out of the
+/// ranges of another, so that a grand total over a column of subtotals counts nothing twice.
+bool nested_total(Evaluator& ev, SheetId sheet, CellRef c) {
+  FormulaPtr f = ev.ctx().formula_at(sheet, c);
+  if (!f) return false;
+  for (const Node& n : f->nodes) {
+    if (n.kind != NodeKind::Func || n.func < 0) continue;
+    StringView name = f->text(n.str);
+    if (name.size() >= 8 && name.substr(name.size() - 8) == u"SUBTOTAL") return true;
+    if (name.size() >= 9 && name.substr(name.size() - 9) == u"AGGREGATE") return true;
+  }
+  return false;
+}
+
+/// The values SUBTOTAL and AGGREGATE summarise.
+struct Collected {
   std::vector<double> xs;
-  size_t counta = 0;
+  size_t nonempty = 0;
+};
+
+/// Reads arguments [from, to): numbers, and a count of non-empty values. Errors raise
+/// unless `skip_errors`; nested totals are left out when `skip_nested`.
+Collected collect(Args& a, size_t from, size_t to, bool skip_errors, bool skip_nested,
+                  bool errors_count, bool skip_hidden) {
+  Collected out;
   Evaluator& ev = a.ev();
-  // Other subtotals inside the ranges are left out, so that a grand total over a column of
-  // subtotals does not count them twice.
-  auto nested = [&](SheetId sheet, CellRef c) {
-    FormulaPtr f = ev.ctx().formula_at(sheet, c);
-    if (!f) return false;
-    for (const Node& n : f->nodes) {
-      if (n.kind != NodeKind::Func || n.func < 0) continue;
-      StringView name = f->text(n.str);
-      if (name.size() >= 8 && name.substr(name.size() - 8) == u"SUBTOTAL") return true;
-      if (name.size() >= 9 && name.substr(name.size() - 9) == u"AGGREGATE") return true;
-    }
-    return false;
-  };
   auto take = [&](const Value& v) {
-    if (v.is_error() && code != 2 && code != 3) raise(v.error_code());
-    if (v.kind == Value::Kind::Number) xs.push_back(v.number);
-    if (v.kind != Value::Kind::Empty) ++counta;
+    if (v.is_error()) {
+      if (skip_errors) return;
+      if (errors_count) {  // COUNT and COUNTA are not stopped by errors
+        ++out.nonempty;
+        return;
+      }
+      raise(v.error_code());
+    }
+    if (v.kind == Value::Kind::Number) out.xs.push_back(v.number);
+    if (v.kind != Value::Kind::Empty) ++out.nonempty;
   };
-  for (size_t i = 1; i < a.size(); ++i) {
+  for (size_t i = from; i < to && i < a.size(); ++i) {
+    if (a.missing(i)) continue;
     const Operand& o = a.get(i);
     if (!o.is_ref()) {
       ev.for_each(o, [&](const Value& v, bool) { take(v); });
@@ -379,10 +394,35 @@ Operand f_subtotal(Args& a) {
       auto c = ev.clip(ar);
       if (!c) continue;
       ev.ctx().for_each_value(c->sheet, c->rect, [&](CellRef at, const Value& v) {
-        if (!nested(c->sheet, at)) take(v);
+        if (skip_hidden && ev.ctx().row_hidden(c->sheet, at.row)) return;
+        if (!skip_nested || !nested_total(ev, c->sheet, at)) take(v);
       });
     }
   }
+  return out;
+}
+
+Operand percentile_of(std::vector<double> xs, double p, bool exclusive) {
+  if (xs.empty()) return error(cell_error::num);
+  std::sort(xs.begin(), xs.end());
+  double n = static_cast<double>(xs.size()), h;
+  if (exclusive) {
+    if (p <= 0 || p >= 1) return error(cell_error::num);
+    h = p * (n + 1) - 1;
+    if (h < 0 || h > n - 1) return error(cell_error::num);
+  } else {
+    if (p < 0 || p > 1) return error(cell_error::num);
+    h = p * (n - 1);
+  }
+  size_t lo = static_cast<size_t>(std::floor(h));
+  double frac = h - std::floor(h);
+  if (lo + 1 >= xs.size()) return num(xs[lo]);
+  return num(xs[lo] + frac * (xs[lo + 1] - xs[lo]));
+}
+
+/// The summaries numbered as SUBTOTAL (1-11) and AGGREGATE (1-19) number them.
+Operand summarise(int code, Collected& c, double k) {
+  std::vector<double>& xs = c.xs;
   double n = static_cast<double>(xs.size());
   double sum = std::accumulate(xs.begin(), xs.end(), 0.0);
   auto var = [&](bool sample) -> Operand {
@@ -391,13 +431,14 @@ Operand f_subtotal(Args& a) {
     for (double x : xs) ss += (x - mean) * (x - mean);
     return num(ss / (sample ? n - 1 : n));
   };
+  auto root = [](Operand v) { return v.value.is_error() ? v : num(std::sqrt(v.value.number)); };
   switch (code) {
     case 1:
       return xs.empty() ? error(cell_error::div0) : num(sum / n);
     case 2:
       return num(n);
     case 3:
-      return num(static_cast<double>(counta));
+      return num(static_cast<double>(c.nonempty));
     case 4:
       return num(xs.empty() ? 0 : *std::max_element(xs.begin(), xs.end()));
     case 5:
@@ -407,23 +448,161 @@ Operand f_subtotal(Args& a) {
       for (double x : xs) p *= x;
       return num(xs.empty() ? 0 : p);
     }
-    case 7: {
-      Operand v = var(true);
-      return v.value.is_error() ? v : num(std::sqrt(v.value.number));
-    }
-    case 8: {
-      Operand v = var(false);
-      return v.value.is_error() ? v : num(std::sqrt(v.value.number));
-    }
+    case 7:
+      return root(var(true));
+    case 8:
+      return root(var(false));
     case 9:
       return num(sum);
     case 10:
       return var(true);
     case 11:
       return var(false);
+    case 12: {
+      if (xs.empty()) return error(cell_error::num);
+      std::sort(xs.begin(), xs.end());
+      size_t m = xs.size();
+      return num(m % 2 ? xs[m / 2] : (xs[m / 2 - 1] + xs[m / 2]) / 2);
+    }
+    case 13: {
+      size_t best = 1;
+      double mode = 0;
+      for (double x : xs) {
+        size_t cnt = static_cast<size_t>(std::count(xs.begin(), xs.end(), x));
+        if (cnt > best) best = cnt, mode = x;
+      }
+      return best > 1 ? num(mode) : error(cell_error::na);
+    }
+    case 14:
+    case 15: {
+      double kk = std::ceil(k - 1e-12);
+      if (xs.empty() || kk < 1 || kk > n) return error(cell_error::num);
+      size_t i = static_cast<size_t>(kk) - 1;
+      if (code == 14)
+        std::nth_element(xs.begin(), xs.begin() + i, xs.end(), std::greater<double>());
+      else
+        std::nth_element(xs.begin(), xs.begin() + i, xs.end());
+      return num(xs[i]);
+    }
+    case 16:
+      return percentile_of(xs, k, false);
+    case 17:
+      return k < 0 || k > 4 ? error(cell_error::num) : percentile_of(xs, std::trunc(k) / 4, false);
+    case 18:
+      return percentile_of(xs, k, true);
+    case 19:
+      return k <= 0 || k >= 4 ? error(cell_error::num) : percentile_of(xs, std::trunc(k) / 4, true);
     default:
       return error(cell_error::value);
   }
+}
+
+Operand f_subtotal(Args& a) {
+  int code = static_cast<int>(integer(a, 0));
+  // 101..111: the same summaries, leaving hidden rows out.
+  bool skip_hidden = code > 100;
+  if (skip_hidden) code -= 100;
+  if (code < 1 || code > 11) return error(cell_error::value);
+  Collected c = collect(a, 1, a.size(), false, true, code == 2 || code == 3, skip_hidden);
+  return summarise(code, c, 0);
+}
+
+Operand f_aggregate(Args& a) {
+  int code = static_cast<int>(integer(a, 0));
+  int options = a.missing(1) ? 0 : static_cast<int>(integer(a, 1));
+  if (code < 1 || code > 19 || options < 0 || options > 7) return error(cell_error::value);
+  // Options: 0-3 leave out nested totals, odd ones hidden rows, 2, 3, 6 and 7 errors.
+  bool skip_nested = options <= 3;
+  bool skip_errors = options == 2 || options == 3 || options == 6 || options == 7;
+  bool skip_hidden = options % 2 == 1;
+  if (code >= 14) {
+    if (a.size() < 4) return error(cell_error::value);
+    Collected c = collect(a, 2, 3, skip_errors, skip_nested, false, skip_hidden);
+    return summarise(code, c, number(a, 3));
+  }
+  Collected c =
+      collect(a, 2, a.size(), skip_errors, skip_nested, code == 2 || code == 3, skip_hidden);
+  return summarise(code, c, 0);
+}
+
+// ---- more arithmetic -----------------------------------------------------------------------
+
+double sinh_(double x) {
+  return std::sinh(x);
+}
+double cosh_(double x) {
+  return std::cosh(x);
+}
+double tanh_(double x) {
+  return std::tanh(x);
+}
+double asinh_(double x) {
+  return std::asinh(x);
+}
+Operand f_acosh(Args& a) {
+  double x = number(a, 0);
+  if (x < 1) return error(cell_error::num);
+  return num(std::acosh(x));
+}
+Operand f_atanh(Args& a) {
+  double x = number(a, 0);
+  if (x <= -1 || x >= 1) return error(cell_error::num);
+  return num(std::atanh(x));
+}
+
+Operand precise(Args& a, int dir) {
+  double x = number(a, 0);
+  double m = a.missing(1) || a.size() < 2 ? 1 : std::fabs(number(a, 1));
+  if (m == 0) return num(0);
+  return num(multiple_round(x, m, dir));
+}
+Operand f_ceiling_precise(Args& a) {
+  return precise(a, 1);
+}
+Operand f_floor_precise(Args& a) {
+  return precise(a, -1);
+}
+
+/// SUMX2MY2, SUMX2PY2 and SUMXMY2: pairs of numbers from two same-sized arrays.
+template <int Kind>
+Operand f_sumx(Args& a) {
+  Matrix x = a.ev().matrix(a.get_array(0)), y = a.ev().matrix(a.get_array(1));
+  if (x.cells.size() != y.cells.size()) return error(cell_error::na);
+  double s = 0;
+  size_t pairs = 0;
+  for (size_t k = 0; k < x.cells.size(); ++k) {
+    const Value &u = x.cells[k], &v = y.cells[k];
+    if (u.is_error()) raise(u.error_code());
+    if (v.is_error()) raise(v.error_code());
+    if (u.kind != Value::Kind::Number || v.kind != Value::Kind::Number) continue;
+    ++pairs;
+    if (Kind == 0)
+      s += u.number * u.number - v.number * v.number;
+    else if (Kind == 1)
+      s += u.number * u.number + v.number * v.number;
+    else
+      s += (u.number - v.number) * (u.number - v.number);
+  }
+  if (pairs == 0) return error(cell_error::div0);
+  return num(s);
+}
+
+Operand f_mmult(Args& a) {
+  Matrix x = a.ev().matrix(a.get_array(0)), y = a.ev().matrix(a.get_array(1));
+  if (x.cols != y.rows) return error(cell_error::value);
+  Matrix out(x.rows, y.cols);
+  for (int32_t r = 0; r < x.rows; ++r)
+    for (int32_t c = 0; c < y.cols; ++c) {
+      double s = 0;
+      for (int32_t k = 0; k < x.cols; ++k) {
+        const Value &u = x.at(r, k), &v = y.at(k, c);
+        if (u.kind != Value::Kind::Number || v.kind != Value::Kind::Number)
+          return error(cell_error::value);
+        s += u.number * v.number;
+      }
+      out.at(r, c) = Value::num(s);
+    }
+  return out.cells.size() == 1 ? Operand(out.cells[0]) : Operand::arr(std::move(out));
 }
 
 }  // namespace
@@ -468,6 +647,20 @@ void add_math_functions(std::vector<FunctionInfo>& t) {
                         {u"SIN", 1, 1, unary_fn<sin_>},
                         {u"SQRT", 1, 1, f_sqrt},
                         {u"SUBTOTAL", 2, -1, f_subtotal},
+                        {u"AGGREGATE", 3, -1, f_aggregate},
+                        {u"SINH", 1, 1, unary_fn<sinh_>},
+                        {u"COSH", 1, 1, unary_fn<cosh_>},
+                        {u"TANH", 1, 1, unary_fn<tanh_>},
+                        {u"ASINH", 1, 1, unary_fn<asinh_>},
+                        {u"ACOSH", 1, 1, f_acosh},
+                        {u"ATANH", 1, 1, f_atanh},
+                        {u"CEILING.PRECISE", 1, 2, f_ceiling_precise},
+                        {u"ISO.CEILING", 1, 2, f_ceiling_precise},
+                        {u"FLOOR.PRECISE", 1, 2, f_floor_precise},
+                        {u"SUMX2MY2", 2, 2, f_sumx<0>},
+                        {u"SUMX2PY2", 2, 2, f_sumx<1>},
+                        {u"SUMXMY2", 2, 2, f_sumx<2>},
+                        {u"MMULT", 2, 2, f_mmult},
                         {u"SUM", 1, -1, f_sum},
                         {u"SUMIF", 2, 3, f_sumif},
                         {u"SUMIFS", 3, -1, f_sumifs},

@@ -402,11 +402,174 @@ Operand f_correl(Args& a) {
   return num(sxy / std::sqrt(sxx * syy));
 }
 
+// ---- spread, the normal distribution, covariance, forecasts --------------------------------
+
+Operand f_avedev(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.empty()) return error(cell_error::num);
+  double mean = std::accumulate(xs.begin(), xs.end(), 0.0) / static_cast<double>(xs.size());
+  double s = 0;
+  for (double x : xs) s += std::fabs(x - mean);
+  return num(s / static_cast<double>(xs.size()));
+}
+Operand f_devsq(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.empty()) return error(cell_error::num);
+  double mean = std::accumulate(xs.begin(), xs.end(), 0.0) / static_cast<double>(xs.size());
+  double s = 0;
+  for (double x : xs) s += (x - mean) * (x - mean);
+  return num(s);
+}
+
+constexpr double kSqrt2 = 1.4142135623730951;
+constexpr double kSqrt2Pi = 2.5066282746310002;
+double phi(double z) {
+  return std::exp(-z * z / 2) / kSqrt2Pi;
+}
+double cdf(double z) {
+  return 0.5 * std::erfc(-z / kSqrt2);
+}
+/// The standard normal quantile: a rational first guess, then Newton steps to full precision.
+double quantile(double p) {
+  double q = std::min(p, 1 - p);
+  double t = std::sqrt(-2 * std::log(q));
+  double z = t - (2.515517 + 0.802853 * t + 0.010328 * t * t) /
+                     (1 + 1.432788 * t + 0.189269 * t * t + 0.001308 * t * t * t);
+  if (p < 0.5) z = -z;
+  for (int i = 0; i < 8; ++i) {
+    double step = (cdf(z) - p) / phi(z);
+    z -= step;
+    if (std::fabs(step) < 1e-15 * std::max(1.0, std::fabs(z))) break;
+  }
+  return z;
+}
+
+Operand f_norm_s_dist(Args& a) {
+  double z = number(a, 0);
+  bool cumulative = a.size() < 2 || boolean(a, 1);
+  return num(cumulative ? cdf(z) : phi(z));
+}
+Operand f_norm_dist(Args& a) {
+  double x = number(a, 0), mean = number(a, 1), sd = number(a, 2);
+  bool cumulative = boolean(a, 3);
+  if (sd <= 0) return error(cell_error::num);
+  double z = (x - mean) / sd;
+  return num(cumulative ? cdf(z) : phi(z) / sd);
+}
+Operand f_norm_s_inv(Args& a) {
+  double p = number(a, 0);
+  if (p <= 0 || p >= 1) return error(cell_error::num);
+  return num(quantile(p));
+}
+Operand f_norm_inv(Args& a) {
+  double p = number(a, 0), mean = number(a, 1), sd = number(a, 2);
+  if (p <= 0 || p >= 1 || sd <= 0) return error(cell_error::num);
+  return num(mean + sd * quantile(p));
+}
+Operand f_standardize(Args& a) {
+  double x = number(a, 0), mean = number(a, 1), sd = number(a, 2);
+  if (sd <= 0) return error(cell_error::num);
+  return num((x - mean) / sd);
+}
+
+template <bool Sample>
+Operand f_covariance(Args& a) {
+  std::vector<double> ys, xs;
+  if (!pairs(a, ys, xs)) return error(cell_error::na);
+  if (xs.size() < (Sample ? 2u : 1u)) return error(cell_error::div0);
+  double n = static_cast<double>(xs.size());
+  double mx = std::accumulate(xs.begin(), xs.end(), 0.0) / n;
+  double my = std::accumulate(ys.begin(), ys.end(), 0.0) / n;
+  double s = 0;
+  for (size_t k = 0; k < xs.size(); ++k) s += (xs[k] - mx) * (ys[k] - my);
+  return num(s / (Sample ? n - 1 : n));
+}
+Operand f_rsq(Args& a) {
+  Operand r = f_correl(a);
+  if (r.value.is_error()) return r;
+  return num(r.value.number * r.value.number);
+}
+Operand f_forecast(Args& a) {
+  double x = number(a, 0);
+  std::vector<double> ys, xs;
+  Matrix my = a.ev().matrix(a.get(1)), mx = a.ev().matrix(a.get(2));
+  if (my.cells.size() != mx.cells.size()) return error(cell_error::na);
+  for (size_t k = 0; k < my.cells.size(); ++k) {
+    if (my.cells[k].is_error()) raise(my.cells[k].error_code());
+    if (mx.cells[k].is_error()) raise(mx.cells[k].error_code());
+    if (my.cells[k].kind == Value::Kind::Number && mx.cells[k].kind == Value::Kind::Number) {
+      ys.push_back(my.cells[k].number);
+      xs.push_back(mx.cells[k].number);
+    }
+  }
+  if (xs.empty()) return error(cell_error::div0);
+  double n = static_cast<double>(xs.size());
+  double mxv = std::accumulate(xs.begin(), xs.end(), 0.0) / n;
+  double myv = std::accumulate(ys.begin(), ys.end(), 0.0) / n;
+  double sxy = 0, sxx = 0;
+  for (size_t k = 0; k < xs.size(); ++k) {
+    sxy += (xs[k] - mxv) * (ys[k] - myv);
+    sxx += (xs[k] - mxv) * (xs[k] - mxv);
+  }
+  if (sxx == 0) return error(cell_error::div0);
+  double b = sxy / sxx;
+  return num(myv + b * (x - mxv));
+}
+
+Operand f_percentrank(Args& a) {
+  std::vector<double> xs = numbers_of(a, 0, 1);
+  double x = number(a, 1);
+  double digits = a.size() > 2 && !a.missing(2) ? std::trunc(number(a, 2)) : 3;
+  if (xs.empty() || digits < 1) return error(cell_error::num);
+  std::sort(xs.begin(), xs.end());
+  if (x < xs.front() || x > xs.back()) return error(cell_error::na);
+  double n = static_cast<double>(xs.size());
+  if (xs.size() == 1) return num(1);
+  double rank;
+  auto lower = std::lower_bound(xs.begin(), xs.end(), x);
+  double below = static_cast<double>(lower - xs.begin());
+  if (*lower == x) {
+    rank = below / (n - 1);
+  } else {
+    // Between two values: interpolate their ranks.
+    double hi = *lower, lo = *(lower - 1);
+    rank = (below - 1 + (x - lo) / (hi - lo)) / (n - 1);
+  }
+  double scale = std::pow(10.0, digits);
+  return num(std::floor(rank * scale + 1e-9) / scale);
+}
+Operand f_quartile_exc(Args& a) {
+  double q = std::trunc(number(a, 1));
+  if (q <= 0 || q >= 4) return error(cell_error::num);
+  return percentile(numbers_of(a, 0, 1), q / 4, true);
+}
+
 }  // namespace
 
 void add_stat_functions(std::vector<FunctionInfo>& t) {
   t.insert(t.end(), {
                         {u"AVERAGE", 1, -1, f_average},
+                        {u"AVEDEV", 1, -1, f_avedev},
+                        {u"COVAR", 2, 2, f_covariance<false>},
+                        {u"COVARIANCE.P", 2, 2, f_covariance<false>},
+                        {u"COVARIANCE.S", 2, 2, f_covariance<true>},
+                        {u"DEVSQ", 1, -1, f_devsq},
+                        {u"FORECAST", 3, 3, f_forecast},
+                        {u"FORECAST.LINEAR", 3, 3, f_forecast},
+                        {u"NORM.DIST", 4, 4, f_norm_dist},
+                        {u"NORM.INV", 3, 3, f_norm_inv},
+                        {u"NORM.S.DIST", 2, 2, f_norm_s_dist},
+                        {u"NORM.S.INV", 1, 1, f_norm_s_inv},
+                        {u"NORMDIST", 4, 4, f_norm_dist},
+                        {u"NORMINV", 3, 3, f_norm_inv},
+                        {u"NORMSDIST", 1, 1, f_norm_s_dist},
+                        {u"NORMSINV", 1, 1, f_norm_s_inv},
+                        {u"PEARSON", 2, 2, f_correl},
+                        {u"PERCENTRANK", 2, 3, f_percentrank},
+                        {u"PERCENTRANK.INC", 2, 3, f_percentrank},
+                        {u"QUARTILE.EXC", 2, 2, f_quartile_exc},
+                        {u"RSQ", 2, 2, f_rsq},
+                        {u"STANDARDIZE", 3, 3, f_standardize},
                         {u"AVERAGEA", 1, -1, f_averagea},
                         {u"AVERAGEIF", 2, 3, f_averageif},
                         {u"AVERAGEIFS", 3, -1, f_averageifs},

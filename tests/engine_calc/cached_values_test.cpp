@@ -33,6 +33,9 @@ CheckWorkbook to_check(const nlohmann::json& j) {
     b.names.push_back(
         {u16(n[0].get<std::string>()), n[1].get<int>(), u16(n[2].get<std::string>())});
   }
+  if (j.contains("hidden_rows"))
+    for (const auto& h : j["hidden_rows"])
+      b.hidden_rows.emplace_back(h[0].get<int>(), h[1].get<int>());
   for (const auto& c : j["cells"]) {
     CheckCell cc;
     cc.sheet = c[0].get<int>();

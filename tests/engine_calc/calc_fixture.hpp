@@ -175,6 +175,13 @@ class TestBook : public EvalContext, public SheetResolver {
     if (it != names_.end()) return it->second;
     return std::nullopt;
   }
+  FormulaPtr formula_at(SheetId sheet, CellRef c) override {
+    auto it = formulas_.find({sheet, c.row, c.col});
+    return it == formulas_.end() ? nullptr : it->second;
+  }
+  bool row_hidden(SheetId sheet, int32_t row) override { return hidden_.count({sheet, row}) > 0; }
+  /// Hides a row (1-based, as shown).
+  void hide_row(int32_t row1, SheetId sheet = 0) { hidden_.insert({sheet, row1 - 1}); }
   const SheetResolver& sheets() override { return *this; }
   bool date1904() override { return use_1904; }
   double now() override { return clock; }
@@ -184,6 +191,7 @@ class TestBook : public EvalContext, public SheetResolver {
   std::map<std::tuple<SheetId, int32_t, int32_t>, Value> values_;
   std::map<std::tuple<SheetId, int32_t, int32_t>, FormulaPtr> formulas_;
   std::set<std::tuple<SheetId, int32_t, int32_t>> busy_;
+  std::set<std::pair<SheetId, int32_t>> hidden_;
   std::map<std::pair<String, SheetId>, NameDefinition> names_;
 };
 

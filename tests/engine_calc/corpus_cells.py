@@ -5,7 +5,7 @@ check: every cell's cached value, and for formula cells the formula text.
 Usage: corpus_cells.py OUTPUT WORKBOOK...
 
 Each line: {"file", "date1904", "sheets": [names], "names": [[name, scope, text]],
-"cells": [[sheet, "A1", kind, value, formula, array_ref]]} where kind is n (number),
+"hidden_rows": [[sheet, row]], "cells": [[sheet, "A1", kind, value, formula, array_ref]]} where kind is n (number),
 s (text), b (Boolean), e (error) or "" (no cached value). Workbooks that cannot be read
 are left out. Reads with the openpyxl package, a reader nobody on this project wrote.
 """
@@ -52,6 +52,8 @@ def workbook(path):
         for index, ws in enumerate(formulas.worksheets):
             for name, dn in ws.defined_names.items():
                 out["names"].append([name, index, dn.attr_text])
+    out["hidden_rows"] = [[index, r - 1] for index, ws in enumerate(formulas.worksheets)
+                          for r, dim in ws.row_dimensions.items() if dim.hidden]
     for index, ws in enumerate(formulas.worksheets):
         vs = values.worksheets[index]
         for row in ws.iter_rows():

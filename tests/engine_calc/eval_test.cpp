@@ -150,6 +150,16 @@ TEST(ArrayFormulas, WorkElementByElement) {
   EXPECT_EQ(book.eval(u"INDEX({1,2;3,4},2,1)"), N(3));
 }
 
+TEST(Evaluation, LongChainsOfOperatorsNeedNoDeepStack) {
+  TestBook book;
+  std::u16string text = u"0";
+  for (int i = 0; i < 4000; ++i) text += u"+1";
+  EXPECT_EQ(book.eval(text), N(4000));
+  std::u16string joined = u"\"\"";
+  for (int i = 0; i < 2000; ++i) joined += u"&\"ab\"";
+  EXPECT_EQ(book.eval(joined).text.size(), 4000u);
+}
+
 TEST(Recalculation, ChainsAndCircles) {
   TestBook book;
   book.set("A1", 2);

@@ -115,6 +115,45 @@ TEST_F(Functions, Statistics) {
   EXPECT_EQ(book.eval(u"SUBTOTAL(101,A1:A6)"), N(35));
 }
 
+TEST_F(Functions, SubtotalsLeaveOutOtherSubtotalsHiddenRowsAndErrorsWhenAsked) {
+  book.formula("A7", u"SUBTOTAL(9,A1:A6)");  // 210, itself a subtotal
+  book.set("A8", Value::error(cell_error::div0));
+  book.hide_row(2);                                    // A2 (20) hidden
+  EXPECT_EQ(book.eval(u"SUBTOTAL(9,A1:A7)"), N(210));  // A7 is not counted again
+  EXPECT_EQ(book.eval(u"SUBTOTAL(109,A1:A7)"), N(190));
+  EXPECT_EQ(book.eval(u"SUBTOTAL(9,A1:A8)"), E(cell_error::div0));
+  EXPECT_EQ(book.eval(u"SUM(A1:A7)"), N(420));
+  EXPECT_EQ(book.eval(u"AGGREGATE(9,6,A1:A8)"), N(420));  // errors left out only
+  EXPECT_EQ(book.eval(u"AGGREGATE(9,7,A1:A8)"), N(400));  // and hidden rows
+  EXPECT_EQ(book.eval(u"AGGREGATE(9,3,A1:A8)"), N(190));  // and nested subtotals
+  EXPECT_EQ(book.eval(u"AGGREGATE(4,0,A1:A6)"), N(60));
+  EXPECT_EQ(book.eval(u"AGGREGATE(14,6,A1:A8,2)"), N(60));  // LARGE(...,2) past the error
+  EXPECT_EQ(book.eval(u"AGGREGATE(3,6,A1:A8)"), N(7));
+  EXPECT_EQ(book.eval(u"AGGREGATE(20,0,A1:A6)"), E(cell_error::value));
+}
+
+TEST_F(Functions, DistributionsAndRegression) {
+  near(book, u"NORMSDIST(1.96)", 0.9750021048517795);
+  near(book, u"NORM.S.DIST(0,FALSE)", 0.3989422804014327);
+  near(book, u"NORM.DIST(42,40,1.5,TRUE)", 0.9087887802741321);
+  near(book, u"NORMSINV(0.975)", 1.959963984540054);
+  near(book, u"NORM.INV(0.908789,40,1.5)", 42.00000200956616);
+  near(book, u"NORMSINV(0.0000001)", -5.199337582192818);
+  EXPECT_EQ(book.eval(u"NORMSINV(1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"NORM.DIST(1,0,0,TRUE)"), E(cell_error::num));
+  near(book, u"SLOPE({2,4,6},{1,2,3})", 2);
+  near(book, u"INTERCEPT({3,5,7},{1,2,3})", 1);
+  near(book, u"FORECAST(4,{3,5,7},{1,2,3})", 9);
+  near(book, u"CORREL({1,2,3},{2,4,7})", 0.9933992677987828);
+  near(book, u"COVARIANCE.S({1,2,3},{2,4,7})", 2.5);
+  near(book, u"AVEDEV(2,4,6)", 4.0 / 3);
+  near(book, u"DEVSQ(2,4,6)", 8);
+  near(book, u"PERCENTRANK({1,2,3,4},3)", 0.666);
+  near(book, u"SUMX2MY2({2,3},{1,1})", 11);
+  near(book, u"INDEX(MMULT({1,2;3,4},{5;6}),2,1)", 39);
+  EXPECT_EQ(book.eval(u"SUMXMY2({\"a\"},{1})"), E(cell_error::div0));  // no pair of numbers
+}
+
 TEST_F(Functions, Logic) {
   EXPECT_EQ(book.eval(u"IF(A1>5,\"big\",\"small\")"), S(u"big"));
   EXPECT_EQ(book.eval(u"IF(FALSE,1)"), B(false));
@@ -155,6 +194,11 @@ TEST_F(Functions, Information) {
   EXPECT_EQ(book.eval(u"NA()"), E(cell_error::na));
   EXPECT_EQ(book.eval(u"ERROR.TYPE(D2)"), N(4));
   EXPECT_EQ(book.eval(u"ERROR.TYPE(1)"), E(cell_error::na));
+  book.formula("D3", u"SUM( A1:A2 )*2");
+  EXPECT_EQ(book.eval(u"ISFORMULA(D3)"), B(true));
+  EXPECT_EQ(book.eval(u"ISFORMULA(A1)"), B(false));
+  EXPECT_EQ(book.eval(u"FORMULATEXT(D3)"), S(u"=SUM( A1:A2 )*2"));
+  EXPECT_EQ(book.eval(u"FORMULATEXT(A1)"), E(cell_error::na));
 }
 
 TEST_F(Functions, Text) {
@@ -296,6 +340,7 @@ TEST(FunctionNames, AtLeastEightyAndSorted) {
   auto names = function_names();
   EXPECT_GE(names.size(), 80u);
   EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+  EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end()) << "a name twice";
   for (const char16_t* must : {u"SUMIFS", u"XLOOKUP", u"NETWORKDAYS", u"XIRR", u"TEXTJOIN", u"IFS"})
     EXPECT_TRUE(std::binary_search(names.begin(), names.end(), String(must))) << to_utf8(must);
 }
