@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <mutex>
 
+#include "engine/core/interaction.hpp"
 #include "engine/core/objects.hpp"
 #include "qzxl/convert.hpp"
 
@@ -293,11 +294,6 @@ class EWorksheetFunction final : public host::WorksheetFunction {
   }
 };
 
-[[noreturn]] void later(const char* member) {
-  throw Error(err::not_supported,
-              std::string("Application.") + member + " is not available in this host yet");
-}
-
 class EApplication final : public host::Application {
  public:
   explicit EApplication(std::shared_ptr<AppState> app) : app_(std::move(app)) {}
@@ -393,19 +389,28 @@ class EApplication final : public host::Application {
     return std::make_shared<EWorksheetFunction>();
   }
 
-  void undo() override { later("Undo"); }
-  void on_undo(const String&, const String&) override { later("OnUndo"); }
-  void on_repeat(const String&, const String&) override { later("OnRepeat"); }
-  String on_entry() override { later("OnEntry"); }
-  void set_on_entry(const String&) override { later("OnEntry"); }
-  void on_time(const Variant&, const String&, const Variant&, const Variant&) override {
-    later("OnTime");
+  void undo() override { application_undo(*app_); }
+  void on_undo(const String& text, const String& procedure) override {
+    application_on_undo(*app_, text, procedure);
   }
-  Variant run(const String&, std::span<Variant>) override { later("Run"); }
+  void on_repeat(const String& text, const String& procedure) override {
+    application_on_repeat(*app_, text, procedure);
+  }
+  String on_entry() override { return interaction(*app_).on_entry; }
+  void set_on_entry(const String& procedure) override {
+    interaction(*app_).on_entry = procedure;
+  }
+  void on_time(const Variant& earliest, const String& procedure, const Variant& latest,
+               const Variant& schedule) override {
+    application_on_time(*app_, earliest, procedure, latest, schedule);
+  }
+  Variant run(const String& macro, std::span<Variant> args) override {
+    return application_run(*app_, macro, args);
+  }
   // Keys wait for the next dialog shown, which reads them as a person's keystrokes.
   void send_keys(const String& keys, bool) override { app_->pending_keys += keys; }
   host::DialogPtr dialogs(int32_t id) override { return make_dialog(app_, id); }
-  host::CommandBarsPtr command_bars() override { later("CommandBars"); }
+  host::CommandBarsPtr command_bars() override { return make_command_bars(app_); }
   host::AddInsPtr add_ins() override { return make_add_ins(app_); }
 
   String alt_startup_path() override { return app_->alt_startup_path; }
@@ -423,6 +428,11 @@ class EApplication final : public host::Application {
 };
 
 }  // namespace
+
+std::shared_ptr<AppState> state_of(const host::ApplicationPtr& app) {
+  auto a = std::dynamic_pointer_cast<EApplication>(app);
+  return a ? a->state() : nullptr;
+}
 
 host::ApplicationPtr AppState::application() {
   if (auto a = app.lock()) return a;

@@ -18,6 +18,8 @@ enum class RangeMode : uint8_t { Cells, Rows, Columns };
 [[noreturn]] void fail(const std::string& message);
 [[noreturn]] void not_found(const std::string& what);
 
+struct Interaction;  // command bars, undo of an entry, macros (interaction.hpp)
+
 /// An add-in the application knows (`Application.AddIns`), installed or not.
 struct AddInRec {
   String full_name;
@@ -46,6 +48,9 @@ struct AppState : std::enable_shared_from_this<AppState> {
   std::vector<AddInRec> add_ins;
   /// Keystrokes sent with `SendKeys` that no dialog has read yet.
   String pending_keys;
+  /// Command bars, the application's own undo, OnUndo/OnRepeat/OnEntry/OnTime and the
+  /// client macros it runs; made on first use.
+  std::shared_ptr<Interaction> interaction;
 
   host::ApplicationPtr application();
   host::WorkbookPtr workbook(const BookPtr& book);
@@ -65,6 +70,9 @@ struct AppState : std::enable_shared_from_this<AppState> {
   void activate_sheet(const BookPtr& book, const Sheet& sheet);
   bool automatic() const { return calculation != host::xl::CalculationManual; }
 };
+
+/// The state behind an engine Application (nullptr for another host's).
+std::shared_ptr<AppState> state_of(const host::ApplicationPtr& app);
 
 /// Resolves reference text ("A1", "Sheet2!A1:B2", "'My S'!A1,B2", "Total", "[B.xlsx]S!A1")
 /// against a default sheet; `base` offsets unqualified addresses (Range.Range is relative).
