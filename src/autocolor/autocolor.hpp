@@ -1,11 +1,21 @@
 // AutoColor: colour-coding cells by what they hold.
 #pragma once
 
+#include <array>
+#include <optional>
+#include <vector>
+
 #include "qzxl/interfaces.hpp"
 
 namespace qz {
 
-/// AutoColor: colour-coding cells by what they hold.
+namespace autocolor {
+class Knobs;
+class NameLinks;
+}  // namespace autocolor
+
+/// AutoColor: colour-coding cells by what they hold. The settings live in the user's
+/// settings store, not in the object; the object keeps only the menu buttons it made.
 class iAutoColor final : public _iAutoColor {
  public:
   String type_name() const override { return u"iAutoColor"; }
@@ -40,16 +50,41 @@ class iAutoColor final : public _iAutoColor {
   int32_t SetDummyNumberColor(const Variant& vDummyNumberColor) override;
   bool ToggleAutoColor() override;
   String NoAutoColorSmartCycleName() override;
-  host::CommandBarControlPtr CreateAutoColorMenuBtn(const Variant& vPopup, const Variant& vBeginGroup, const Variant& vBefore, const Variant& vFaceID) override;
-  host::CommandBarControlPtr CreateAutoColorSelectionMenuBtn(const Variant& vPopup, const Variant& vBeginGroup, const Variant& vBefore, const Variant& vFaceID) override;
-  host::CommandBarControlPtr CreateAutoColorSheetMenuBtn(const Variant& vPopup, const Variant& vBeginGroup, const Variant& vBefore, const Variant& vFaceID) override;
-  host::CommandBarControlPtr CreateAutoColorWkbMenuBtn(const Variant& vPopup, const Variant& vBeginGroup, const Variant& vBefore, const Variant& vFaceID) override;
+  host::CommandBarControlPtr CreateAutoColorMenuBtn(const Variant& vPopup,
+                                                    const Variant& vBeginGroup,
+                                                    const Variant& vBefore,
+                                                    const Variant& vFaceID) override;
+  host::CommandBarControlPtr CreateAutoColorSelectionMenuBtn(const Variant& vPopup,
+                                                             const Variant& vBeginGroup,
+                                                             const Variant& vBefore,
+                                                             const Variant& vFaceID) override;
+  host::CommandBarControlPtr CreateAutoColorSheetMenuBtn(const Variant& vPopup,
+                                                         const Variant& vBeginGroup,
+                                                         const Variant& vBefore,
+                                                         const Variant& vFaceID) override;
+  host::CommandBarControlPtr CreateAutoColorWkbMenuBtn(const Variant& vPopup,
+                                                       const Variant& vBeginGroup,
+                                                       const Variant& vBefore,
+                                                       const Variant& vFaceID) override;
   void DeleteAutoColorMenuBtns() override;
   void DeleteAutoColorSelectionMenuBtns() override;
   void DeleteAutoColorSheetMenuBtns() override;
   void DeleteAutoColorWkbMenuBtns() override;
   void ClearFormatMenu() override;
   void UpdateAutoColorMenuBtns(const Variant& vAutoColorOn) override;
+
+ private:
+  // The rules of one cell; `names` is a run's matcher (nullptr: walk the names directly).
+  void color_cell(const host::RangePtr& cell, bool do_undo, bool do_names, autocolor::Knobs& knobs,
+                  autocolor::NameLinks* names);
+  // The four kinds of menu button, each with the buttons this object made: on-entry,
+  // selection, sheet, workbook.
+  enum ButtonKind { kOnEntry, kSelection, kSheet, kWorkbook };
+  host::CommandBarControlPtr create_button(ButtonKind kind, const Variant& vPopup,
+                                           const Variant& vBeginGroup, const Variant& vBefore,
+                                           const Variant& vFaceID);
+  void delete_buttons(ButtonKind kind);
+  std::array<std::vector<host::CommandBarControlPtr>, 4> buttons_;
 };
 
 }  // namespace qz

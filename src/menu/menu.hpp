@@ -24,9 +24,20 @@ class iMenu final : public _iMenu {
   host::CommandBarControlPtr FileNewButton(bool vChart) override;
   host::CommandBarControlPtr UndoButton(bool vChart) override;
   host::CommandBarControlPtr RedoButton(bool vChart) override;
-  host::CommandBarControlPtr CreatePopup(const Variant& vPopup, const Variant& vCaption, const Variant& vBeginGroup, const Variant& vBefore, const Variant& vOnAction, bool vTemp, const Variant& vTag) override;
-  host::CommandBarControlPtr CreateBtn(const Variant& vCaption, const Variant& vOnAction, const Variant& vPopup, const Variant& vBeginGroup, const Variant& vBefore, const Variant& vFaceID, bool vTemp, const Variant& vShortcutText, const Variant& vTag) override;
-  host::CommandBarPtr CreateToolbar(const Variant& vName, const Variant& vPosition, bool vTemp, bool vVisible) override;
+  host::CommandBarControlPtr CreatePopup(const Variant& vPopup, const Variant& vCaption,
+                                         const Variant& vBeginGroup, const Variant& vBefore,
+                                         const Variant& vOnAction, bool vTemp,
+                                         const Variant& vTag) override;
+  host::CommandBarControlPtr CreateBtn(const Variant& vCaption, const Variant& vOnAction,
+                                       const Variant& vPopup, const Variant& vBeginGroup,
+                                       const Variant& vBefore, const Variant& vFaceID, bool vTemp,
+                                       const Variant& vShortcutText, const Variant& vTag) override;
+  host::CommandBarPtr CreateToolbar(const Variant& vName, const Variant& vPosition, bool vTemp,
+                                    bool vVisible) override;
+
+ private:
+  // The control the last create operation made (Nothing while it runs or when it failed).
+  host::CommandBarControlPtr last_created_;
 };
 
 }  // namespace qz

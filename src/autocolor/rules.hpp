@@ -1,0 +1,48 @@
+// The steps of the AutoColor rules, shared by the one-cell method and the runs.
+#pragma once
+
+#include <optional>
+
+#include "autocolor/internal.hpp"
+
+namespace qz::autocolor {
+
+/// A cell being decided, with what has been read of it.
+struct Subject {
+  /// Reads the entered text (the prefix character and the formula).
+  explicit Subject(host::RangePtr cell);
+  host::RangePtr cell;
+  String formula;
+  /// `PrefixCharacter & Formula`: what the person typed.
+  String entered;
+  /// `Hyperlinks.Count`, read on first use (0 when it cannot be read).
+  int32_t hyperlinks();
+
+ private:
+  std::optional<int32_t> links;
+};
+
+/// The text and date opt-out: true when the cell is to be left exactly as it is.
+bool opts_out(Subject& s, Knobs& knobs);
+
+/// The colour the rules give the cell, from the hyperlink rule to the plain formula, in
+/// their order.
+int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names);
+
+/// Sets the font colour, showing a hidden row or column for the moment it takes.
+void paint(const host::RangePtr& cell, int32_t colour);
+
+/// Makes a person's entry undoable through the library: recalculation waits, the
+/// application takes the entry back out, a generic unit snapshots `range` as it was, and the
+/// entry (format and character runs of `first` included) goes back in. `finish` restores
+/// recalculation and arms the application's Undo for the unit.
+class EntryCapture {
+ public:
+  EntryCapture(const host::RangePtr& first, const host::RangePtr& range, const String& entered);
+  void finish();
+
+ private:
+  std::optional<int32_t> calculation_;
+};
+
+}  // namespace qz::autocolor

@@ -1,0 +1,464 @@
+// AutoColor as a person and a client add-in meet it: typing with colour-coding on, Undo and
+// Redo of what it did, Ctrl+Enter, the rule table, runs over ranges, sheets and workbooks,
+// the settings, the menu buttons and a client's veto.
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "undo/client.hpp"
+#include "vblib/vblib.hpp"
+
+namespace qz::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Pair;
+
+constexpr int32_t kBlue = 16711680, kRed = 255, kPlum = 6697881;
+
+class AutoColor : public ClientTest {
+ protected:
+  // The client puts the on-entry button on the Format menu at start-up; with AutoColor on
+  // (the default) that hooks the application's entries.
+  void SetUp() override { ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu())); }
+};
+
+// --- Typing with AutoColor on -----------------------------------------------------------------
+
+TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrarysOwn) {
+  r("B2")->set_formula(u"7");
+  r("B2")->set_number_format(u"0.0");
+  r("B2")->font()->set_bold(Variant(true));
+  r("B2")->font()->set_color(Variant(kRed));
+
+  user.type(u"B2", u"=100+20");
+  EXPECT_EQ(formula("B2"), u"=100+20");
+  EXPECT_EQ(colour("B2"), kBlue);
+  EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
+  EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
+  EXPECT_EQ(redo_caption(), "Can't &Redo");
+  EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
+
+  user.press_undo();
+  EXPECT_EQ(formula("B2"), u"7");
+  EXPECT_EQ(colour("B2"), kRed);
+  EXPECT_EQ(r("B2")->font()->bold(), Variant(true));
+  EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
+  EXPECT_EQ(redo_caption(), "&Redo Text Entry (QZ)");
+
+  user.press_redo();
+  EXPECT_EQ(formula("B2"), u"=100+20");
+  EXPECT_EQ(colour("B2"), kBlue);
+  EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
+}
+
+TEST_F(AutoColor, EachTypedEntryLeavesOnlyItsOwnUnitSinceTypingRetakesUndo) {
+  user.type(u"A1", u"1");
+  user.type(u"A2", u"=A1+2");
+  EXPECT_EQ(colour("A2"), kRed);
+  EXPECT_THAT(undo_texts(), ElementsAre("&Undo Text Entry (QZ)"));
+  user.press_undo();
+  EXPECT_EQ(formula("A2"), u"");
+  EXPECT_EQ(formula("A1"), u"1");
+}
+
+TEST_F(AutoColor, TextIsLeftAsTheApplicationEnteredIt) {
+  r("C1")->font()->set_color(Variant(kRed));
+  user.type(u"C1", u"label");
+  EXPECT_EQ(colour("C1"), kRed);
+  // Nothing was captured, so the person's own Undo still takes the typing back.
+  EXPECT_EQ(undo_caption(), "&Undo Typing");
+  user.press_undo();
+  EXPECT_EQ(formula("C1"), u"");
+}
+
+TEST_F(AutoColor, CtrlEnterColoursTheSelectionAndOneUndoRestoresAllOfIt) {
+  r("B2")->set_formula(u"old");
+  user.select(u"A1:C3");
+  user.ctrl_enter(u"5");
+  for (const char* cell : {"A1", "B1", "C1", "A2", "B2", "C2", "A3", "B3", "C3"}) {
+    EXPECT_EQ(formula(cell), u"5") << cell;
+    EXPECT_EQ(colour(cell), kBlue) << cell;
+  }
+  EXPECT_FALSE(frame::session().CtrlEnterPressed);
+  EXPECT_THAT(undo_texts(), ElementsAre("&Undo Text Entry (QZ)"));
+
+  user.press_undo();
+  for (const char* cell : {"A1", "B1", "C1", "A2", "C2", "A3", "B3", "C3"}) {
+    EXPECT_EQ(formula(cell), u"") << cell;
+    EXPECT_EQ(colour(cell), 0) << cell;
+  }
+  EXPECT_EQ(formula("B2"), u"old");
+}
+
+TEST_F(AutoColor, APlainEnterAfterCtrlEnterColoursOnlyTheActiveCell) {
+  user.select(u"A1:B1");
+  user.ctrl_enter(u"=A5+2");
+  EXPECT_EQ(formula("B1"), u"=B5+2");
+  EXPECT_EQ(colour("B1"), kRed);
+  user.select(u"A2:B2");
+  user.type(u"9");
+  EXPECT_EQ(colour("A2"), kBlue);
+  EXPECT_EQ(formula("B2"), u"");
+}
+
+TEST_F(AutoColor, TurnedOffNothingRunsOnEntry) {
+  ac->ToggleAutoColor();
+  user.type(u"A1", u"5");
+  EXPECT_EQ(colour("A1"), 0);
+  EXPECT_EQ(undo_caption(), "&Undo Typing");
+}
+
+// --- A client's veto -----------------------------------------------------------------------
+
+TEST_F(AutoColor, TheRivuletProductMayKeepACellsColour) {
+  start_product(u"RivuletXL", u"Rivulet");
+  callback->keep_colour = true;
+  r("A1")->font()->set_color(Variant(kRed));
+  user.type(u"A1", u"42");
+  EXPECT_EQ(colour("A1"), kRed);
+  EXPECT_THAT(callback->colours_asked, ElementsAre(kRed));
+  // The entry is still the library's to undo.
+  EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
+
+  callback->keep_colour = false;
+  user.type(u"A2", u"43");
+  EXPECT_EQ(colour("A2"), kBlue);
+  // An automatic colour has no palette entry: the product is told 0.
+  EXPECT_THAT(callback->colours_asked, ElementsAre(kRed, 0));
+  // An emptied cell has no content to ask about.
+  user.type(u"A2", u"");
+  EXPECT_EQ(callback->colours_asked.size(), 2u);
+}
+
+// --- The rule table ------------------------------------------------------------------------
+
+// The colours each rule gives, distinct so that the colour names the rule that fired.
+constexpr int32_t kUntouched = 107;
+const std::map<int32_t, std::string> kRuleOf = {
+    {101, "Input"},    {102, "Partial"},   {103, "Formula"}, {104, "SheetLink"},
+    {105, "BookLink"}, {106, "Hyperlink"}, {kUntouched, "-"}};
+
+class RuleTable : public ClientTest {
+ protected:
+  struct Case {
+    std::string address, entry;
+  };
+
+  void SetUp() override {
+    ac->SetInputColor(Variant(101));
+    ac->SetPartialInputColor(Variant(102));
+    ac->SetFormulaColor(Variant(103));
+    ac->SetWksLinkColor(Variant(104));
+    ac->SetWkbLinkColor(Variant(105));
+    ac->SetHyperlinkColor(Variant(106));
+    ws->set_name(u"Model");
+    std::ifstream in(std::string(QZXL_AUTOCOLOR_GOLDEN_DIR) + "/rule_cases.txt");
+    ASSERT_TRUE(in);
+    std::vector<std::vector<std::string>> scene;
+    for (std::string line; std::getline(in, line);) {
+      if (line.empty() || line[0] == '#') continue;
+      std::istringstream words(line);
+      std::vector<std::string> w;
+      for (std::string x; words >> x;) w.push_back(x);
+      if (line[0] == '@') {
+        scene.push_back(w);
+        continue;
+      }
+      const size_t blank = line.find(' ');
+      cases.push_back({w[0], blank == std::string::npos ? "" : line.substr(blank + 1)});
+    }
+    // Sheets and names first, so formulas can refer to them; links and hiding last, over
+    // what was typed.
+    for (const auto& w : scene)
+      if (w[0] == "@sheet")
+        wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u16(w[1]));
+    for (const auto& w : scene)
+      if (w[0] == "@name") {
+        host::NameAddArgs args;
+        args.name = Variant(u16(w[1]));
+        args.refers_to = Variant(u16(w[2]));
+        wb->names()->add(args);
+      }
+    for (const Case& c : cases) r(c.address.c_str())->set_formula(u16(c.entry));
+    for (const auto& w : scene) {
+      if (w[0] == "@link") ws->hyperlinks()->add(r(w[1].c_str()), u16(w[2]));
+      if (w[0] == "@hide-row") r(("A" + w[1]).c_str())->entire_row()->set_hidden(true);
+      if (w[0] == "@hide-column") r((w[1] + "1").c_str())->entire_column()->set_hidden(true);
+    }
+  }
+
+  // Colours every case cell with AutoColorCell, from the same untouched colour.
+  std::map<std::string, std::string> colour_cells(bool names) {
+    std::map<std::string, std::string> out;
+    for (const Case& c : cases) r(c.address.c_str())->font()->set_color(Variant(kUntouched));
+    for (const Case& c : cases) ac->AutoColorCell(r(c.address.c_str()), false, names);
+    for (const Case& c : cases) out[c.address] = rule(c.address);
+    return out;
+  }
+  std::string rule(const std::string& address) {
+    auto it = kRuleOf.find(colour(address.c_str()));
+    return it == kRuleOf.end() ? "?" : it->second;
+  }
+  bool hidden(const host::RangePtr& lines) { return lines->hidden() == Variant(true); }
+
+  std::vector<Case> cases;
+};
+
+TEST_F(RuleTable, GoldenFile) {
+  const auto with_names = colour_cells(true);
+  std::map<std::string, bool> row_hidden, column_hidden;
+  for (const Case& c : cases) {
+    row_hidden[c.address] = hidden(r(c.address.c_str())->entire_row());
+    column_hidden[c.address] = hidden(r(c.address.c_str())->entire_column());
+  }
+  const auto without_names = colour_cells(false);
+  ac->SetAutoColorText(Variant(true));
+  ac->SetAutoColorDates(Variant(true));
+  const auto opted_in = colour_cells(true);
+
+  std::ostringstream actual;
+  for (const Case& c : cases) {
+    std::string head = c.address + " " + c.entry;
+    head.resize(std::max<size_t>(head.size() + 1, 30), ' ');
+    actual << head << "names=" << with_names.at(c.address)
+           << " plain=" << without_names.at(c.address) << " opted-in=" << opted_in.at(c.address);
+    if (row_hidden[c.address]) actual << " (row hidden again)";
+    if (column_hidden[c.address]) actual << " (column hidden again)";
+    actual << "\n";
+  }
+  const std::string expected_path = std::string(QZXL_AUTOCOLOR_GOLDEN_DIR) + "/rule_expected.txt";
+  if (std::getenv("QZXL_UPDATE_GOLDEN")) std::ofstream(expected_path) << actual.str();
+  std::stringstream expected;
+  expected << std::ifstream(expected_path).rdbuf();
+  EXPECT_EQ(actual.str(), expected.str());
+}
+
+TEST_F(RuleTable, ARunGivesEveryFilledCellWhatTheCellRulesGive) {
+  const auto one_by_one = colour_cells(true);
+  for (const Case& c : cases) r(c.address.c_str())->font()->set_color(Variant(kUntouched));
+  bool names = true;
+  ac->AutoColorRange(ws->used_range(), u"Model", &names);
+  for (const Case& c : cases) {
+    const std::string expected = c.entry.empty() ? "-" : one_by_one.at(c.address);
+    EXPECT_EQ(rule(c.address), expected) << c.address << " " << c.entry;
+  }
+}
+
+// --- Runs ----------------------------------------------------------------------------------
+
+class Runs : public ClientTest {
+ protected:
+  void fill(const char* address, const char16_t* entry) { r(address)->set_formula(entry); }
+  void add_names(int32_t n) {
+    for (int32_t i = 0; i < n; ++i) {
+      host::NameAddArgs args;
+      args.name = Variant(u"Name_" + u16(std::to_string(names_added++)));
+      args.refers_to = Variant(u"=Sheet1!$A$1");
+      wb->names()->add(args);
+    }
+  }
+  const std::vector<ShownMessage>& messages() { return scope.ui->messages; }
+  int names_added = 0;
+};
+
+TEST_F(Runs, ARangeRunShowsProgressEveryHundredCellsAndIsOneUndoStep) {
+  fill("A1", u"=1+2");
+  fill("J25", u"=A1*3");
+  ac->AutoColorRange(r("A1:J25"));
+  EXPECT_THAT(scope.ui->progress_starts, ElementsAre(Pair(16777215, 8388608)));
+  EXPECT_THAT(scope.ui->progress_shown, ElementsAre(Pair(u"AutoColoring Selected Range...", 0),
+                                                    Pair(u"AutoColoring Selected Range...", 40),
+                                                    Pair(u"AutoColoring Selected Range...", 80)));
+  EXPECT_EQ(colour("A1"), kBlue);
+  EXPECT_EQ(colour("J25"), kRed);
+  EXPECT_EQ(colour("B1"), 0);  // empty cells are passed over
+  EXPECT_TRUE(app->screen_updating());
+  EXPECT_EQ(undo_caption(), "&Undo Selected Range (QZ)");
+  user.press_undo();
+  EXPECT_EQ(colour("A1"), 0);
+  EXPECT_EQ(colour("J25"), 0);
+}
+
+TEST_F(Runs, TheSelectionMenuButtonColoursTheSelection) {
+  auto button = ac->CreateAutoColorSelectionMenuBtn(Variant(menu->FormatMenu()));
+  fill("B2", u"4");
+  fill("B3", u"5");
+  user.select(u"B2");
+  user.click(button);
+  EXPECT_EQ(colour("B2"), kBlue);
+  EXPECT_EQ(colour("B3"), 0);
+}
+
+TEST_F(Runs, ASheetRunAsksFirstAndChartSheetsAreLeftAlone) {
+  fill("A1", u"5");
+  scope.ui->answers = {msgbox::Cancel};
+  ac->AutoColorSheet(ws);
+  ASSERT_EQ(messages().size(), 1u);
+  EXPECT_EQ(messages()[0].prompt, vblib::Strings::message(5030));
+  EXPECT_EQ(messages()[0].style, msgbox::OKCancel);
+  EXPECT_EQ(messages()[0].title, u"Quazel");
+  EXPECT_EQ(colour("A1"), 0);
+
+  ac->AutoColorSheet(ws);
+  EXPECT_EQ(colour("A1"), kBlue);
+  EXPECT_EQ(undo_caption(), "&Undo Sheet1 (QZ)");
+
+  app->workbooks()->add(Variant(host::xl::Chart));
+  const size_t shown = messages().size();
+  ac->AutoColorSheet();  // the active sheet is a chart
+  EXPECT_EQ(messages().size(), shown);
+}
+
+TEST_F(Runs, OnlyMoreThanFiveHundredNamesBringTheNamesQuestion) {
+  wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
+  fill("A2", u"=Far");
+  host::NameAddArgs far;
+  far.name = Variant(u"Far");
+  far.refers_to = Variant(u"=Other!$A$1");
+  wb->names()->add(far);
+  add_names(499);  // 500 names
+  ac->SetWksLinkColor(Variant(kPlum));
+  ac->SetFormulaColor(Variant(int32_t{103}));
+  ac->AutoColorSheet(ws, false);
+  EXPECT_TRUE(messages().empty());
+  EXPECT_EQ(colour("A2"), 103);  // no named-link search in a sheet run by default
+
+  add_names(500);  // 501 names
+  scope.ui->answers = {msgbox::Yes};
+  ac->AutoColorSheet(ws, false);
+  ASSERT_EQ(messages().size(), 1u);
+  EXPECT_EQ(messages()[0].prompt,
+            u"The active workbook has more than 500 defined names.\r\nDo you want to search for "
+            u"and color-code formulas containing links to named cells in other sheets?");
+  EXPECT_EQ(messages()[0].style, msgbox::YesNoCancel);
+  EXPECT_EQ(colour("A2"), kPlum);
+
+  r("A2")->font()->set_color(Variant(kRed));
+  scope.ui->answers = {msgbox::Cancel};
+  ac->AutoColorSheet(ws, false);
+  EXPECT_EQ(colour("A2"), kRed);
+}
+
+TEST_F(Runs, AWorkbookRunAsksOnceAndColoursEveryWorksheet) {
+  auto second = wb->worksheets()->add(Variant::missing(), Variant(ws));
+  fill("A1", u"1");
+  second->range(Variant(u"B2"))->set_formula(u"=Sheet1!A1");
+  ac->SetWksLinkColor(Variant(kPlum));
+  scope.ui->answers = {msgbox::Cancel};
+  ac->AutoColorWorkbook(wb);
+  EXPECT_EQ(colour("A1"), 0);
+  ASSERT_EQ(messages().size(), 1u);
+  EXPECT_EQ(messages()[0].prompt,
+            u"Reformatting cell colors throughout an entire workbook may take awhile... but it is "
+            u"very helpful.  Do you wish to proceed?");
+
+  ac->AutoColorWorkbook();
+  EXPECT_EQ(messages().size(), 2u);
+  EXPECT_EQ(colour("A1"), kBlue);
+  EXPECT_EQ(to_long(second->range(Variant(u"B2"))->font()->color()), kPlum);
+}
+
+// --- Settings and buttons ------------------------------------------------------------------
+
+class Settings : public ClientTest {
+ protected:
+  String stored(const char16_t* name) {
+    return frame::session().AutoColorSettings->read(vblib::kHkeyCurrentUser, name);
+  }
+};
+
+TEST_F(Settings, AFreshUserGetsTheDefaultsWrittenOnFirstRead) {
+  EXPECT_EQ(stored(u"InputColor"), u"");
+  EXPECT_EQ(ac->InputColor(), kBlue);
+  EXPECT_EQ(stored(u"InputColor"), u"16711680");
+  EXPECT_EQ(ac->PartialInputColor(), 255);
+  EXPECT_EQ(ac->FormulaColor(), 0);
+  EXPECT_EQ(ac->WksLinkColor(), 0);
+  EXPECT_EQ(ac->WkbLinkColor(), 255);
+  EXPECT_EQ(ac->HyperlinkColor(), kPlum);
+  EXPECT_EQ(ac->DummyNumberColor(), 255);
+  EXPECT_TRUE(ac->AutoColorOn());
+  EXPECT_TRUE(ac->AutoColorHyperlinks());
+  EXPECT_FALSE(ac->AutoColorText());
+  EXPECT_FALSE(ac->AutoColorDates());
+  EXPECT_EQ(stored(u"Dates"), u"False");
+}
+
+TEST_F(Settings, SettersStoreWhatTheyAreGivenAndEveryObjectAgrees) {
+  EXPECT_EQ(ac->SetInputColor(Variant(int32_t{123})), 123);
+  EXPECT_EQ(lib->NewAutoColor()->InputColor(), 123);
+  EXPECT_EQ(ac->SetInputColor(), kBlue);
+  EXPECT_EQ(ac->InputColor(), kBlue);
+  EXPECT_TRUE(ac->SetAutoColorText(Variant(int32_t{1})));
+  EXPECT_TRUE(lib->NewAutoColor()->AutoColorText());
+  EXPECT_EQ(ac->SetWkbLinkColor(Variant(int32_t{99999999})), 99999999);  // no range check
+  frame::session().AutoColorSettings->write(vblib::kHkeyCurrentUser, u"Hyperlinks", u"fAlSe");
+  EXPECT_FALSE(ac->AutoColorHyperlinks());
+  frame::session().AutoColorSettings->write(vblib::kHkeyCurrentUser, u"FormulaColor", u"blue");
+  EXPECT_EQ(ac->FormulaColor(), 0);
+  EXPECT_EQ(ac->NoAutoColorSmartCycleName(), u"No AutoColor");
+}
+
+TEST_F(Settings, ToggleFlipsTheSwitchTheButtonAndTheEntryHook) {
+  auto button = ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()), Variant(true));
+  EXPECT_EQ(button->state(), host::mso::ButtonDown);
+  EXPECT_EQ(app->on_entry(), u"mDOM.RunAutoColor");
+  EXPECT_EQ(button->on_action(), u"mDOM.ToggleAutoColor");
+
+  user.click(button);  // the client's "mDOM.ToggleAutoColor"
+  EXPECT_FALSE(ac->AutoColorOn());
+  EXPECT_EQ(button->state(), host::mso::ButtonUp);
+  EXPECT_EQ(app->on_entry(), u"");
+
+  EXPECT_TRUE(ac->ToggleAutoColor());
+  EXPECT_EQ(button->state(), host::mso::ButtonDown);
+  EXPECT_EQ(app->on_entry(), u"mDOM.RunAutoColor");
+}
+
+class Buttons : public ClientTest {
+ protected:
+  std::vector<String> format_captions() {
+    std::vector<String> out;
+    auto controls = menu->FormatMenu()->controls();
+    for (int32_t i = 1; i <= controls->count(); ++i)
+      out.push_back(controls->item(Variant(i))->caption());
+    return out;
+  }
+};
+
+TEST_F(Buttons, ClearFormatMenuRemovesOnlyAutoColorButtonsWhoeverMadeThem) {
+  const auto before = format_captions();
+  // Buttons left by an earlier start: made by another object, in no collection of this one.
+  auto earlier = lib->NewAutoColor();
+  auto format = Variant(menu->FormatMenu());
+  earlier->CreateAutoColorMenuBtn(format);
+  earlier->CreateAutoColorSelectionMenuBtn(format);
+  earlier->CreateAutoColorSheetMenuBtn(format, Variant(true), Variant(1));
+  earlier->CreateAutoColorWkbMenuBtn(format);
+  menu->CreateBtn(Variant(u"AutoColor &Sheet... (copy)"), Variant::missing(), format);
+  EXPECT_EQ(format_captions().size(), before.size() + 5);
+  ac->ClearFormatMenu();
+  auto after = before;
+  after.push_back(u"AutoColor &Sheet... (copy)");
+  EXPECT_EQ(format_captions(), after);
+}
+
+TEST_F(Buttons, DeletingTwiceDoesNoHarm) {
+  auto format = Variant(menu->FormatMenu());
+  const size_t n = format_captions().size();
+  ac->CreateAutoColorSheetMenuBtn(format);
+  ac->CreateAutoColorSheetMenuBtn(format);
+  ac->CreateAutoColorWkbMenuBtn(format);
+  ac->DeleteAutoColorSheetMenuBtns();
+  ac->DeleteAutoColorSheetMenuBtns();
+  EXPECT_EQ(format_captions().size(), n + 1);
+  ac->ClearFormatMenu();
+  ac->DeleteAutoColorWkbMenuBtns();  // gone already
+  EXPECT_EQ(format_captions().size(), n);
+}
+
+}  // namespace
+}  // namespace qz::test
