@@ -115,7 +115,9 @@ std::string_view Relationship::kind() const {
 void parse_xml(std::string& text, pugi::xml_document& doc, const std::string& where) {
   if (std::string problem = prolog_problem(text); !problem.empty())
     throw Error(err::host_failure, where + " " + problem);
-  unsigned options = pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single;
+  // Comments and processing instructions are kept: a patched part writes them back.
+  unsigned options = pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single |
+                     pugi::parse_comments | pugi::parse_pi;
   auto r = doc.load_buffer_inplace(text.data(), text.size(), options);
   if (!r)
     throw Error(err::host_failure, where + " is not well-formed XML (" + r.description() +

@@ -1,0 +1,1033 @@
+// Loading a package into the engine's model. Small parts (workbook, styles, theme, drawings,
+// properties) are read as trees; worksheets and shared strings, which can hold millions of
+// items, are read token by token straight into the cell store.
+#include <cmath>
+
+#include "engine/calc/calc.hpp"
+#include "engine/numfmt/numfmt.hpp"
+#include "engine/xlsx/common.hpp"
+#include "engine/xlsx/read.hpp"
+#include "engine/xlsx/state.hpp"
+#include "engine/xlsx/xlsx.hpp"
+#include "engine/xlsx/xml_scan.hpp"
+#include "qzxl/convert.hpp"
+#include "qzxl/error.hpp"
+
+namespace qz::engine::xlsx {
+
+namespace {
+
+using T = XmlScanner::Token;
+
+auto scan_getter(const XmlScanner& x) {
+  return [&x](const char* name) -> std::optional<std::string_view> {
+    bool found = false;
+    std::string_view v = x.attr(name, &found);
+    if (!found) return std::nullopt;
+    return v;
+  };
+}
+
+FontRec read_font(const pugi::xml_node& n) {
+  FontRec f;
+  f.family = 0;
+  f.scheme.clear();
+  for (pugi::xml_node c : n.children())
+    apply_font_child(f, local_name(c.name()), [c](const char* a) { return node_attr(c, a); });
+  return f;
+}
+
+Color read_node_color(const pugi::xml_node& n) {
+  return read_color([n](const char* a) { return node_attr(n, a); });
+}
+
+HAlign halign_of(std::string_view v) {
+  if (v == "left") return HAlign::Left;
+  if (v == "center") return HAlign::Center;
+  if (v == "right") return HAlign::Right;
+  if (v == "fill") return HAlign::Fill;
+  if (v == "justify") return HAlign::Justify;
+  if (v == "centerContinuous") return HAlign::CenterContinuous;
+  if (v == "distributed") return HAlign::Distributed;
+  return HAlign::General;
+}
+
+int32_t automation_rgb(uint32_t argb) {
+  uint32_t r = (argb >> 16) & 0xff, g = (argb >> 8) & 0xff, b = argb & 0xff;
+  return static_cast<int32_t>(r | (g << 8) | (b << 16));
+}
+
+// Days since 30 December 1899 for a civil date (proleptic Gregorian).
+double automation_days(int y, int m, int d) {
+  y -= m <= 2;
+  const int era = (y >= 0 ? y : y - 399) / 400;
+  const unsigned yoe = static_cast<unsigned>(y - era * 400);
+  const unsigned doy =
+      (153 * static_cast<unsigned>(m + (m > 2 ? -3 : 9)) + 2) / 5 + static_cast<unsigned>(d) - 1;
+  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
+  const long days_since_1970 = static_cast<long>(era) * 146097 + static_cast<long>(doe) - 719468;
+  return static_cast<double>(days_since_1970 + 25569);
+}
+
+struct IsoTime {
+  int year = 0, month = 0, day = 0;
+  double fraction = 0;  // of a day
+};
+
+// "2024-03-01T12:30:00Z" (time, seconds and zone optional), or nothing.
+std::optional<IsoTime> iso_parts(std::string_view t) {
+  IsoTime r;
+  int h = 0, mi = 0;
+  double s = 0;
+  auto num = [&](size_t at, size_t len, int& out) {
+    if (at + len > t.size()) return false;
+    out = 0;
+    for (size_t i = at; i < at + len; ++i) {
+      if (t[i] < '0' || t[i] > '9') return false;
+      out = out * 10 + (t[i] - '0');
+    }
+    return true;
+  };
+  if (!num(0, 4, r.year) || t.size() < 10 || t[4] != '-' || !num(5, 2, r.month) || t[7] != '-' ||
+      !num(8, 2, r.day))
+    return std::nullopt;
+  if (r.month < 1 || r.month > 12 || r.day < 1 || r.day > 31) return std::nullopt;
+  if (t.size() > 10) {
+    if (t[10] != 'T' && t[10] != ' ') return std::nullopt;
+    if (!num(11, 2, h) || t.size() < 16 || t[13] != ':' || !num(14, 2, mi)) return std::nullopt;
+    if (t.size() > 16 && t[16] == ':') {
+      size_t e = 17;
+      while (e < t.size() && ((t[e] >= '0' && t[e] <= '9') || t[e] == '.')) ++e;
+      s = parse_double(t.substr(17, e - 17)).value_or(0);
+    }
+  }
+  r.fraction = (h * 3600 + mi * 60 + s) / 86400.0;
+  return r;
+}
+
+// An ISO date-time as an automation date.
+std::optional<double> iso_datetime(std::string_view t) {
+  auto p = iso_parts(t);
+  if (!p) return std::nullopt;
+  return automation_days(p->year, p->month, p->day) + p->fraction;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------------------------
+
+Loader::Loader(std::shared_ptr<const Package> pkg) : pkg_(std::move(pkg)) {
+  state_ = std::make_shared<BookState>();
+  state_->package = pkg_;
+}
+
+std::string Loader::where(std::string_view part) const {
+  return "cannot open '" + pkg_->display_name() + "': part '" + std::string(part) + "'";
+}
+
+void Loader::fail(std::string_view part, const std::string& problem) const {
+  throw Error(err::host_failure, where(part) + " " + problem);
+}
+
+BookPtr Loader::run(String book_name) {
+  book_ = std::make_shared<Book>(std::move(book_name));
+  book_->file_state = state_;
+  state_->workbook_part = pkg_->workbook_part();
+
+  for (const auto& r : pkg_->relationships(""))
+    if (r.kind() == "custom-properties" && !r.external && pkg_->has_part(r.part))
+      state_->custom_props_part = r.part;
+
+  workbook_rels_ = pkg_->relationships(state_->workbook_part);
+  for (const auto& r : workbook_rels_) {
+    if (r.external || !pkg_->has_part(r.part)) continue;
+    std::string_view k = r.kind();
+    if (k == "styles")
+      state_->styles_part = r.part;
+    else if (k == "sharedStrings")
+      state_->strings_part = r.part;
+    else if (k == "theme")
+      read_theme(r.part);
+    else if (k == "vbaProject")
+      book_->has_vba = true;
+  }
+
+  read_styles();
+  if (!state_->strings_part.empty()) read_strings(state_->strings_part);
+  read_workbook();
+  if (!state_->custom_props_part.empty()) read_custom_props(state_->custom_props_part);
+  state_->props = book_->props;
+  book_->loaded();
+  return book_;
+}
+
+// --- workbook ---------------------------------------------------------------------------------
+
+void Loader::read_workbook() {
+  const std::string& part = state_->workbook_part;
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  pugi::xml_node wb = doc.document_element();
+  if (local_name(wb.name()) != "workbook")
+    fail(part, "is not a workbook (its root is <" + std::string(wb.name()) + ">)");
+
+  std::map<std::string, const Relationship*> rels;
+  for (const auto& r : workbook_rels_) rels[r.id] = &r;
+
+  // Children are looked up by local name, so strict packages (another namespace, perhaps
+  // under a prefix) read the same.
+  auto child = [](const pugi::xml_node& n, std::string_view tag) {
+    for (pugi::xml_node c : n.children())
+      if (local_name(c.name()) == tag) return c;
+    return pugi::xml_node();
+  };
+
+  if (pugi::xml_node pr = child(wb, "workbookPr")) {
+    book_->date1904 = parse_bool(node_attr(pr, "date1904").value_or("0"), false);
+    book_->code_name = from_utf8(pr.attribute("codeName").value());
+  }
+
+  int32_t active_tab = 0;
+  if (pugi::xml_node views = child(wb, "bookViews")) {
+    book_->windows.clear();
+    bool first = true;
+    for (pugi::xml_node v : views.children()) {
+      if (local_name(v.name()) != "workbookView") continue;
+      WindowRec w;
+      std::string_view vis = v.attribute("visibility").value();
+      w.visible = vis != "hidden" && vis != "veryHidden";
+      if (first)
+        active_tab = static_cast<int32_t>(parse_int(v.attribute("activeTab").value()).value_or(0));
+      first = false;
+      book_->windows.push_back(std::move(w));
+    }
+    if (book_->windows.empty()) book_->windows.emplace_back();
+  }
+
+  pugi::xml_node sheets = child(wb, "sheets");
+  std::vector<SheetId> by_position;
+  for (pugi::xml_node sn : sheets.children()) {
+    if (local_name(sn.name()) != "sheet") continue;
+    std::string name = sn.attribute("name").value();
+    std::string rid(rel_id_of(sn));
+    auto it = rels.find(rid);
+    if (it == rels.end() || it->second->external || !pkg_->has_part(it->second->part)) {
+      // A sheet entry without a part shows nothing; the application drops it on repair, and
+      // so does a save that rewrites the workbook part.
+      by_position.push_back(calc::kNoSheet);
+      continue;
+    }
+    const Relationship& rel = *it->second;
+    std::string_view kind = rel.kind();
+    SheetKind sk = kind == "chartsheet" ? SheetKind::Chart : SheetKind::Worksheet;
+    Sheet* s = nullptr;
+    try {
+      s = &book_->add_sheet(from_utf8(name), sk, -1, false);
+    } catch (const Error& e) {
+      fail(part,
+           "has a sheet named '" + name + "' that cannot be a sheet name (" + e.message() + ")");
+    }
+    std::string_view st = sn.attribute("state").value();
+    s->visibility = st == "veryHidden" ? 2 : st == "hidden" ? 0 : -1;
+    auto ss = std::make_shared<SheetState>();
+    ss->part = rel.part;
+    ss->rel_id = rid;
+    ss->sheet_id = sn.attribute("sheetId").value();
+    s->file_state = ss;
+    by_position.push_back(s->id);
+    if (sk == SheetKind::Chart || kind == "dialogsheet")
+      read_sheet_extras(*s, *ss, kind == "dialogsheet");
+    else
+      read_worksheet(*s, *ss);
+  }
+  if (book_->sheets.empty()) fail(part, "lists no sheets");
+  book_->active_sheet =
+      std::clamp<int32_t>(active_tab, 0, static_cast<int32_t>(book_->sheets.size()) - 1);
+
+  if (pugi::xml_node names = child(wb, "definedNames")) {
+    for (pugi::xml_node dn : names.children()) {
+      if (local_name(dn.name()) != "definedName") continue;
+      DefinedName d;
+      bool orphan = false;  // scoped to a sheet that is not there
+      d.name = from_utf8(dn.attribute("name").value());
+      for (pugi::xml_attribute a : dn.attributes()) {
+        std::string_view an = a.name();
+        if (an == "name") continue;
+        if (an == "localSheetId") {
+          auto i = parse_int(a.value());
+          if (i && *i >= 0 && *i < static_cast<int64_t>(by_position.size()) &&
+              by_position[*i] != calc::kNoSheet)
+            d.scope = by_position[*i];
+          else
+            orphan = true;
+        } else if (an == "hidden") {
+          d.hidden = parse_bool(a.value(), false);
+        } else if (an == "comment") {
+          d.comment = from_utf8(a.value());
+        } else {
+          d.attrs.emplace_back(from_utf8(an), from_utf8(a.value()));
+        }
+      }
+      d.formula = from_utf8(dn.text().get());
+      // Names are parsed when something evaluates them; a name whose text the engine
+      // cannot read is kept as text and written back as it was.
+      if (!orphan) book_->load_name(std::move(d));
+    }
+  }
+  state_->sheets_loaded = book_->sheets.size();
+  for (const auto& sp : book_->sheets) {
+    auto ss = std::static_pointer_cast<SheetState>(sp->file_state);
+    state_->sheet_parts.emplace_back(ss->rel_id, ss->part);
+    for (const FormulaCell& f : sp->formulas) ss->formulas += f.live;
+  }
+}
+
+// --- theme, styles, strings ---------------------------------------------------------------------
+
+void Loader::read_theme(const std::string& part) {
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  pugi::xml_node scheme;
+  for (pugi::xml_node n : doc.document_element().children())
+    if (local_name(n.name()) == "themeElements")
+      for (pugi::xml_node c : n.children())
+        if (local_name(c.name()) == "clrScheme") scheme = c;
+  if (!scheme) return;
+  static constexpr std::string_view order[] = {"dk1",     "lt1",     "dk2",     "lt2",
+                                               "accent1", "accent2", "accent3", "accent4",
+                                               "accent5", "accent6", "hlink",   "folHlink"};
+  for (size_t i = 0; i < 12; ++i) {
+    for (pugi::xml_node c : scheme.children()) {
+      if (local_name(c.name()) != order[i]) continue;
+      for (pugi::xml_node v : c.children()) {
+        std::string_view tag = local_name(v.name());
+        const char* hex = tag == "srgbClr"  ? v.attribute("val").value()
+                          : tag == "sysClr" ? v.attribute("lastClr").value()
+                                            : "";
+        uint32_t rgb = 0;
+        std::string_view h = hex;
+        if (h.size() == 6 && std::from_chars(h.data(), h.data() + 6, rgb, 16).ec == std::errc())
+          book_->theme[i] = rgb;
+      }
+    }
+  }
+}
+
+void Loader::read_styles() {
+  StyleTable& st = book_->styles;
+  const std::string& part = state_->styles_part;
+  auto model_counts = [&] {
+    return BookState::Counts{st.fonts.size(), st.fills.size(), st.borders.size(), st.xfs.size()};
+  };
+  state_->palette = book_->palette;
+  if (part.empty()) {
+    // No styles part: the engine's defaults stand, all of them new to the file.
+    state_->in_model = model_counts();
+    return;
+  }
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  st.clear();
+  pugi::xml_node root = doc.document_element();
+  for (pugi::xml_node sec : root.children()) {
+    std::string_view tag = local_name(sec.name());
+    if (tag == "numFmts") {
+      for (pugi::xml_node n : sec.children()) {
+        auto id = parse_int(n.attribute("numFmtId").value());
+        if (!id || *id < 0 || *id > 100000) continue;
+        uint32_t uid = static_cast<uint32_t>(*id);
+        state_->numfmt_ids.insert(uid);
+        if (uid >= 164 || !numfmt::builtin_code(static_cast<int32_t>(uid)))
+          st.numfmts[uid] = from_utf8(n.attribute("formatCode").value());
+      }
+    } else if (tag == "fonts") {
+      for (pugi::xml_node n : sec.children())
+        if (local_name(n.name()) == "font") st.fonts.push_back(read_font(n));
+    } else if (tag == "fills") {
+      for (pugi::xml_node n : sec.children()) {
+        if (local_name(n.name()) != "fill") continue;
+        FillRec f;
+        for (pugi::xml_node p : n.children()) {
+          std::string_view pt = local_name(p.name());
+          if (pt == "gradientFill") {
+            f.gradient = true;
+          } else if (pt == "patternFill") {
+            f.pattern = from_utf8(node_attr(p, "patternType").value_or("none"));
+            for (pugi::xml_node c : p.children()) {
+              std::string_view ct = local_name(c.name());
+              if (ct == "fgColor")
+                f.fg = read_node_color(c);
+              else if (ct == "bgColor")
+                f.bg = read_node_color(c);
+            }
+          }
+        }
+        st.fills.push_back(std::move(f));
+      }
+    } else if (tag == "borders") {
+      for (pugi::xml_node n : sec.children()) {
+        if (local_name(n.name()) != "border") continue;
+        BorderRec b;
+        b.diagonal_up = parse_bool(n.attribute("diagonalUp").value(), false);
+        b.diagonal_down = parse_bool(n.attribute("diagonalDown").value(), false);
+        for (pugi::xml_node side : n.children()) {
+          std::string_view sd = local_name(side.name());
+          BorderSide* bs = sd == "left" || sd == "start"  ? &b.left
+                           : sd == "right" || sd == "end" ? &b.right
+                           : sd == "top"                  ? &b.top
+                           : sd == "bottom"               ? &b.bottom
+                           : sd == "diagonal"             ? &b.diagonal
+                                                          : nullptr;
+          if (!bs) continue;
+          bs->style = from_utf8(side.attribute("style").value());
+          for (pugi::xml_node c : side.children())
+            if (local_name(c.name()) == "color") bs->color = read_node_color(c);
+        }
+        st.borders.push_back(std::move(b));
+      }
+    } else if (tag == "cellXfs") {
+      for (pugi::xml_node n : sec.children()) {
+        if (local_name(n.name()) != "xf") continue;
+        Xf x;
+        auto u = [&](const char* a) {
+          return static_cast<uint32_t>(
+              std::max<int64_t>(0, parse_int(n.attribute(a).value()).value_or(0)));
+        };
+        x.font = u("fontId");
+        x.fill = u("fillId");
+        x.border = u("borderId");
+        x.numfmt = u("numFmtId");
+        x.xf_id = u("xfId");
+        x.quote_prefix = parse_bool(n.attribute("quotePrefix").value(), false);
+        static constexpr const char* apply[] = {"applyNumberFormat", "applyFont",
+                                                "applyFill",         "applyBorder",
+                                                "applyAlignment",    "applyProtection"};
+        for (int i = 0; i < 6; ++i)
+          if (parse_bool(n.attribute(apply[i]).value(), false))
+            x.apply |= static_cast<uint8_t>(1 << i);
+        for (pugi::xml_node c : n.children()) {
+          std::string_view ct = local_name(c.name());
+          if (ct == "alignment") {
+            x.align.horizontal = halign_of(c.attribute("horizontal").value());
+            x.align.vertical = from_utf8(c.attribute("vertical").value());
+            x.align.wrap = parse_bool(c.attribute("wrapText").value(), false);
+            x.align.shrink = parse_bool(c.attribute("shrinkToFit").value(), false);
+            x.align.indent =
+                static_cast<int32_t>(parse_int(c.attribute("indent").value()).value_or(0));
+            x.align.rotation =
+                static_cast<int32_t>(parse_int(c.attribute("textRotation").value()).value_or(0));
+          } else if (ct == "protection") {
+            x.locked = parse_bool(c.attribute("locked").value(), true);
+            x.hidden = parse_bool(c.attribute("hidden").value(), false);
+          }
+        }
+        st.xfs.push_back(std::move(x));
+      }
+    } else if (tag == "colors") {
+      for (pugi::xml_node c : sec.children()) {
+        if (local_name(c.name()) != "indexedColors") continue;
+        size_t i = 0;
+        for (pugi::xml_node rgb : c.children()) {
+          if (local_name(rgb.name()) != "rgbColor") continue;
+          if (i >= 8 && i < 64) {
+            uint32_t v = 0;
+            std::string_view h = rgb.attribute("rgb").value();
+            std::from_chars(h.data(), h.data() + h.size(), v, 16);
+            book_->palette[i - 8] = automation_rgb(v);
+          }
+          ++i;
+        }
+        state_->custom_palette = true;
+      }
+    }
+  }
+  state_->in_file = model_counts();
+  // Every table needs its record 0 (cells without a style show it); a part that has none gets
+  // the engine's default, which a save writes only if it writes the part at all.
+  StyleTable defaults;
+  if (st.fonts.empty()) st.fonts.push_back(defaults.fonts[0]);
+  if (st.fills.empty()) st.fills = defaults.fills;
+  if (st.borders.empty()) st.borders.push_back(defaults.borders[0]);
+  if (st.xfs.empty()) st.xfs.push_back(defaults.xfs[0]);
+  state_->in_model = model_counts();
+  state_->palette = book_->palette;
+}
+
+// Reads one <si> or <is>: plain text, or runs with their fonts. Phonetic guides (<rPh>) are
+// not part of the cell's text.
+void Loader::read_rich(XmlScanner& x, String& text, std::vector<Run>& runs) {
+  std::string utf8;
+  bool any_run = false;
+  size_t d = x.depth();
+  if (x.self_closing()) {
+    x.next();
+    return;
+  }
+  std::vector<std::pair<size_t, std::optional<FontRec>>> pieces;  // utf8 offset, font
+  for (T t; (t = x.next()) != T::Eof;) {
+    if (t == T::End && x.depth() == d) break;
+    if (t != T::Start) continue;
+    std::string_view tag = x.local();
+    if (tag == "t") {
+      utf8 += x.element_text();
+    } else if (tag == "r") {
+      any_run = true;
+      std::optional<FontRec> font;
+      size_t start = utf8.size();
+      size_t rd = x.depth();
+      if (x.self_closing()) {
+        x.next();
+        continue;
+      }
+      for (T u; (u = x.next()) != T::Eof;) {
+        if (u == T::End && x.depth() == rd) break;
+        if (u != T::Start) continue;
+        if (x.local() == "rPr") {
+          FontRec f;
+          f.family = 0;
+          f.scheme.clear();
+          size_t pd = x.depth();
+          if (!x.self_closing()) {
+            for (T v; (v = x.next()) != T::Eof;) {
+              if (v == T::End && x.depth() == pd) break;
+              if (v == T::Start) apply_font_child(f, x.local(), scan_getter(x));
+            }
+          } else {
+            x.next();
+          }
+          font = std::move(f);
+        } else if (x.local() == "t") {
+          utf8 += x.element_text();
+        } else {
+          x.skip_element();
+        }
+      }
+      pieces.emplace_back(start, std::move(font));
+    } else {
+      x.skip_element();
+    }
+  }
+  text = decode_escapes(from_utf8(utf8));
+  if (!any_run) return;
+  // Run starts count UTF-16 units of the decoded text: convert each piece's offset.
+  for (auto& [off, font] : pieces) {
+    uint32_t start = static_cast<uint32_t>(
+        decode_escapes(from_utf8(std::string_view(utf8).substr(0, off))).size());
+    if (!runs.empty() && runs.back().start == start) runs.pop_back();  // an empty run
+    runs.push_back(Run{start, std::move(font)});
+  }
+}
+
+void Loader::read_strings(const std::string& part) {
+  std::string text = pkg_->read_part(part);
+  XmlScanner x(text, where(part));
+  x.next();
+  if (x.local() != "sst") fail(part, "is not a shared strings part");
+  StringPool& pool = book_->strings;
+  String s;
+  std::vector<Run> runs;
+  for (T t; (t = x.next()) != T::Eof;) {
+    if (t != T::Start) continue;
+    if (x.local() != "si") {
+      x.skip_element();
+      continue;
+    }
+    s.clear();
+    runs.clear();
+    read_rich(x, s, runs);
+    pool.append(s, runs);
+  }
+  state_->strings = pool.size();
+  state_->strings_in_file = pool.size();
+}
+
+// --- worksheets -------------------------------------------------------------------------------
+
+void Loader::read_worksheet(Sheet& s, SheetState& ss) {
+  std::string text = pkg_->read_part(ss.part);
+  XmlScanner x(text, where(ss.part));
+  x.next();
+  ss.root = std::string(x.name());
+  std::string drawing_rid;
+  std::vector<std::pair<Rect, std::string>> link_rids;
+  for (T t; (t = x.next()) != T::Eof;) {
+    if (t != T::Start) continue;
+    std::string_view tag = x.local();
+    if (tag == "sheetData") {
+      ss.data_begin = x.begin();
+      read_rows(x, s, ss);
+      ss.data_end = x.end();
+    } else if (tag == "sheetPr") {
+      s.code_name = from_utf8(x.attr_text("codeName"));
+      x.skip_element();
+    } else if (tag == "sheetFormatPr") {
+      if (auto h = parse_double(x.attr("defaultRowHeight"))) s.default_row_height = *h;
+      if (auto w = parse_double(x.attr("defaultColWidth"))) s.default_col_width = *w;
+      x.skip_element();
+    } else if (tag == "sheetViews") {
+      read_selection(x, s);
+    } else if (tag == "cols") {
+      read_cols(x, s);
+    } else if (tag == "mergeCells") {
+      size_t d = x.depth();
+      if (x.self_closing())
+        x.next();
+      else
+        for (T u; (u = x.next()) != T::Eof && !(u == T::End && x.depth() == d);)
+          if (u == T::Start && x.local() == "mergeCell")
+            if (auto r = parse_ref(x.attr("ref"))) s.merged.push_back(*r);
+    } else if (tag == "hyperlinks") {
+      size_t d = x.depth();
+      if (x.self_closing())
+        x.next();
+      else
+        for (T u; (u = x.next()) != T::Eof && !(u == T::End && x.depth() == d);) {
+          if (u != T::Start || x.local() != "hyperlink") continue;
+          auto r = parse_ref(x.attr("ref"));
+          if (!r) continue;
+          HyperlinkRec h;
+          h.ref = *r;
+          h.sub_address = from_utf8(x.attr_text("location"));
+          h.screen_tip = from_utf8(x.attr_text("tooltip"));
+          h.display = from_utf8(x.attr_text("display"));
+          for (const auto& a : x.attrs())
+            if (a.name.size() > 3 && a.name.substr(a.name.size() - 3) == ":id") {
+              std::string rid;
+              x.decode(a.value, rid);
+              h.rel_id = from_utf8(rid);
+            }
+          s.hyperlinks.push_back(std::move(h));
+        }
+    } else if (tag == "drawing") {
+      for (const auto& a : x.attrs())
+        if (a.name.size() > 3 && a.name.substr(a.name.size() - 3) == ":id") drawing_rid = a.value;
+      x.skip_element();
+    } else {
+      x.skip_element();
+    }
+  }
+  bool need_rels = !drawing_rid.empty() || !s.hyperlinks.empty();
+  if (!need_rels) return;
+  auto rels = pkg_->relationships(ss.part);
+  for (auto& h : s.hyperlinks) {
+    if (h.rel_id.empty()) continue;
+    for (const auto& r : rels)
+      if (r.id == to_utf8(h.rel_id)) {
+        h.address = from_utf8(r.target);
+        ss.hyperlink_targets[r.id] = r.target;
+      }
+  }
+  if (!drawing_rid.empty())
+    for (const auto& r : rels)
+      if (r.id == drawing_rid && !r.external && pkg_->has_part(r.part)) read_drawing(s, ss, r.part);
+}
+
+void Loader::read_sheet_extras(Sheet& s, SheetState& ss, bool dialog) {
+  // Chart sheets and dialog sheets keep their parts as they are; only what the workbook's
+  // object model shows of them is read.
+  std::string text = pkg_->read_part(ss.part);
+  XmlScanner x(text, where(ss.part));
+  x.next();
+  ss.root = std::string(x.name());
+  for (T t; (t = x.next()) != T::Eof;) {
+    if (t != T::Start) continue;
+    if (x.local() == "sheetPr") s.code_name = from_utf8(x.attr_text("codeName"));
+    x.skip_element();
+  }
+  (void)dialog;
+}
+
+void Loader::read_drawing(Sheet& s, SheetState& ss, const std::string& part) {
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  ss.drawing_part = part;
+  // A chart object is a graphic frame whose graphic data is a chart; its name is on the
+  // frame's non-visual properties.
+  struct Walker : pugi::xml_tree_walker {
+    std::vector<std::pair<String, String>> found;
+    bool for_each(pugi::xml_node& n) override {
+      if (local_name(n.name()) != "graphicFrame") return true;
+      pugi::xml_node cnv, data;
+      for (pugi::xml_node c : n.children()) {
+        if (local_name(c.name()) == "nvGraphicFramePr")
+          for (pugi::xml_node p : c.children())
+            if (local_name(p.name()) == "cNvPr") cnv = p;
+        if (local_name(c.name()) == "graphic")
+          for (pugi::xml_node g : c.children())
+            if (local_name(g.name()) == "graphicData") data = g;
+      }
+      std::string_view uri = data.attribute("uri").value();
+      if (cnv && uri.find("chart") != std::string_view::npos)
+        found.emplace_back(from_utf8(cnv.attribute("name").value()),
+                           from_utf8(cnv.attribute("id").value()));
+      return true;
+    }
+  } w;
+  doc.traverse(w);
+  for (auto& [name, id] : w.found) {
+    ss.chart_names[id] = name;
+    s.chart_objects.push_back(ChartObjectRec{std::move(name), std::move(id)});
+  }
+}
+
+void Loader::read_selection(XmlScanner& x, Sheet& s) {
+  size_t d = x.depth();
+  if (x.self_closing()) {
+    x.next();
+    return;
+  }
+  bool first_view = true;
+  for (T t; (t = x.next()) != T::Eof && !(t == T::End && x.depth() == d);) {
+    if (t != T::Start || x.local() != "sheetView") continue;
+    if (!first_view) {
+      x.skip_element();
+      continue;
+    }
+    first_view = false;
+    std::string active_pane;
+    bool chosen = false;
+    size_t vd = x.depth();
+    if (x.self_closing()) {
+      x.next();
+      continue;
+    }
+    for (T u; (u = x.next()) != T::Eof && !(u == T::End && x.depth() == vd);) {
+      if (u != T::Start) continue;
+      if (x.local() == "pane") {
+        active_pane = x.attr_text("activePane");
+      } else if (x.local() == "selection") {
+        std::string pane = x.attr_text("pane");
+        if (pane.empty()) pane = "topLeft";
+        bool wanted = active_pane.empty() ? !chosen : pane == active_pane;
+        if (wanted) {
+          Selection sel;
+          sel.areas.clear();
+          std::string sq = x.attr_text("sqref");
+          size_t p = 0;
+          while (p < sq.size()) {
+            size_t e = sq.find(' ', p);
+            if (e == std::string::npos) e = sq.size();
+            if (auto r = parse_ref(std::string_view(sq).substr(p, e - p))) sel.areas.push_back(*r);
+            p = e + 1;
+          }
+          auto ac = parse_cell(x.attr("activeCell"));
+          if (ac) sel.active = *ac;
+          if (sel.areas.empty())
+            sel.areas.push_back(
+                Rect{sel.active.row, sel.active.col, sel.active.row, sel.active.col});
+          if (!ac) sel.active = {sel.areas[0].row1, sel.areas[0].col1};
+          s.selection = std::move(sel);
+          chosen = true;
+        }
+      }
+    }
+  }
+}
+
+void Loader::read_cols(XmlScanner& x, Sheet& s) {
+  size_t d = x.depth();
+  if (x.self_closing()) {
+    x.next();
+    return;
+  }
+  for (T t; (t = x.next()) != T::Eof && !(t == T::End && x.depth() == d);) {
+    if (t != T::Start || x.local() != "col") continue;
+    auto lo = parse_int(x.attr("min")), hi = parse_int(x.attr("max"));
+    if (!lo || !hi || *lo < 1 || *hi < *lo || *hi > calc::kMaxCols) continue;
+    LineInfo li;
+    for (const auto& a : x.attrs()) {
+      std::string_view n = a.name;
+      std::string v;
+      x.decode(a.value, v);
+      if (n == "min" || n == "max") continue;
+      if (n == "width")
+        li.size = parse_double(v).value_or(-1);
+      else if (n == "customWidth")
+        li.custom_size = parse_bool(v, false);
+      else if (n == "hidden")
+        li.hidden = parse_bool(v, false);
+      else if (n == "outlineLevel")
+        li.outline_level =
+            static_cast<uint8_t>(std::clamp<int64_t>(parse_int(v).value_or(0), 0, 7));
+      else if (n == "collapsed")
+        li.collapsed = parse_bool(v, false);
+      else if (n == "style") {
+        li.has_style = true;
+        li.style = static_cast<uint32_t>(std::max<int64_t>(0, parse_int(v).value_or(0)));
+      } else {
+        li.attrs.emplace_back(from_utf8(n), from_utf8(v));
+      }
+    }
+    for (int64_t c = *lo; c <= *hi; ++c) s.cols[static_cast<int32_t>(c - 1)] = li;
+  }
+}
+
+void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss) {
+  if (x.self_closing()) {
+    x.next();
+    return;
+  }
+  size_t d = x.depth();
+  int32_t next_row = 0;
+  std::string v;
+  for (T t; (t = x.next()) != T::Eof;) {
+    if (t == T::End && x.depth() == d) return;
+    if (t != T::Start) continue;
+    if (x.local() != "row") {
+      x.skip_element();
+      continue;
+    }
+    int32_t row = next_row;
+    LineInfo li;
+    for (const auto& a : x.attrs()) {
+      std::string_view n = a.name;
+      if (n == "r") {
+        auto r = parse_int(a.value);
+        if (!r || *r < 1 || *r > calc::kMaxRows)
+          x.invalid("a row number out of range ('" + std::string(a.value) + "')");
+        row = static_cast<int32_t>(*r - 1);
+      } else if (n == "spans") {
+        // A hint for readers, derived from the cells; a rewritten row computes none.
+      } else if (n == "ht") {
+        li.size = parse_double(a.value).value_or(-1);
+      } else if (n == "customHeight") {
+        li.custom_size = parse_bool(a.value, false);
+      } else if (n == "hidden") {
+        li.hidden = parse_bool(a.value, false);
+      } else if (n == "outlineLevel") {
+        li.outline_level =
+            static_cast<uint8_t>(std::clamp<int64_t>(parse_int(a.value).value_or(0), 0, 7));
+      } else if (n == "collapsed") {
+        li.collapsed = parse_bool(a.value, false);
+      } else if (n == "s") {
+        li.style = static_cast<uint32_t>(std::max<int64_t>(0, parse_int(a.value).value_or(0)));
+      } else if (n == "customFormat") {
+        li.has_style = parse_bool(a.value, false);
+      } else {
+        v.clear();
+        x.decode(a.value, v);
+        li.attrs.emplace_back(from_utf8(n), from_utf8(v));
+      }
+    }
+    if (!li.has_style) li.style = 0;
+    if (!li.is_default()) s.rows[row] = std::move(li);
+    next_row = row + 1;
+    if (x.self_closing()) {
+      x.next();
+      continue;
+    }
+    size_t rd = x.depth();
+    int32_t next_col = 0;
+    for (T u; (u = x.next()) != T::Eof;) {
+      if (u == T::End && x.depth() == rd) break;
+      if (u != T::Start) continue;
+      if (x.local() != "c") {
+        x.skip_element();
+        continue;
+      }
+      next_col = read_cell(x, s, ss, row, next_col) + 1;
+    }
+  }
+}
+
+int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t col) {
+  uint32_t style = 0;
+  std::string_view type = "n";
+  std::vector<std::pair<std::string, std::string>> extra;
+  for (const auto& a : x.attrs()) {
+    std::string_view n = a.name;
+    if (n == "r") {
+      auto c = parse_cell(a.value);
+      if (!c) x.invalid("a bad cell reference '" + std::string(a.value) + "'");
+      if (c->row != row)
+        x.invalid("cell " + std::string(a.value) + " inside row " + std::to_string(row + 1));
+      col = c->col;
+    } else if (n == "s") {
+      style = static_cast<uint32_t>(
+          std::clamp<int64_t>(parse_int(a.value).value_or(0), 0, (1 << 27) - 1));
+    } else if (n == "t") {
+      type = a.value;
+    } else {
+      std::string v;
+      x.decode(a.value, v);
+      extra.emplace_back(std::string(n), std::move(v));
+    }
+  }
+  if (col < 0 || col > kLastCol) x.invalid("a cell beyond the last column");
+  std::string type_s(type);  // the attribute view dies with the next token
+
+  bool has_f = false, has_v = false, has_is = false;
+  std::string value;
+  std::unique_ptr<FileFormula> ff;
+  String is_text;
+  std::vector<Run> is_runs;
+  if (x.self_closing()) {
+    x.next();
+  } else {
+    size_t d = x.depth();
+    for (T t; (t = x.next()) != T::Eof;) {
+      if (t == T::End && x.depth() == d) break;
+      if (t != T::Start) continue;
+      std::string_view tag = x.local();
+      if (tag == "v") {
+        has_v = true;
+        value = x.element_text();
+      } else if (tag == "f") {
+        has_f = true;
+        ff = std::make_unique<FileFormula>();
+        for (const auto& a : x.attrs()) {
+          std::string v;
+          x.decode(a.value, v);
+          if (a.name == "t")
+            ff->type = from_utf8(v);
+          else if (a.name == "ref")
+            ff->ref = from_utf8(v);
+          else if (a.name == "si")
+            ff->shared_index = static_cast<int32_t>(parse_int(v).value_or(-1));
+          else
+            ff->attrs.emplace_back(from_utf8(a.name), from_utf8(v));
+        }
+        ff->text = from_utf8(x.element_text());
+      } else if (tag == "is") {
+        has_is = true;
+        read_rich(x, is_text, is_runs);
+      } else {
+        x.skip_element();
+      }
+    }
+  }
+
+  auto fail_cell = [&](const std::string& problem) {
+    x.invalid("cell " + cell_text(row, col) + " " + problem);
+  };
+  // An empty value is no value (some writers put <v/> in cells they leave blank).
+  if (has_v && value.empty() && type_s != "str" && type_s != "inlineStr") has_v = false;
+  auto number = [&]() -> double {
+    auto d = parse_double(value);
+    if (!d) fail_cell("holds '" + value.substr(0, 40) + "', which is no number");
+    return *d;
+  };
+
+  if (has_f) {
+    calc::Value cached;
+    if (has_v) {
+      if (type_s == "str")
+        cached = calc::Value::str(decode_escapes(from_utf8(value)));
+      else if (type_s == "b")
+        cached = calc::Value::boolean(parse_double(value).value_or(0) != 0);
+      else if (type_s == "e")
+        cached =
+            calc::Value::error(calc::error_from_text(from_utf8(value)).value_or(cell_error::value));
+      else if (type_s == "s") {
+        auto i = parse_int(value);
+        if (i && *i >= 0 && static_cast<size_t>(*i) < book_->strings.size())
+          cached = calc::Value::str(String(book_->strings.text(static_cast<uint32_t>(*i))));
+      } else if (auto dv = parse_double(value))
+        cached = calc::Value::num(*dv);
+    }
+    for (auto& [n, v] : extra) ff->cell_attrs.emplace_back(from_utf8(n), from_utf8(v));
+    book_->load_formula(s, row, col, std::move(ff), cached, style);
+    return col;
+  }
+
+  if (!extra.empty()) ss.cell_attrs[{row, col}] = std::move(extra);
+  bool is_value = has_v || has_is;
+  if (!is_value && style == 0 && !ss.cell_attrs.count({row, col})) {
+    // An empty cell without a format carries nothing.
+    return col;
+  }
+  Cell& c = s.cells.get_or_create(row, col, style);
+  if (c.kind() == CellKind::Formula) s.free_formula(c.index);
+  c.set_style(style);
+  c.set_kind(CellKind::Blank);
+  c.num = 0;
+  if (!is_value) return col;
+  if (type_s == "s") {
+    auto i = parse_int(value);
+    // A reference past the shared strings shows as an empty cell (as other readers show it);
+    // the cell keeps its format.
+    if (i && *i >= 0 && static_cast<size_t>(*i) < state_->strings) {
+      c.set_kind(CellKind::Text);
+      c.index = static_cast<uint32_t>(*i);
+    }
+  } else if (type_s == "inlineStr" || type_s == "str") {
+    if (!has_is) is_text = decode_escapes(from_utf8(value));
+    uint32_t idx = book_->strings.append(is_text, std::move(is_runs));
+    state_->inline_strings.insert(idx);
+    c.set_kind(CellKind::Text);
+    c.index = idx;
+  } else if (type_s == "b") {
+    c.set_kind(CellKind::Boolean);
+    c.num = number() != 0 ? 1 : 0;
+  } else if (type_s == "e") {
+    c.set_kind(CellKind::Error);
+    c.num = calc::error_from_text(from_utf8(value)).value_or(cell_error::value);
+  } else if (type_s == "d") {
+    auto d = iso_parts(value);
+    if (!d) fail_cell("holds '" + value.substr(0, 40) + "', which is no date");
+    c.set_kind(CellKind::Number);
+    c.num = numfmt::serial_from_date(d->year, d->month, d->day, book_->date1904) + d->fraction;
+  } else {
+    c.set_kind(CellKind::Number);
+    c.num = number();
+  }
+  return col;
+}
+
+// --- document properties ------------------------------------------------------------------------
+
+void Loader::read_custom_props(const std::string& part) {
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  for (pugi::xml_node p : doc.document_element().children()) {
+    if (local_name(p.name()) != "property") continue;
+    CustomProperty cp;
+    cp.name = from_utf8(p.attribute("name").value());
+    pugi::xml_node v = p.first_child();
+    while (v && v.type() != pugi::node_element) v = v.next_sibling();
+    if (!v) continue;
+    std::string_view vt = local_name(v.name());
+    cp.file_type = from_utf8(v.name());
+    std::string_view val = v.text().get();
+    if (vt == "lpwstr" || vt == "lpstr" || vt == "bstr") {
+      cp.type = 4;
+      cp.value = Variant(from_utf8(val));
+    } else if (vt == "bool") {
+      cp.type = 2;
+      cp.value = Variant(parse_bool(val, false));
+    } else if (vt == "filetime" || vt == "date") {
+      cp.type = 3;
+      cp.value = Variant(Date{iso_datetime(val).value_or(0)});
+    } else if (vt == "r4" || vt == "r8" || vt == "decimal" || vt == "cy") {
+      cp.type = 5;
+      cp.value = Variant(parse_double(val).value_or(0));
+    } else if (vt.starts_with("i") || vt.starts_with("ui") || vt == "int" || vt == "uint") {
+      cp.type = 1;
+      auto i = parse_int(val).value_or(0);
+      if (i >= INT32_MIN && i <= INT32_MAX)
+        cp.value = Variant(static_cast<int32_t>(i));
+      else
+        cp.value = Variant(static_cast<double>(i));
+    } else {
+      // Types the object model has no kind for (blobs, vectors) stay in the part as they are.
+      cp.type = 4;
+      cp.value = Variant(from_utf8(val));
+    }
+    book_->props.push_back(std::move(cp));
+  }
+}
+
+// ---------------------------------------------------------------------------------------------
+
+BookPtr load(const std::filesystem::path& path, const LoadOptions& options) {
+  auto pkg = std::make_shared<const Package>(Package::open(path, options.limits));
+  Loader loader(pkg);
+  return loader.run(from_utf8(path.filename().string()));
+}
+
+}  // namespace qz::engine::xlsx

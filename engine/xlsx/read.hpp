@@ -1,0 +1,45 @@
+// The loader's working state (internal to the workbook layer).
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/core/book.hpp"
+#include "engine/xlsx/package.hpp"
+#include "engine/xlsx/state.hpp"
+#include "engine/xlsx/xml_scan.hpp"
+
+namespace qz::engine::xlsx {
+
+class Loader {
+ public:
+  explicit Loader(std::shared_ptr<const Package> pkg);
+  /// Reads the whole package into a new Book named `book_name`.
+  BookPtr run(String book_name);
+
+ private:
+  std::string where(std::string_view part) const;
+  [[noreturn]] void fail(std::string_view part, const std::string& problem) const;
+
+  void read_workbook();
+  void read_theme(const std::string& part);
+  void read_styles();
+  void read_strings(const std::string& part);
+  void read_rich(XmlScanner& x, String& text, std::vector<Run>& runs);
+  void read_worksheet(Sheet& s, SheetState& ss);
+  void read_sheet_extras(Sheet& s, SheetState& ss, bool dialog);
+  void read_drawing(Sheet& s, SheetState& ss, const std::string& part);
+  void read_selection(XmlScanner& x, Sheet& s);
+  void read_cols(XmlScanner& x, Sheet& s);
+  void read_rows(XmlScanner& x, Sheet& s, SheetState& ss);
+  int32_t read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t col);
+  void read_custom_props(const std::string& part);
+
+  std::shared_ptr<const Package> pkg_;
+  std::shared_ptr<BookState> state_;
+  BookPtr book_;
+  std::vector<Relationship> workbook_rels_;
+};
+
+}  // namespace qz::engine::xlsx
