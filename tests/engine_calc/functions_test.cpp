@@ -336,6 +336,100 @@ TEST_F(Functions, Finance) {
   EXPECT_EQ(book.eval(u"IRR({1,2,3})"), E(cell_error::num));  // no sign change
 }
 
+TEST_F(Functions, CriteriaOnTextDatesBooleansAndEscapes) {
+  book.set("D1", u"a*b");
+  book.set("D2", u"axb");
+  book.set_bool("D3", true);
+  book.set("D4", u"TRUE");
+  EXPECT_EQ(book.eval(u"COUNTIF(C1:C6,\">\"&DATE(2026,3,1))"), N(4));
+  EXPECT_EQ(book.eval(u"COUNTIF(C1:C6,\"<=3/4/2026\")"), N(3));  // a typed date in the text
+  EXPECT_EQ(book.eval(u"COUNTIF(D1:D4,\"a~*b\")"), N(1));        // ~ makes * literal
+  EXPECT_EQ(book.eval(u"COUNTIF(D1:D4,\"a*b\")"), N(2));
+  EXPECT_EQ(book.eval(u"COUNTIF(D1:D4,TRUE)"), N(1));          // the Boolean, not the text
+  EXPECT_EQ(book.eval(u"SUMIF(B1:B6,\"<c\",A1:A6)"), N(130));  // text order, no case
+  EXPECT_EQ(book.eval(u"COUNTIF(A1:A6,\"=20\")+COUNTIF(A1:A6,20)"), N(2));
+  EXPECT_EQ(book.eval(u"COUNTIF(A1:A9,\"=\")"), N(3));  // the empty A7:A9
+  EXPECT_EQ(book.eval(u"COUNTIF(A1:A9,\"<>\")"), N(6));
+}
+
+TEST_F(Functions, LookupsOverDuplicatesMixedKindsAndAreas) {
+  EXPECT_EQ(book.eval(u"MATCH(2,{1,2,2,2,3})"), N(4));  // the last of equal values
+  EXPECT_EQ(book.eval(u"MATCH(3,{1,\"x\",3,\"y\"})"), N(3));
+  EXPECT_EQ(book.eval(u"VLOOKUP(\"c\",{\"a\",1;\"b\",2;\"d\",4},2)"), N(2));
+  EXPECT_EQ(book.eval(u"MATCH(\"B*\",{\"apple\",\"Banana\"},0)"), N(2));
+  EXPECT_EQ(book.eval(u"INDEX((A1:A2,C1:C2),2,1,2)"), N(46054));
+  EXPECT_EQ(book.eval(u"INDEX((A1:A2,C1:C2),1,1,3)"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"SUM(OFFSET(A4,0,0,-2,1))"), N(70));
+  EXPECT_EQ(book.eval(u"XMATCH(45,A1:A6,1)"), N(5));
+  EXPECT_EQ(book.eval(u"XMATCH(\"d*\",B1:B6,2)"), N(5));
+  EXPECT_EQ(book.eval(u"SUM(XLOOKUP(\"date\",B1:B6,A1:C6))"), N(50 + 46147));  // a whole row
+}
+
+TEST_F(Functions, DateEdgesAndTheOtherDateSystem) {
+  near(book, u"YEARFRAC(DATE(2024,1,1),DATE(2025,7,1),1)", 547 / 365.5);
+  EXPECT_EQ(book.eval(u"DAYS360(DATE(2026,1,31),DATE(2026,3,31))"), N(60));
+  EXPECT_EQ(book.eval(u"DAYS360(DATE(2026,2,28),DATE(2026,3,31))"), N(30));
+  EXPECT_EQ(book.eval(u"DAYS360(DATE(2026,2,28),DATE(2026,3,31),TRUE)"), N(32));
+  EXPECT_EQ(book.eval(u"NETWORKDAYS.INTL(DATE(2026,11,2),DATE(2026,11,15),11)"), N(12));
+  EXPECT_EQ(book.eval(u"NETWORKDAYS.INTL(DATE(2026,11,2),DATE(2026,11,15),\"0000011\")"), N(10));
+  EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,13),DATE(2026,11,2))"), N(-10));
+  EXPECT_EQ(book.eval(u"WORKDAY.INTL(DATE(2026,11,13),1,\"0000001\")"),
+            N(46340));  // Saturday works
+  EXPECT_EQ(book.eval(u"WEEKNUM(DATE(2026,1,4))"), N(2));
+  EXPECT_EQ(book.eval(u"WEEKNUM(DATE(2026,1,4),2)"), N(1));
+  EXPECT_EQ(book.eval(u"ISOWEEKNUM(DATE(2027,1,1))"), N(53));
+  EXPECT_EQ(book.eval(u"EDATE(DATE(2026,3,31),-1)"), N(46081));
+  // "MD" counts against the length of the month before the end date, and so goes below
+  // zero after a long month, as the application's does.
+  EXPECT_EQ(book.eval(u"DATEDIF(DATE(2026,1,31),DATE(2026,3,1),\"MD\")"), N(-2));
+  EXPECT_EQ(book.eval(u"DATEDIF(DATE(2025,12,25),DATE(2026,1,5),\"YD\")"), N(11));
+  book.use_1904 = true;
+  EXPECT_EQ(book.eval(u"DATE(2026,11,14)"), N(46340 - 1462));
+  EXPECT_EQ(book.eval(u"YEAR(0)"), N(1904));
+  EXPECT_EQ(book.eval(u"WEEKDAY(0)"), N(6));  // 1 January 1904 was a Friday
+  EXPECT_EQ(book.eval(u"TEXT(0,\"d mmm yyyy\")"), S(u"1 Jan 1904"));
+}
+
+TEST_F(Functions, FinanceRelationsAndSchedules) {
+  // Each annuity function undoes the others.
+  near(book, u"PMT(RATE(10,-100,800),10,800)", -100);
+  near(book, u"PV(0.01,NPER(0.01,-100,1000),-100)", 1000);
+  near(book, u"FV(0.05,10,PMT(0.05,10,0,5000))", 5000);
+  near(book, u"PV(RATE(10,-100,800,0,1),10,-100,0,1)", 800);
+  near(book, u"CUMIPMT(0.09/12,360,125000,13,24,0)", -11135.232130750845);
+  near(book, u"CUMPRINC(0.09/12,360,125000,13,24,0)", -934.1071234208765);
+  near(book, u"SUM(IPMT(0.1/12,{1,2,3},36,8000))-CUMIPMT(0.1/12,36,8000,1,3,0)", 0);
+  near(book, u"DDB(2400,300,10,2)", 384);
+  near(book, u"DB(1000000,100000,6,1,7)", 186083.33333333334);
+  near(book, u"SYD(30000,7500,10,1)", 4090.909090909091);
+  near(book, u"EFFECT(0.0525,4)", 0.05354266737075841);
+  near(book, u"NOMINAL(EFFECT(0.0525,4),4)", 0.0525);
+  Value mirr = book.eval(u"MIRR({-120000,39000,30000,21000,37000,46000},0.1,0.12)");
+  EXPECT_NEAR(mirr.number, 0.126094, 1e-6);
+  EXPECT_EQ(book.eval(u"PMT(0.1,0,1000)"), E(cell_error::num));
+}
+
+TEST_F(Functions, TextFormatsSearchesAndNumbers) {
+  EXPECT_EQ(book.eval(u"TEXT(-1234.5,\"$#,##0.00;($#,##0.00)\")"), S(u"($1,234.50)"));
+  EXPECT_EQ(book.eval(u"TEXT(0.5,\"h:mm AM/PM\")"), S(u"12:00 PM"));
+  EXPECT_EQ(book.eval(u"TEXT(46340,\"dddd\")"), S(u"Saturday"));
+  EXPECT_EQ(book.eval(u"TEXT(\"abc\",\"0.00\")"), S(u"abc"));
+  EXPECT_EQ(book.eval(u"TEXT(\"12\",\"0.00\")"), S(u"12.00"));  // number-like text formats
+  EXPECT_EQ(book.eval(u"TEXT(1,\"[Purple]0\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SEARCH(\"~*\",\"a*b\")"), N(2));
+  EXPECT_EQ(book.eval(u"SEARCH(\"a?c\",\"xxabc\")"), N(3));
+  EXPECT_EQ(book.eval(u"FIND(\"\",\"abc\",2)"), N(2));
+  EXPECT_EQ(book.eval(u"NUMBERVALUE(\"1.234,5\",\",\",\".\")"), N(1234.5));
+  EXPECT_EQ(book.eval(u"NUMBERVALUE(\"50%\")"), N(0.5));
+  EXPECT_EQ(book.eval(u"VALUE(\"9:30 PM\")"), N(21.5 / 24));
+  EXPECT_EQ(book.eval(u"LEN(1/3)"), N(17));  // "0.333333333333333"
+  EXPECT_EQ(book.eval(u"\"\"&1E+20&\"|\"&0.00001&\"|\"&-0"), S(u"1E+20|0.00001|0"));
+  EXPECT_EQ(book.eval(u"UNICHAR(128512)"), S(u"\U0001F600"));
+  EXPECT_EQ(book.eval(u"UNICODE(UNICHAR(128512))"), N(128512));
+  EXPECT_EQ(book.eval(u"CLEAN(\"a\"&CHAR(9)&\"b\")"), S(u"ab"));
+  EXPECT_EQ(book.eval(u"REPT(\"ab\",20000)"), E(cell_error::value));  // past 32,767 characters
+}
+
 TEST(FunctionNames, AtLeastEightyAndSorted) {
   auto names = function_names();
   EXPECT_GE(names.size(), 80u);

@@ -141,6 +141,37 @@ TEST(Notations, R1C1AndA1ConvertBothWays) {
   EXPECT_EQ(round(book, u"A1+Rate+ROUND(RC,2)", "C3", Notation::R1C1), "A1+Rate+ROUND(RC,2)");
 }
 
+TEST(Notations, R1C1FormsAtTheEdgesOfTheSheet) {
+  TestBook book({"Sheet1", "Bob's", "Q1 2026"});
+  // Relative offsets reach every cell from where the formula is.
+  EXPECT_EQ(convert(book, u"R[-1048575]C[-16383]", Notation::R1C1, "XFD1048576"), "A1");
+  EXPECT_EQ(convert(book, u"R1048576C16384", Notation::R1C1, "A1"), "$XFD$1048576");
+  EXPECT_EQ(convert(book, u"R[1]:R[2]", Notation::R1C1, "B2"), "3:4");
+  EXPECT_EQ(convert(book, u"C[-1]:C", Notation::R1C1, "B2"), "A:B");
+  EXPECT_EQ(convert(book, u"A:A", Notation::A1, "B2"), "C[-1]");
+  // An offset that leaves the sheet from where the formula is has no cell.
+  EXPECT_EQ(convert(book, u"R[-2]C+1", Notation::R1C1, "A1"), "#REF!+1");
+  EXPECT_EQ(book.eval(u"INDIRECT(\"R[-2]C\",FALSE)", "A1"), E(cell_error::ref));
+  // Sheet names keep their quotes in either notation.
+  EXPECT_EQ(convert(book, u"'Bob''s'!R1C1+'Q1 2026'!RC", Notation::R1C1, "B2"),
+            "'Bob''s'!$A$1+'Q1 2026'!B2");
+  EXPECT_EQ(convert(book, u"SUM('Sheet1:Q1 2026'!B2)", Notation::A1, "B2"),
+            "SUM('Sheet1:Q1 2026'!RC)");
+}
+
+TEST(Rendering, ArraysNamesAndBlanksInsideThem) {
+  TestBook book;
+  EXPECT_EQ(round(book, u"{ 1 , 2 ; 3 , 4 }"), "{ 1 , 2 ; 3 , 4 }");
+  EXPECT_EQ(round(book, u"{\"a\"\"b\";#N/A;FALSE}"), "{\"a\"\"b\";#N/A;FALSE}");
+  EXPECT_EQ(round(book, u"SUM( ( A1 , B2 ) )"), "SUM( ( A1 , B2 ) )");
+  EXPECT_EQ(round(book, u"Profit_2026 * tax.rate"), "Profit_2026 * tax.rate");
+  EXPECT_EQ(round(book, u"--A1"), "--A1");
+  EXPECT_EQ(round(book, u"+-+A1"), "+-+A1");
+  EXPECT_EQ(round(book, u"A1#+1"), "A1#+1");
+  EXPECT_EQ(round(book, u"1E+300*10"), "1E+300*10");
+  EXPECT_EQ(round(book, u"0.5=.5"), "0.5=.5");
+}
+
 TEST(Copying, RelativeReferencesMoveAndAbsoluteOnesStay) {
   TestBook book;
   auto f = parse(u"A1+$A$1+A$1+$A1+SUM(A:A)", Notation::A1, cell("B2"), 0, book);
