@@ -172,6 +172,26 @@ class PieceWriter {
     p->StartPos = start;
     return *p;
   }
+  // An operator piece: one character, written straight into the slot's buffer when the slot
+  // held a one-character piece before (as it mostly does: operators recur at like places).
+  QZXL_ALWAYS_INLINE void add_operator(char16_t c, int32_t start) {
+    FmlaPiece* p;
+    if (used_ < size_) {
+      p = &pieces_[used_];
+      if (p->ThePiece.size() == 1)
+        p->ThePiece[0] = c;
+      else
+        p->ThePiece.assign(1, c);
+      p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText = false;
+    } else {
+      p = &pieces_.emplace_back();
+      ++size_;
+      p->ThePiece.push_back(c);
+    }
+    ++used_;
+    p->StartPos = start;
+    p->IsOperator = true;
+  }
   FmlaPiece& last() { return pieces_[used_ - 1]; }
 
  private:
@@ -282,7 +302,7 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
       if (cls == kOperator) {
         if (in_single || in_brackets) continue;
         if (previous > 0) operand(previous, i + 1);
-        out.add(f.substr(static_cast<size_t>(i), 1), i + 1 + shift).IsOperator = true;
+        out.add_operator(data[i], i + 1 + shift);
         previous = i + 1;
       } else if (cls == kDoubleQuote) {
         const size_t close = f.find(u'"', static_cast<size_t>(i) + 1);
