@@ -379,7 +379,7 @@ std::optional<TimeResult> match_time(const std::vector<Part>& p, size_t b, size_
   if (nums.size() == 1) {
     if (!ampm) return std::nullopt;
     h = static_cast<double>(nums[0]->value);
-    r.format = u"h AM/PM";
+    r.format = u"h:mm AM/PM";  // shown as 9:00 PM, a built-in format
   } else if (seps.size() == 2 && seps[0] == u":" && seps[1] == u"." && nums.size() == 3) {
     // mm:ss.0
     m = static_cast<double>(nums[0]->value);

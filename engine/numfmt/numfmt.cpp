@@ -2,8 +2,11 @@
 #include "engine/numfmt/numfmt.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "engine/numfmt/code.hpp"
@@ -176,9 +179,8 @@ Kind classify_section(const Section& s) {
   if (s.has_text && !s.has_digits) return Kind::Text;
   return Kind::Number;
 }
-}  // namespace
 
-Kind classify(StringView code) {
+Kind classify_code(StringView code) {
   Code c;
   try {
     c = parse_code(code);
@@ -188,6 +190,21 @@ Kind classify(StringView code) {
   if (c.sections.empty()) return Kind::General;
   if (c.sections[0].tokens.empty()) return Kind::General;
   return classify_section(c.sections[0]);
+}
+}  // namespace
+
+Kind classify(StringView code) {
+  // Nearly every cell shows General, and a workbook uses few other formats, so the answer
+  // for the last codes asked is kept rather than parsing a code for every cell read.
+  if (code.empty() || equals_text(code, u"General")) return Kind::General;
+  thread_local std::array<std::pair<String, Kind>, 8> recent;
+  thread_local size_t next = 0;
+  for (const auto& [known, kind] : recent)
+    if (!known.empty() && known == code) return kind;
+  Kind kind = classify_code(code);
+  recent[next] = {String(code), kind};
+  next = (next + 1) % recent.size();
+  return kind;
 }
 
 bool is_date_format(StringView code) {
@@ -222,6 +239,11 @@ void validate(StringView code) {
 
 String general_number(double v) {
   if (v == 0) return u"0";
+  // Whole numbers of up to ten digits show every digit and nothing else.
+  if (std::fabs(v) < 1e10 && v == std::floor(v)) {
+    const std::string digits = std::to_string(static_cast<long long>(v));
+    return String(digits.begin(), digits.end());
+  }
   std::string sign = v < 0 ? "-" : "";
   Digits x = Digits::of(std::fabs(v));
   int e10 = x.exp - 1;
@@ -644,7 +666,11 @@ String render_datetime(const Section& s, double v, bool date1904) {
   int64_t per_second = 1;
   for (int i = 0; i < sub; ++i) per_second *= 10;
   int64_t per_day = 86400 * per_second;
-  int64_t units = static_cast<int64_t>(std::llround(static_cast<long double>(v) * per_day));
+  // Round at the application's fifteen digits first, so that 12:00:00.5 stored a hair
+  // below the half still rounds up.
+  char buf[48];
+  std::snprintf(buf, sizeof buf, "%.15g", v * static_cast<double>(per_day));
+  int64_t units = static_cast<int64_t>(std::llround(std::strtod(buf, nullptr)));
   int64_t days = units / per_day;
   int64_t in_day = units % per_day;
   int64_t total_seconds = units / per_second;

@@ -188,6 +188,34 @@ TEST(Sections, SignsZerosTextAndConditions) {
   EXPECT_EQ(show(5, u"@"), "5");
 }
 
+TEST(Times, TwelveHourClockAroundMidnightAndNoon) {
+  expect_all({
+      {0.0, u"h AM/PM", "12 AM"},
+      {0.5, u"h AM/PM", "12 PM"},
+      {13.0 / 24, u"hh:mm am/pm", "01:00 PM"},
+      {23.99 / 24, u"h:mm A/P", "11:59 P"},
+      {23.99 / 24, u"h:mm a/p", "11:59 p"},
+      {1.75, u"h:mm", "18:00"},  // the day is dropped
+      {1.75, u"d \"days\" h:mm", "1 days 18:00"},
+      {0.5 + 0.5 / 86400, u"h:mm:ss", "12:00:01"},  // half a second rounds up
+      {0.5 + 0.4 / 86400, u"h:mm:ss.00", "12:00:00.40"},
+  });
+}
+
+TEST(Sections, TextAndEmptySections) {
+  EXPECT_EQ(show(5, u"0;-0;;@"), "5");
+  EXPECT_EQ(show(0, u"0;-0;;@"), "");  // an empty zero section shows nothing
+  EXPECT_EQ(show(-5, u";;"), "");
+  EXPECT_EQ(show_text(u"x", u"0;-0;0;\"<\"@\">\""), "<x>");
+  EXPECT_EQ(show_text(u"x", u"0;-0;0"), "x");  // no text section: the text as it is
+  EXPECT_EQ(show_text(u"x", u"@@"), "xx");
+  EXPECT_EQ(show(1234.5, u"[>=1000]#,##0.0,\"K\";0"), "1.2K");
+  EXPECT_EQ(show(999, u"[>=1000]#,##0.0,\"K\";0"), "999");
+  // A first section chosen by its own condition keeps the minus in front.
+  EXPECT_EQ(show(-11, u"[<-10]#\" Wow\""), "-11 Wow");
+  EXPECT_EQ(show(-9, u"[<-10]#\" Wow\""), "-9");  // the condition fails: General
+}
+
 TEST(Rendering, BooleansErrorsAndEmptyIgnoreTheCode) {
   CellValue b{CellValue::Type::Boolean, 1, {}};
   CellValue e{CellValue::Type::Error, cell_error::div0, {}};
