@@ -97,11 +97,9 @@ void fill_excepinfo(EXCEPINFO* info, HRESULT hr, const std::string& message) {
   String text = from_utf8(message);
   info->bstrDescription = SysAllocStringLen(reinterpret_cast<const OLECHAR*>(text.data()),
                                             static_cast<UINT>(text.size()));
+  // The number travels in scode (0x800A0000 | number for the runtime's errors), which every
+  // script host reads; wCode stays 0 as the two are exclusive.
   info->scode = hr;
-  const auto u = static_cast<uint32_t>(hr);
-  if ((u & 0xFFFF0000u) == 0x800A0000u) info->wCode = static_cast<WORD>(u & 0xFFFFu);
-  // wCode and scode are exclusive: a number in wCode stands for the whole error.
-  if (info->wCode) info->scode = 0;
 }
 
 }  // namespace qz::com

@@ -355,7 +355,13 @@ HRESULT ObjectDispatch::Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* 
       if (!(v.vt & VT_BYREF) || args[k] == before[k]) continue;
       store_by_ref(v, args[k]);
     }
-    if (result) to_variant(value, result);
+    if (result) {
+      auto& members = object_members();
+      if (members.rows_as_block && members.rows_as_block(object_, name))
+        to_variant_2d(value, result);
+      else
+        to_variant(value, result);
+    }
     return S_OK;
   } catch (const Error& e) {
     if (e.code() == err::not_supported) return DISP_E_MEMBERNOTFOUND;
@@ -383,6 +389,7 @@ ObjectMembers& object_members() {
       [](const ObjectPtr&) -> std::vector<Variant> {
         throw Error(err::not_supported, "Object doesn't support this property or method");
       },
+      nullptr,
   };
   return members;
 }

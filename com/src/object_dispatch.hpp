@@ -23,6 +23,9 @@ struct ObjectMembers {
   std::function<int(const ObjectPtr&, StringView member, StringView param)> param_index;
   /// The items `For Each` visits; raises error 438 when the object is no collection.
   std::function<std::vector<Variant>(const ObjectPtr&)> items;
+  /// Whether a member's result, when it is rows of values, goes out as a two-dimensional
+  /// array (a range's values, as the application hands them out).
+  std::function<bool(const ObjectPtr&, StringView)> rows_as_block;
 };
 
 /// The module's rules; the defaults call Object::invoke and Object::has_member and know no

@@ -116,15 +116,14 @@ HRESULT coerce(VARIANT* out, const VARIANT& in, VARTYPE vt) {
       plain.vt = VT_EMPTY;
       return S_OK;
     }
+    // Array parameters are by reference and filled by the member: what a Variant variable
+    // held before matters only when it is an array of texts; anything else (Empty, a value,
+    // an array of records a script cannot build) starts as no array.
     out->vt = vt;
     out->parray = nullptr;
-    if (plain.vt == VT_EMPTY) return S_OK;
-    // Texts from an array of Variants; a script cannot build arrays of records, so what it
-    // passes for one is taken as no array.
-    if (vt == (VT_ARRAY | VT_BSTR) && (plain.vt & VT_ARRAY)) {
+    if (vt == (VT_ARRAY | VT_BSTR) && (plain.vt & VT_ARRAY))
       return guard([&] { out->parray = make_string_array(read_string_array(plain.parray)); });
-    }
-    return (vt == (VT_ARRAY | VT_RECORD)) ? S_OK : DISP_E_TYPEMISMATCH;
+    return S_OK;
   }
   if (vt == VT_DISPATCH) {
     out->vt = VT_DISPATCH;

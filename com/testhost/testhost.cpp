@@ -16,6 +16,7 @@
 #include "com/src/object_dispatch.hpp"
 #include "engine/core/engine.hpp"
 #include "host/dispatch.hpp"
+#include "host/host.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::com {
@@ -101,6 +102,10 @@ void enter_module() {
     members.has = host::has_member;
     members.param_index = host::param_index;
     members.items = host::items_of;
+    members.rows_as_block = [](const ObjectPtr& o, StringView name) {
+      return (same_member(name, u"Value") || same_member(name, u"_Default")) &&
+             std::dynamic_pointer_cast<host::Range>(o) != nullptr;
+    };
   });
 }
 

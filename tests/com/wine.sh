@@ -45,8 +45,9 @@ case "$cmd" in
     [ -f "$prefix/drive_c/qzxl/QZXLLib.dll" ] || skip "no prepared Wine prefix at $prefix"
     name="$(basename "$scenario" .vbs)"
     script="$prefix/drive_c/qzxl/$name.vbs"
-    cat "$here/scenarios/lib.vbs" "$scenario" > "$script"
-    printf '\r\nSummary\r\n' >> "$script"
+    # The script host reads scripts in the ANSI code page; the sources are UTF-8.
+    { cat "$here/scenarios/lib.vbs" "$scenario"; printf '\nSummary\n'; } |
+      iconv -f UTF-8 -t CP1252 > "$script" || { echo "cannot convert $scenario" >&2; exit 1; }
     rm -f "$prefix/drive_c/qzxl/$name.msgbox.log"
     export QZXL_UNATTENDED="C:\\qzxl\\$name.msgbox.log"
     output="$(timeout 300 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r')"
@@ -58,6 +59,13 @@ case "$cmd" in
       exit 0
     fi
     echo "no passing summary line from $name" >&2
+    echo "$output" | grep -Eq '^FAIL [0-9]+/[0-9]+$' && exit 1
+    # The script host reports no script errors; the interpreter's trace shows where it stopped.
+    echo "--- last steps of the script:" >&2
+    WINEDEBUG=-all,trace+vbscript timeout 300 "$wine_bin" cscript.exe //nologo \
+      "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r' |
+      grep -E 'interp_(ident|mcall|icall|string|assign)|disp_call|do_icall' | tail -n 25 |
+      cut -c1-160 >&2
     exit 1
     ;;
   cleanup)
