@@ -1,0 +1,520 @@
+// Loading workbooks into the engine's model and saving them back: what each part of a
+// package becomes in the model, and what a save changes (only what changed, appended rather
+// than renumbered, everything the engine does not model kept).
+#include <fstream>
+#include <map>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "engine/calc/calc.hpp"
+#include "engine/core/engine.hpp"
+#include "engine/xlsx/package.hpp"
+#include "engine/xlsx/xlsx.hpp"
+#include "qzxl/convert.hpp"
+#include "qzxl/error.hpp"
+#include "support/test_support.hpp"
+
+namespace qz::engine {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Parts = std::map<std::string, std::string>;
+
+const std::string kMain =
+    R"(xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" xmlns:r="http://schemas.openxmlformats.org/officeDocument/2006/relationships")";
+
+std::string sheet_xml(const std::string& data, const std::string& after = "") {
+  return "<worksheet " + kMain + "><sheetData>" + data + "</sheetData>" + after + "</worksheet>";
+}
+
+// A small workbook: two sheets, a styles part with two fonts and two cell formats, three
+// shared strings; `over` replaces or adds parts.
+Parts book_parts(const Parts& over = {}) {
+  Parts p = {
+      {"[Content_Types].xml",
+       R"(<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types">)"
+       R"(<Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/>)"
+       R"(<Default Extension="xml" ContentType="application/xml"/>)"
+       R"(<Override PartName="/xl/workbook.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.sheet.main+xml"/>)"
+       R"(<Override PartName="/xl/worksheets/sheet1.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.worksheet+xml"/>)"
+       R"(<Override PartName="/xl/worksheets/sheet2.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.worksheet+xml"/>)"
+       R"(<Override PartName="/xl/calcChain.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.calcChain+xml"/>)"
+       R"(</Types>)"},
+      {"_rels/.rels",
+       R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+       R"(<Relationship Id="rId1" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument" Target="xl/workbook.xml"/>)"
+       R"(</Relationships>)"},
+      {"xl/workbook.xml",
+       "<workbook " + kMain +
+           R"(><workbookPr codeName="ThisWorkbook"/>)"
+           R"(<bookViews><workbookView activeTab="1"/></bookViews>)"
+           R"(<sheets><sheet name="First" sheetId="1" r:id="rId1"/><sheet name="Second" sheetId="2" state="hidden" r:id="rId2"/></sheets>)"
+           R"(<definedNames><definedName name="Rate">First!$A$1</definedName>)"
+           R"(<definedName name="Local" localSheetId="1" hidden="1" comment="c">Second!$B$2</definedName></definedNames>)"
+           R"(<calcPr calcId="191029"/><extLst><ext uri="{X}"><keep/></ext></extLst></workbook>)"},
+      {"xl/_rels/workbook.xml.rels",
+       R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+       R"(<Relationship Id="rId1" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet" Target="worksheets/sheet1.xml"/>)"
+       R"(<Relationship Id="rId2" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet" Target="worksheets/sheet2.xml"/>)"
+       R"(<Relationship Id="rId3" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/styles" Target="styles.xml"/>)"
+       R"(<Relationship Id="rId4" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/sharedStrings" Target="sharedStrings.xml"/>)"
+       R"(<Relationship Id="rId5" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/calcChain" Target="calcChain.xml"/>)"
+       R"(</Relationships>)"},
+      {"xl/styles.xml",
+       "<styleSheet " + kMain +
+           R"(><numFmts count="1"><numFmt numFmtId="164" formatCode="0.000"/></numFmts>)"
+           R"(<fonts count="2"><font><sz val="11"/><name val="Calibri"/></font><font><b/><sz val="14"/><color theme="4" tint="-0.25"/><name val="Arial"/></font></fonts>)"
+           R"(<fills count="2"><fill><patternFill patternType="none"/></fill><fill><patternFill patternType="gray125"/></fill></fills>)"
+           R"(<borders count="1"><border><left/><right/><top/><bottom/><diagonal/></border></borders>)"
+           R"(<cellStyleXfs count="1"><xf numFmtId="0" fontId="0" fillId="0" borderId="0"/></cellStyleXfs>)"
+           R"(<cellXfs count="2"><xf numFmtId="0" fontId="0" fillId="0" borderId="0" xfId="0"/>)"
+           R"(<xf numFmtId="164" fontId="1" fillId="0" borderId="0" xfId="0" applyNumberFormat="1" pivotButton="1"><alignment horizontal="center" wrapText="1"/></xf></cellXfs>)"
+           R"(<cellStyles count="1"><cellStyle name="Normal" xfId="0" builtinId="0"/></cellStyles>)"
+           R"(<dxfs count="1"><dxf><font><i/></font></dxf></dxfs></styleSheet>)"},
+      {"xl/sharedStrings.xml",
+       "<sst " + kMain +
+           R"( count="3" uniqueCount="3"><si><t>alpha</t></si>)"
+           R"(<si><r><t xml:space="preserve">plain </t></r><r><rPr><b/><i/><u val="double"/><strike/><vertAlign val="superscript"/><sz val="9"/><color rgb="FFFF0000"/><rFont val="Arial"/></rPr><t>bold</t></r><rPh sb="0" eb="1"><t>PHONETIC</t></rPh></si>)"
+           R"(<si><t>line_x000D_break</t></si></sst>)"},
+      {"xl/calcChain.xml", "<calcChain " + kMain + R"(><c r="B1" i="1"/></calcChain>)"},
+      {"xl/worksheets/sheet1.xml",
+       sheet_xml(
+           R"(<row r="1" x14ac:dyDescent="0.25" xmlns:x14ac="urn:x14ac"><c r="A1" s="1"><v>1.5</v></c><c r="B1"><f>A1*2</f><v>3</v></c><c r="C1" t="s" cm="1"><v>0</v></c></row>)",
+           R"(<conditionalFormatting sqref="A1"><cfRule type="expression" dxfId="0" priority="1"><formula>A1&gt;1</formula></cfRule></conditionalFormatting>)"
+           R"(<pageMargins left="0.7" right="0.7" top="0.75" bottom="0.75" header="0.3" footer="0.3"/>)"
+           R"(<extLst><ext uri="{Y}" xmlns:x14="urn:x14"><x14:keep/></ext></extLst>)")},
+      {"xl/worksheets/sheet2.xml", sheet_xml(R"(<row r="2"><c r="B2"><v>7</v></c></row>)")},
+  };
+  for (const auto& [k, v] : over) p[k] = v;
+  return p;
+}
+
+class Workbooks : public ::testing::Test {
+ protected:
+  fs::path write(const Parts& parts, const std::string& name = "book.xlsx") {
+    fs::path p = dir_ / name;
+    xlsx::ZipWriter w(p);
+    for (const auto& [n, c] : parts) w.add(n, c);
+    w.commit();
+    return p;
+  }
+  BookPtr load(const Parts& parts) { return xlsx::load(write(parts)); }
+  fs::path save(Book& b, const std::string& name = "out.xlsx") {
+    fs::path p = dir_ / name;
+    xlsx::save(b, p);
+    return p;
+  }
+  static std::string part(const fs::path& file, const std::string& name) {
+    auto z = xlsx::ZipReader::open(file);
+    const auto* e = z.find(name);
+    return e ? z.read(*e) : std::string("(absent)");
+  }
+  static Sheet& sheet(Book& b, size_t i) { return *b.sheets.at(i); }
+  qz::test::TempDir dir_;
+};
+
+// --- loading ----------------------------------------------------------------------------------
+
+TEST_F(Workbooks, LoadsCellsOfEveryKind) {
+  auto b = load(book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(
+            R"(<row r="3"><c r="A3"><v>-2.5E-3</v></c><c t="b"><v>1</v></c>)"
+            R"(<c t="e"><v>#DIV/0!</v></c><c t="inlineStr"><is><t>in</t><r><rPr><i/></rPr><t>line</t></r></is></c>)"
+            R"(<c r="F3" s="1"/><c r="G3" t="s"><v/></c><c r="H3" t="d"><v>1900-03-01T12:00:00</v></c>)"
+            R"(<c r="I3" t="s"><v>2</v></c></row><row><c><v>9</v></c></row>)")}}));
+  Sheet& s = sheet(*b, 0);
+  EXPECT_EQ(b->value(s, 2, 0), calc::Value::num(-0.0025));
+  EXPECT_EQ(b->value(s, 2, 1), calc::Value::boolean(true))
+      << "a cell without r follows the one before";
+  EXPECT_EQ(b->value(s, 2, 2), calc::Value::error(cell_error::div0));
+  EXPECT_EQ(b->value(s, 2, 3), calc::Value::str(u"inline"));
+  const Cell* rich = s.cells.find(2, 3);
+  // Text before the first run shows in the cell's font: the one run begins after it.
+  ASSERT_EQ(b->strings.runs(rich->index).size(), 1u);
+  EXPECT_EQ(b->strings.runs(rich->index)[0].start, 2u);
+  EXPECT_TRUE(b->strings.runs(rich->index)[0].font->italic);
+  ASSERT_NE(s.cells.find(2, 5), nullptr) << "a formatted empty cell is kept";
+  EXPECT_EQ(s.cells.find(2, 5)->style(), 1u);
+  EXPECT_EQ(b->value(s, 2, 6).kind, calc::Value::Kind::Empty) << "<v/> is no value";
+  EXPECT_EQ(b->value(s, 2, 7), calc::Value::num(61.5)) << "ISO dates become serials";
+  EXPECT_EQ(b->value(s, 2, 8), calc::Value::str(u"line\rbreak"));
+  EXPECT_EQ(b->value(s, 3, 0), calc::Value::num(9)) << "a row without r follows the one before";
+
+  // Rich shared strings: runs with their own fonts, phonetic guides not part of the text.
+  auto b2 = load(book_parts());
+  EXPECT_EQ(b2->strings.text(1), u"plain bold");
+  const auto& runs = b2->strings.runs(1);
+  ASSERT_EQ(runs.size(), 2u);
+  EXPECT_EQ(runs[0].start, 0u);
+  EXPECT_FALSE(runs[0].font.has_value());
+  EXPECT_EQ(runs[1].start, 6u);
+  const FontRec& f = *runs[1].font;
+  EXPECT_TRUE(f.bold && f.italic && f.strike);
+  EXPECT_EQ(f.underline, Underline::Double);
+  EXPECT_EQ(f.vert_align, VertAlign::Superscript);
+  EXPECT_EQ(f.size, 9);
+  EXPECT_EQ(f.name, u"Arial");
+  EXPECT_EQ(f.color, Color::rgb(255));
+}
+
+TEST_F(Workbooks, LoadsFormulasAsWrittenWithTheirCachedValues) {
+  auto b = load(book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(
+            R"(<row r="1"><c r="A1"><f t="shared" ref="A1:A3" si="0">B1+1</f><v>2</v></c>)"
+            R"(<c r="B1"><f ca="1">"x"&amp;"y"</f><v>xy</v></c><c r="C1" t="str"><f>C9</f><v>text</v></c>)"
+            R"(<c r="D1" t="b"><f>TRUE</f><v>1</v></c><c r="E1" t="e"><f>1/0</f><v>#DIV/0!</v></c></row>)"
+            R"(<row r="2"><c r="A2"><f t="shared" si="0"/><v>3</v></c><c r="B2"><f t="array" ref="B2:C3">B1:C2*2</f><v>4</v></c></row>)")}}));
+  Sheet& s = sheet(*b, 0);
+  const FormulaCell& master = s.formula(*s.cells.find(0, 0));
+  EXPECT_EQ(master.file->text, u"B1+1");
+  EXPECT_EQ(master.file->type, u"shared");
+  EXPECT_EQ(master.value, calc::Value::num(2));
+  const FormulaCell& child = s.formula(*s.cells.find(1, 0));
+  EXPECT_EQ(child.file->text, u"");
+  ASSERT_TRUE(child.shared_master.has_value());
+  EXPECT_EQ(*child.shared_master, (CellRef{0, 0}));
+  EXPECT_EQ(b->formula_text(s, 1, 0, calc::Notation::A1), u"=B2+1")
+      << "the child moves the master's references";
+  const FormulaCell& ca = s.formula(*s.cells.find(0, 1));
+  EXPECT_EQ(ca.file->attrs, (std::vector<std::pair<String, String>>{{u"ca", u"1"}}));
+  EXPECT_EQ(s.formula(*s.cells.find(0, 2)).value, calc::Value::str(u"text"));
+  EXPECT_EQ(s.formula(*s.cells.find(0, 3)).value, calc::Value::boolean(true));
+  EXPECT_EQ(s.formula(*s.cells.find(0, 4)).value, calc::Value::error(cell_error::div0));
+  const FormulaCell& arr = s.formula(*s.cells.find(1, 1));
+  EXPECT_TRUE(arr.array);
+  EXPECT_EQ(arr.array_ref, (Rect{1, 1, 2, 2}));
+}
+
+TEST_F(Workbooks, LoadsWorkbookSheetAndStyleProperties) {
+  std::string sheet2 = sheet_xml(
+      R"(<row r="2" ht="30" customHeight="1" hidden="1" outlineLevel="2" s="1" customFormat="1"><c r="B2"><v>7</v></c></row>)",
+      R"(<mergeCells count="1"><mergeCell ref="D4:E5"/></mergeCells>)"
+      R"(<hyperlinks><hyperlink ref="A1" r:id="rId7" tooltip="tip"/><hyperlink ref="A2:B2" location="First!A1" display="go"/></hyperlinks>)"
+      R"(<drawing r:id="rId8"/>)");
+  sheet2.replace(
+      sheet2.find("<sheetData>"), 11,
+      R"(<sheetPr codeName="Sheet2Code"/><sheetViews><sheetView workbookViewId="0"><pane xSplit="1" activePane="topRight" state="split"/><selection pane="topRight" activeCell="C3" sqref="C3:D4 F6"/></sheetView></sheetViews><sheetFormatPr defaultRowHeight="12.75" defaultColWidth="10"/><cols><col min="2" max="4" width="20.5" customWidth="1" hidden="1" outlineLevel="1" style="1" bestFit="1"/></cols><sheetData>)");
+  Parts p = book_parts(
+      {{"xl/worksheets/sheet2.xml", sheet2},
+       {"xl/worksheets/_rels/sheet2.xml.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId7" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/hyperlink" Target="https://example.com/x?a=1&amp;b=2" TargetMode="External"/>)"
+        R"(<Relationship Id="rId8" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/drawing" Target="../drawings/drawing1.xml"/></Relationships>)"},
+       {"xl/drawings/drawing1.xml",
+        R"(<xdr:wsDr xmlns:xdr="urn:xdr" xmlns:a="urn:a"><xdr:twoCellAnchor><xdr:graphicFrame><xdr:nvGraphicFramePr><xdr:cNvPr id="2" name="Revenue Chart"/></xdr:nvGraphicFramePr>)"
+        R"(<a:graphic><a:graphicData uri="http://schemas.openxmlformats.org/drawingml/2006/chart"/></a:graphic></xdr:graphicFrame></xdr:twoCellAnchor>)"
+        R"(<xdr:oneCellAnchor><xdr:pic><xdr:nvPicPr><xdr:cNvPr id="3" name="Logo"/></xdr:nvPicPr></xdr:pic></xdr:oneCellAnchor></xdr:wsDr>)"},
+       {"docProps/custom.xml",
+        R"(<Properties xmlns="http://schemas.openxmlformats.org/officeDocument/2006/custom-properties" xmlns:vt="http://schemas.openxmlformats.org/officeDocument/2006/docPropsVTypes">)"
+        R"(<property fmtid="{D5CDD505-2E9C-101B-9397-08002B2CF9AE}" pid="2" name="Client"><vt:lpwstr>Acme</vt:lpwstr></property>)"
+        R"(<property fmtid="{D5CDD505-2E9C-101B-9397-08002B2CF9AE}" pid="3" name="Count"><vt:i4>12</vt:i4></property>)"
+        R"(<property fmtid="{D5CDD505-2E9C-101B-9397-08002B2CF9AE}" pid="4" name="Done"><vt:bool>true</vt:bool></property>)"
+        R"(<property fmtid="{D5CDD505-2E9C-101B-9397-08002B2CF9AE}" pid="5" name="When"><vt:filetime>2024-03-01T12:00:00Z</vt:filetime></property>)"
+        R"(<property fmtid="{D5CDD505-2E9C-101B-9397-08002B2CF9AE}" pid="6" name="Ratio"><vt:r8>0.25</vt:r8></property></Properties>)"},
+       {"_rels/.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId1" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument" Target="xl/workbook.xml"/>)"
+        R"(<Relationship Id="rId2" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/custom-properties" Target="docProps/custom.xml"/></Relationships>)"}});
+  p["xl/workbook.xml"].replace(p["xl/workbook.xml"].find("<workbookPr"), 11,
+                               R"(<workbookPr date1904="1")");
+  auto b = load(p);
+  EXPECT_TRUE(b->date1904);
+  EXPECT_EQ(b->code_name, u"ThisWorkbook");
+  EXPECT_EQ(b->active_sheet, 1);
+  EXPECT_EQ(sheet(*b, 1).visibility, 0);
+  ASSERT_EQ(b->names.size(), 2u);
+  auto local = b->find_name(u"Local", sheet(*b, 1).id);
+  ASSERT_TRUE(local.has_value());
+  EXPECT_TRUE(b->names[*local].hidden);
+  EXPECT_EQ(b->names[*local].comment, u"c");
+  EXPECT_EQ(b->names[*local].formula, u"Second!$B$2");
+
+  Sheet& s = sheet(*b, 1);
+  EXPECT_EQ(s.code_name, u"Sheet2Code");
+  const LineInfo& row = s.rows.at(1);
+  EXPECT_EQ(row.size, 30);
+  EXPECT_TRUE(row.hidden && row.custom_size && row.has_style);
+  EXPECT_EQ(row.outline_level, 2);
+  EXPECT_EQ(row.style, 1u);
+  for (int c : {1, 2, 3}) {
+    const LineInfo& col = s.cols.at(c);
+    EXPECT_EQ(col.size, 20.5);
+    EXPECT_TRUE(col.hidden);
+    EXPECT_EQ(col.outline_level, 1);
+    EXPECT_EQ(col.attrs, (std::vector<std::pair<String, String>>{{u"bestFit", u"1"}}));
+  }
+  EXPECT_FALSE(s.cols.count(0) || s.cols.count(4));
+  EXPECT_EQ(s.default_row_height, 12.75);
+  EXPECT_EQ(s.default_col_width, 10);
+  EXPECT_EQ(s.merged, (std::vector<Rect>{{3, 3, 4, 4}}));
+  ASSERT_EQ(s.hyperlinks.size(), 2u);
+  EXPECT_EQ(s.hyperlinks[0].address, u"https://example.com/x?a=1&b=2");
+  EXPECT_EQ(s.hyperlinks[0].screen_tip, u"tip");
+  EXPECT_EQ(s.hyperlinks[1].sub_address, u"First!A1");
+  EXPECT_EQ(s.hyperlinks[1].ref, (Rect{1, 0, 1, 1}));
+  EXPECT_EQ(s.selection.active, (CellRef{2, 2})) << "the active pane's selection";
+  EXPECT_EQ(s.selection.areas, (std::vector<Rect>{{2, 2, 3, 3}, {5, 5, 5, 5}}));
+  ASSERT_EQ(s.chart_objects.size(), 1u) << "pictures are not charts";
+  EXPECT_EQ(s.chart_objects[0].name, u"Revenue Chart");
+
+  ASSERT_EQ(b->props.size(), 5u);
+  EXPECT_EQ(b->props[0].value, Variant(String(u"Acme")));
+  EXPECT_EQ(b->props[1].value, Variant(int32_t{12}));
+  EXPECT_EQ(b->props[2].value, Variant(true));
+  EXPECT_EQ(b->props[3].value, Variant(Date{45352.5}));
+  EXPECT_EQ(b->props[4].value, Variant(0.25));
+
+  const StyleTable& st = b->styles;
+  ASSERT_EQ(st.fonts.size(), 2u);
+  EXPECT_TRUE(st.fonts[1].bold);
+  EXPECT_EQ(st.fonts[1].color.kind, Color::Kind::Theme);
+  EXPECT_EQ(st.fonts[1].color.index, 4);
+  EXPECT_EQ(st.fonts[1].color.tint, -0.25);
+  ASSERT_EQ(st.xfs.size(), 2u);
+  EXPECT_EQ(st.xfs[1].numfmt, 164u);
+  EXPECT_EQ(st.numfmt_code(164), u"0.000");
+  EXPECT_EQ(st.xfs[1].align.horizontal, HAlign::Center);
+  EXPECT_TRUE(st.xfs[1].align.wrap);
+}
+
+TEST_F(Workbooks, RefusesContentThatMeansNothingInOneLine) {
+  auto refusal = [&](const std::string& data) {
+    try {
+      load(book_parts({{"xl/worksheets/sheet1.xml", sheet_xml(data)}}));
+      return std::string();
+    } catch (const Error& e) {
+      EXPECT_EQ(std::string(e.what()).find('\n'), std::string::npos);
+      return std::string(e.what());
+    }
+  };
+  EXPECT_THAT(refusal(R"(<row r="0"/>)"), HasSubstr("row number out of range"));
+  EXPECT_THAT(refusal(R"(<row r="1048577"/>)"), HasSubstr("row number out of range"));
+  EXPECT_THAT(refusal(R"(<row r="1"><c r="A2"><v>1</v></c></row>)"),
+              HasSubstr("cell A2 inside row 1"));
+  EXPECT_THAT(refusal(R"(<row r="1"><c r="XFE1"><v>1</v></c></row>)"),
+              HasSubstr("bad cell reference"));
+  EXPECT_THAT(refusal(R"(<row r="1"><c r="A1"><v>abc</v></c></row>)"),
+              HasSubstr("cell A1 holds 'abc', which is no number"));
+  EXPECT_THAT(refusal(R"(<row r="1"><c r="A1"><v>1</c></row>)"),
+              HasSubstr("'xl/worksheets/sheet1.xml' is not well-formed XML"));
+  EXPECT_EQ(refusal(R"(<row r="1"><c r="A1" t="s"><v>99</v></c></row>)"), "")
+      << "a dangling shared string reads as empty";
+}
+
+// --- saving -----------------------------------------------------------------------------------
+
+TEST_F(Workbooks, ChangedSheetKeepsWhatTheEngineDoesNotModel) {
+  auto b = load(book_parts());
+  Sheet& s = sheet(*b, 0);
+  b->set_constant(s, 0, 0, calc::Value::num(2.25));
+  b->set_constant(s, 4, 1, calc::Value::str(u"new"));
+  fs::path out = save(*b);
+  std::string xml = part(out, "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="A1" s="1"><v>2.25</v></c>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(x14ac:dyDescent="0.25")"))
+      << "row attributes the model does not know";
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="C1" cm="1" t="s"><v>0</v></c>)")) << "cell attributes too";
+  EXPECT_THAT(xml, HasSubstr(R"(<f>A1*2</f>)"));
+  EXPECT_THAT(xml, HasSubstr("<conditionalFormatting"));
+  EXPECT_THAT(xml, HasSubstr(R"(<x14:keep/>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<dimension ref="A1:C5"/>)"));
+  EXPECT_LT(xml.find("</sheetData>"), xml.find("<conditionalFormatting")) << "schema order kept";
+  EXPECT_EQ(part(out, "xl/worksheets/sheet2.xml"),
+            part(write(book_parts(), "orig.xlsx"), "xl/worksheets/sheet2.xml"));
+
+  // The reloaded workbook sees what was saved.
+  auto again = xlsx::load(out);
+  EXPECT_EQ(again->value(sheet(*again, 0), 0, 0), calc::Value::num(2.25));
+  EXPECT_EQ(again->value(sheet(*again, 0), 4, 1), calc::Value::str(u"new"));
+  EXPECT_EQ(again->value(sheet(*again, 0), 0, 2), calc::Value::str(u"alpha"));
+}
+
+TEST_F(Workbooks, StylesAndStringsAreAppendedNeverRenumbered) {
+  fs::path in = write(book_parts(), "in.xlsx");
+  auto b = xlsx::load(in);
+  Sheet& s = sheet(*b, 0);
+  // A new font colour on the formatted cell: a new font and a new cell format derived from
+  // the old one; a new number format; a new text.
+  b->restyle(s, {0, 0, 0, 0}, [&](const Xf& x) {
+    Xf y = x;
+    FontRec f = b->styles.font(x.font);
+    f.color = Color::rgb(255);
+    y.font = b->styles.font_index(f);
+    y.numfmt = b->styles.numfmt_id(u"0.0%");
+    return y;
+  });
+  b->set_constant(s, 9, 0, calc::Value::str(u"appended & <escaped>"));
+  fs::path out = save(*b);
+
+  std::string styles = part(out, "xl/styles.xml");
+  EXPECT_THAT(styles, HasSubstr(R"(<fonts count="3">)"));
+  EXPECT_THAT(styles, HasSubstr(R"(<color rgb="FFFF0000"/>)"));
+  EXPECT_THAT(styles, HasSubstr(R"(<numFmt numFmtId="165" formatCode="0.0%"/>)"));
+  EXPECT_THAT(styles, HasSubstr(R"(<cellXfs count="3">)"));
+  EXPECT_THAT(
+      styles,
+      HasSubstr(
+          R"(<xf numFmtId="165" fontId="2" fillId="0" borderId="0" xfId="0" applyNumberFormat="1" pivotButton="1" applyFont="1" applyAlignment="1"><alignment horizontal="center" wrapText="1"/>)"))
+      << "the derived format keeps its origin's attributes";
+  EXPECT_THAT(styles, HasSubstr(R"(<dxfs count="1">)"));
+  EXPECT_THAT(part(out, "xl/worksheets/sheet1.xml"), HasSubstr(R"(<c r="A1" s="2">)"));
+
+  std::string old_sst = part(in, "xl/sharedStrings.xml");
+  std::string sst = part(out, "xl/sharedStrings.xml");
+  EXPECT_THAT(sst, HasSubstr(R"(count="4" uniqueCount="4")"));
+  EXPECT_THAT(sst, HasSubstr("<rPh sb=\"0\" eb=\"1\"><t>PHONETIC</t></rPh>"))
+      << "old entries stay as written";
+  EXPECT_THAT(sst, HasSubstr("<si><t>appended &amp; &lt;escaped&gt;</t></si></sst>"));
+  std::string tail = old_sst.substr(old_sst.find("><si>") + 1);
+  EXPECT_THAT(sst, HasSubstr(tail.substr(0, tail.size() - 6)));
+  EXPECT_THAT(part(out, "xl/worksheets/sheet1.xml"), HasSubstr(R"(<c r="A10" t="s"><v>3</v></c>)"));
+
+  // A second save after the first appends after what the first appended.
+  b->set_constant(s, 10, 0, calc::Value::str(u"second"));
+  fs::path out2 = save(*b, "out2.xlsx");
+  EXPECT_THAT(part(out2, "xl/sharedStrings.xml"), HasSubstr("<si><t>second</t></si></sst>"));
+  EXPECT_THAT(part(out2, "xl/worksheets/sheet1.xml"),
+              HasSubstr(R"(<c r="A11" t="s"><v>4</v></c>)"));
+  auto again = xlsx::load(out2);
+  EXPECT_EQ(again->value(sheet(*again, 0), 9, 0), calc::Value::str(u"appended & <escaped>"));
+  EXPECT_EQ(again->value(sheet(*again, 0), 10, 0), calc::Value::str(u"second"));
+}
+
+TEST_F(Workbooks, ChangedFormulasAskForRecalculationAndDropTheChain) {
+  auto b = load(book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(
+            R"(<row r="1"><c r="A1"><f t="shared" ref="A1:A3" si="0">B1+1</f><v>1</v></c><c r="B1"><v>5</v></c></row>)"
+            R"(<row r="2"><c r="A2"><f t="shared" si="0"/><v>1</v></c></row><row r="3"><c r="A3"><f t="shared" si="0"/><v>1</v></c></row>)")}}));
+  Sheet& s = sheet(*b, 0);
+  // A value change leaves formulas as they were: no recalculation request.
+  b->set_constant(s, 0, 1, calc::Value::num(6));
+  fs::path plain = save(*b, "plain.xlsx");
+  EXPECT_THAT(part(plain, "xl/workbook.xml"), Not(HasSubstr("fullCalcOnLoad")));
+  EXPECT_NE(part(plain, "xl/calcChain.xml"), "(absent)");
+
+  // Replacing the shared formula's master: its children are written as formulas of their own.
+  b->set_formula(s, 0, 0, u"B1*10", calc::Notation::A1);
+  b->commit();
+  fs::path out = save(*b);
+  EXPECT_THAT(part(out, "xl/workbook.xml"),
+              HasSubstr(R"(<calcPr calcId="191029" fullCalcOnLoad="1"/>)"));
+  EXPECT_EQ(part(out, "xl/calcChain.xml"), "(absent)");
+  EXPECT_THAT(part(out, "xl/_rels/workbook.xml.rels"), Not(HasSubstr("calcChain")));
+  EXPECT_THAT(part(out, "[Content_Types].xml"), Not(HasSubstr("calcChain")));
+  std::string xml = part(out, "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="A1"><f>B1*10</f><v>60</v></c>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="A2"><f>B2+1</f>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="A3"><f>B3+1</f>)"));
+  EXPECT_THAT(xml, Not(HasSubstr("si=")));
+  EXPECT_THAT(part(out, "xl/workbook.xml"), HasSubstr(R"(<ext uri="{X}"><keep/></ext>)"));
+}
+
+TEST_F(Workbooks, SheetsAddedRenamedHiddenMovedAndDeleted) {
+  auto b = load(book_parts());
+  b->rename_sheet(sheet(*b, 0), u"Renamed");
+  sheet(*b, 1).visibility = -1;
+  b->changed.workbook = true;
+  Sheet& added = b->add_sheet(u"Added", SheetKind::Worksheet, 0);
+  b->set_constant(added, 0, 0, calc::Value::num(1));
+  fs::path out = save(*b);
+  std::string wb = part(out, "xl/workbook.xml");
+  EXPECT_THAT(
+      wb,
+      HasSubstr(
+          R"(<sheet name="Added" sheetId="3" r:id="rId6"/><sheet name="Renamed" sheetId="1" r:id="rId1"/><sheet name="Second" sheetId="2" r:id="rId2"/>)"));
+  EXPECT_THAT(wb, HasSubstr(R"(localSheetId="2")"))
+      << "sheet-level names follow their sheet's new position";
+  EXPECT_THAT(part(out, "xl/worksheets/sheet3.xml"), HasSubstr(R"(<c r="A1"><v>1</v></c>)"));
+  EXPECT_THAT(part(out, "[Content_Types].xml"), HasSubstr(R"(/xl/worksheets/sheet3.xml)"));
+
+  auto again = xlsx::load(out);
+  ASSERT_EQ(again->sheets.size(), 3u);
+  EXPECT_EQ(again->sheets[0]->name, u"Added");
+  EXPECT_EQ(again->sheets[2]->visibility, -1);
+  EXPECT_TRUE(again->find_name(u"Local", again->sheets[2]->id).has_value());
+
+  again->delete_sheet(again->sheets[1]->id);
+  fs::path out2 = save(*again, "out2.xlsx");
+  EXPECT_EQ(part(out2, "xl/worksheets/sheet1.xml"), "(absent)");
+  EXPECT_THAT(part(out2, "xl/_rels/workbook.xml.rels"), Not(HasSubstr("sheet1.xml")));
+  EXPECT_THAT(part(out2, "[Content_Types].xml"), Not(HasSubstr("sheet1.xml")));
+  auto third = xlsx::load(out2);
+  EXPECT_EQ(third->sheets.size(), 2u);
+}
+
+TEST_F(Workbooks, HyperlinksPropertiesAndChartNamesWriteBack) {
+  Parts p = book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml("", R"(<hyperlinks><hyperlink ref="A1" r:id="rId1"/></hyperlinks>)")},
+       {"xl/worksheets/_rels/sheet1.xml.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId1" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/hyperlink" Target="https://old.example/" TargetMode="External"/></Relationships>)"}});
+  auto b = load(p);
+  Sheet& s = sheet(*b, 0);
+  s.hyperlinks[0].address = u"https://new.example/?q=1&r=2";
+  s.hyperlinks.push_back(HyperlinkRec{{1, 1, 1, 1}, u"", u"Second!B2", u"", u"", u""});
+  s.changed.cells = true;
+  b->props.push_back(CustomProperty{u"Reviewed", 2, Variant(true), u""});
+  b->props.push_back(CustomProperty{u"Owner", 4, Variant(String(u"Ann")), u""});
+  fs::path out = save(*b);
+  std::string rels = part(out, "xl/worksheets/_rels/sheet1.xml.rels");
+  EXPECT_THAT(rels, Not(HasSubstr("old.example")));
+  EXPECT_THAT(rels,
+              HasSubstr(R"(Target="https://new.example/?q=1&amp;r=2" TargetMode="External")"));
+  std::string xml = part(out, "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml, HasSubstr(R"(<hyperlink ref="B2" location="Second!B2"/>)"));
+  std::string custom = part(out, "docProps/custom.xml");
+  EXPECT_THAT(custom, HasSubstr(R"(name="Reviewed"><vt:bool>true</vt:bool>)"));
+  EXPECT_THAT(custom, HasSubstr(R"(pid="3" name="Owner"><vt:lpwstr>Ann</vt:lpwstr>)"));
+  EXPECT_THAT(part(out, "_rels/.rels"), HasSubstr("custom-properties"));
+  EXPECT_THAT(part(out, "[Content_Types].xml"), HasSubstr("/docProps/custom.xml"));
+
+  auto again = xlsx::load(out);
+  EXPECT_EQ(again->sheets[0]->hyperlinks[0].address, u"https://new.example/?q=1&r=2");
+  ASSERT_EQ(again->props.size(), 2u);
+  EXPECT_EQ(again->props[1].value, Variant(String(u"Ann")));
+}
+
+TEST_F(Workbooks, ANewWorkbookSavesAsACompletePackage) {
+  Book b(u"Book1");
+  Sheet& s = b.add_sheet(u"Data");
+  b.set_constant(s, 0, 0, calc::Value::num(3));
+  b.set_constant(s, 1, 0, calc::Value::str(u" padded "));
+  b.set_constant(s, 2, 0, calc::Value::str(u"ab"));
+  b.set_rich_text(s, 2, 0, u"ab", {engine::Run{0, std::nullopt}, engine::Run{1, FontRec{}}});
+  b.set_formula(s, 3, 0, u"A1*2", calc::Notation::A1);
+  b.define_name(u"Hidden", calc::kNoSheet, u"Data!$A$1", true);
+  fs::path out = save(b);
+  auto pkg = xlsx::Package::open(out);
+  EXPECT_EQ(pkg.kind(), xlsx::PackageKind::Workbook);
+  auto again = xlsx::load(out);
+  Sheet& t = *again->sheets.at(0);
+  EXPECT_EQ(t.name, u"Data");
+  EXPECT_EQ(again->value(t, 0, 0), calc::Value::num(3));
+  EXPECT_EQ(again->value(t, 1, 0), calc::Value::str(u" padded "));
+  EXPECT_EQ(again->strings.runs(t.cells.find(2, 0)->index).size(), 2u);
+  EXPECT_EQ(again->formula_text(t, 3, 0, calc::Notation::A1), u"=A1*2");
+  EXPECT_EQ(again->value(t, 3, 0), calc::Value::num(6));
+  ASSERT_EQ(again->names.size(), 1u);
+  EXPECT_TRUE(again->names[0].hidden);
+}
+
+TEST_F(Workbooks, SavesOverItsOwnFileOnlyWhenNamed) {
+  fs::path in = write(book_parts(), "same.xlsx");
+  auto b = xlsx::load(in);
+  b->set_constant(sheet(*b, 0), 0, 0, calc::Value::num(99));
+  xlsx::save(*b, in);
+  EXPECT_EQ(xlsx::load(in)->value(sheet(*xlsx::load(in), 0), 0, 0), calc::Value::num(99));
+  // A failed save leaves the target as it was.
+  EXPECT_THROW(xlsx::save(*b, dir_ / "missing" / "x.xlsx"), Error);
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), fs::directory_iterator()), 1);
+}
+
+}  // namespace
+}  // namespace qz::engine
