@@ -73,6 +73,19 @@ TEST(Adjust, OtherSheetsAndOtherBooksStay) {
   EXPECT_EQ(after(book, u"A5+Sheet1!A5", "Z1", rows(5, 1, s2), s2), "A6+Sheet1!A5");
 }
 
+TEST(Adjust, ThreeDimensionalAndMixedReferences) {
+  TestBook book;
+  // A 3-D reference follows a change on a sheet it starts or ends on.
+  EXPECT_EQ(after(book, u"SUM(Sheet1:Sheet3!A5)", "Z1", rows(2, 1, book.id("Sheet3"))),
+            "SUM(Sheet1:Sheet3!A6)");
+  // Mixed references move by their absolute parts' cells too.
+  EXPECT_EQ(after(book, u"$A5+A$5+SUM($A$1:A5)", "Z9", rows(3, 2)), "$A7+A$7+SUM($A$1:A7)");
+  // Whole rows ignore inserted columns; whole columns ignore inserted rows.
+  EXPECT_EQ(after(book, u"SUM(2:3)+SUM(B:B)", "Z9", cols(0, 1)), "SUM(2:3)+SUM(C:C)");
+  // Deleting the formula's own rows is not asked of adjust; deleting rows above it moves it.
+  EXPECT_EQ(after(book, u"A1+A2+A3", "B3", rows(1, -1)), "#REF!+A1+A2");
+}
+
 TEST(Adjust, NothingChangedGivesTheSameFormula) {
   TestBook book;
   auto f = parse(u"SUM(A1:A4)", Notation::A1, cell("B1"), 0, book);

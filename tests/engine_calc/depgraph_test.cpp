@@ -66,6 +66,20 @@ TEST(DependencyGraph, WholeColumnsRowsAndWideRanges) {
   EXPECT_EQ(reached(g, {{0, cell("C4")}}), std::vector<std::string>{});
 }
 
+TEST(DependencyGraph, AReusedSlotDoesNotInheritOldReads) {
+  DependencyGraph g;
+  g.set(0, cell("B1"), {{0, one("A1")}, {0, rect("A5", "A9")}});
+  g.remove(0, cell("B1"));
+  g.set(2, cell("C7"), {{2, one("Z9")}});  // takes the freed slot
+  EXPECT_TRUE(reached(g, {{0, cell("A1")}}).empty());
+  EXPECT_TRUE(reached(g, {{0, cell("A6")}}).empty());
+  EXPECT_EQ(reached(g, {{2, cell("Z9")}}), std::vector<std::string>{"2:C7"});
+  // Many removals and re-registrations: only the latest reads count.
+  for (int round = 0; round < 5; ++round)
+    for (int r = 0; r < 2000; ++r) g.set(1, CellRef{r, 5}, {{1, Rect{r, 0, r + round, 0}}});
+  EXPECT_EQ(g.dependents({{1, CellRef{1000, 0}}}).size(), 5u);  // rows 996..1000 reach it
+}
+
 TEST(DependencyGraph, CirclesEnd) {
   DependencyGraph g;
   g.set(0, cell("A1"), {{0, one("B1")}});

@@ -106,6 +106,33 @@ TEST(References, OperatorsAcrossAreasAndSheets) {
   EXPECT_EQ(book.eval(u"@A1:A3", "C3"), N(30));
 }
 
+TEST(Coercion, NumbersJoinedAsTextUseFifteenDigits) {
+  TestBook book;
+  EXPECT_EQ(book.eval(u"\"\"&1E+15"), S(u"1E+15"));
+  EXPECT_EQ(book.eval(u"\"\"&123456789012345"), S(u"123456789012345"));
+  EXPECT_EQ(book.eval(u"\"\"&1234567890123456789"), S(u"1.23456789012346E+18"));
+  EXPECT_EQ(book.eval(u"\"\"&-0.000001"), S(u"-0.000001"));
+  EXPECT_EQ(book.eval(u"\"\"&1E-10"), S(u"1E-10"));
+  EXPECT_EQ(book.eval(u"\"\"&(0.1+0.2)"), S(u"0.3"));
+  EXPECT_EQ(book.eval(u"\"\"&2/3"), S(u"0.666666666666667"));
+  EXPECT_EQ(book.eval(u"\"\"&-1.5E+300"), S(u"-1.5E+300"));
+}
+
+TEST(Arrays, FunctionsOfSingleValuesApplyToEachElement) {
+  TestBook book;
+  book.set("A1", 1.25);
+  book.set("A2", u"x");
+  book.set("A3", 2.35);
+  EXPECT_EQ(book.eval(u"SUM(ROUND({1.25,2.35},1))"), N(3.7));
+  EXPECT_EQ(book.eval(u"SUMPRODUCT(ISNUMBER(A1:A3)*1)"), N(2));
+  EXPECT_EQ(book.eval(u"SUMPRODUCT(IF(ISNUMBER(A1:A3),A1:A3,0))"), N(3.6));
+  EXPECT_EQ(book.eval(u"SUMPRODUCT(LEN(A1:A3))"), N(9));
+  EXPECT_EQ(book.eval(u"SUMPRODUCT(IFERROR(A1:A3*2,100))"), N(107.2));
+  EXPECT_EQ(book.eval(u"INDEX(LEFT({\"abc\",\"de\"},1),1,2)"), S(u"d"));
+  EXPECT_EQ(book.eval(u"SUM({1,2}+{10;20})"), N(66));              // a row against a column
+  EXPECT_EQ(book.eval(u"SUM({1,2,3}*{1,2})"), E(cell_error::na));  // past the shorter array
+}
+
 TEST(Names, WorkbookAndSheetScopesRelativeAndConstant) {
   TestBook book;
   book.set("A1", 5);
