@@ -10,14 +10,22 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
+#include "engine/calc/calc.hpp"
 #include "engine/core/engine.hpp"
 #include "engine/xlsx/common.hpp"
 #include "engine/xlsx/package.hpp"
@@ -36,6 +44,10 @@ namespace fs = std::filesystem;
 
 const fs::path kGolden = "tests/engine_xlsx/golden/corpus_verdicts.txt";
 constexpr int kSecondsPerFile = 30;
+// Where the calculation check lists its disagreements, and the share of agreeing cells it
+// expects.
+const char* const kCalcReport = QZXL_CALC_REPORT;
+constexpr double kCalcGoal = 0.98;
 
 // Runs `probe` in a child process; its result, or "CRASH"/"HANG" when the child dies or
 // outlives the limit.
@@ -271,6 +283,193 @@ TEST(Corpus, EveryWorkbookOpensOrIsRefusedInOneLine) {
   }
   for (const auto& [name, v] : golden)
     EXPECT_TRUE(verdicts.count(name)) << name << " is in the golden file but not in the corpus";
+}
+
+// --- the calculation check ----------------------------------------------------------------------
+
+// The functions a formula calls (upper-case, without the "_xlfn." of newer functions), read
+// from its text outside string literals.
+std::vector<std::string> functions_in(const std::string& text) {
+  std::vector<std::string> out;
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    char c = text[i];
+    if (c == '"') quoted = !quoted;
+    if (quoted || c != '(') continue;
+    size_t b = i;
+    while (b > 0 && (std::isalnum(static_cast<unsigned char>(text[b - 1])) || text[b - 1] == '.' ||
+                     text[b - 1] == '_'))
+      --b;
+    std::string name = text.substr(b, i - b);
+    for (char& ch : name) ch = static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+    for (const char* prefix : {"_XLFN._XLWS.", "_XLFN.", "_XLWS."})
+      if (name.rfind(prefix, 0) == 0) name.erase(0, std::strlen(prefix));
+    if (!name.empty()) out.push_back(name);
+  }
+  return out;
+}
+
+bool agrees(const calc::Value& cached, const calc::Value& now) {
+  if (cached.kind != now.kind) {
+    // An empty result shows as 0.
+    return cached.kind == calc::Value::Kind::Number && cached.number == 0 &&
+           now.kind == calc::Value::Kind::Empty;
+  }
+  if (cached.kind == calc::Value::Kind::Number) {
+    double scale = std::max({1.0, std::fabs(cached.number), std::fabs(now.number)});
+    return std::fabs(cached.number - now.number) <= 1e-9 * scale;
+  }
+  return cached == now;
+}
+
+std::string shown(const calc::Value& v) {
+  switch (v.kind) {
+    case calc::Value::Kind::Empty:
+      return "(empty)";
+    case calc::Value::Kind::Number:
+      return xlsx::double_text(v.number);
+    case calc::Value::Kind::Text:
+      return "\"" + to_utf8(v.text) + "\"";
+    case calc::Value::Kind::Boolean:
+      return v.number != 0 ? "TRUE" : "FALSE";
+    case calc::Value::Kind::Error:
+      return to_utf8(calc::error_text(v.error_code()));
+  }
+  return "?";
+}
+
+// Recalculates every formula of a workbook that the engine can compute — its functions are
+// implemented, and so are those of every formula it reads, directly or through names — and
+// compares it with the value the file cached. First line: "eligible agreeing"; then one line
+// per disagreement (sheet!cell, formula, cached, computed).
+std::string calc_probe(const fs::path& file) {
+  BookPtr book = xlsx::load(file);
+  std::set<std::string> known;
+  for (const String& f : calc::function_names()) known.insert(to_utf8(f));
+  static const std::set<std::string> unstable = {"NOW",         "TODAY", "RAND",
+                                                 "RANDBETWEEN", "INFO",  "CELL"};
+  using Key = std::tuple<SheetId, int32_t, int32_t>;
+  struct Item {
+    Sheet* sheet;
+    uint32_t slot;
+    std::string text;
+    calc::Value cached;
+    bool computable = true;
+    std::vector<Key> reads;  // formula cells it reads
+  };
+  std::map<Key, Item> items;
+  for (auto& sp : book->sheets) {
+    for (uint32_t i = 0; i < sp->formulas.size(); ++i) {
+      FormulaCell& f = sp->formulas[i];
+      if (!f.live) continue;
+      Item it{sp.get(), i, {}, f.value};
+      const calc::Formula* parsed = book->ensure_parsed(*sp, f);
+      if (!parsed || (f.file && f.file->type == u"dataTable")) {
+        it.computable = false;
+      } else {
+        it.text = to_utf8(book->formula_text(*sp, f.at.row, f.at.col, calc::Notation::A1));
+        // References into other workbooks evaluate to #REF! here; their cached values came
+        // from files we do not have.
+        if (it.text.find(".xls") != std::string::npos ||
+            std::regex_search(it.text, std::regex(R"(\[\d+\])")))
+          it.computable = false;
+        for (const auto& fn : functions_in(it.text))
+          if (!known.count(fn) || unstable.count(fn)) it.computable = false;
+        // What it reads, names followed (a few levels deep).
+        calc::References refs = calc::references(*parsed, f.at, sp->id);
+        std::vector<std::pair<SheetId, Rect>> ranges = refs.ranges;
+        std::vector<String> names = refs.names;
+        for (size_t n = 0; n < names.size() && n < 64; ++n) {
+          const DefinedName* d = book->resolve_name(names[n], sp->id);
+          if (!d || !d->parsed) continue;
+          calc::References nr =
+              calc::references(*d->parsed, {0, 0}, d->scope == calc::kNoSheet ? sp->id : d->scope);
+          ranges.insert(ranges.end(), nr.ranges.begin(), nr.ranges.end());
+          names.insert(names.end(), nr.names.begin(), nr.names.end());
+        }
+        for (const auto& [sid, rect] : ranges) {
+          Sheet* src = book->sheet(sid);
+          if (!src) continue;
+          src->cells.for_each(rect, [&](int32_t r, int32_t c, const Cell& cell) {
+            if (cell.kind() == CellKind::Formula) it.reads.emplace_back(sid, r, c);
+            return true;
+          });
+        }
+      }
+      items.emplace(Key{sp->id, f.at.row, f.at.col}, std::move(it));
+    }
+  }
+  // A formula reading one the engine cannot compute cannot be computed either.
+  for (bool changed = true; changed;) {
+    changed = false;
+    for (auto& [key, it] : items) {
+      if (!it.computable) continue;
+      for (const Key& k : it.reads) {
+        auto dep = items.find(k);
+        if (dep != items.end() && !dep->second.computable) {
+          it.computable = false;
+          changed = true;
+          break;
+        }
+      }
+    }
+  }
+  book->calculate(true);
+  size_t eligible = 0, agree = 0;
+  std::string lines;
+  auto clean = [](std::string t) {
+    for (char& c : t)
+      if (c == '\t' || c == '\n' || c == '\r') c = ' ';
+    return t;
+  };
+  for (const auto& [key, it] : items) {
+    if (!it.computable || it.cached.kind == calc::Value::Kind::Empty) continue;
+    ++eligible;
+    const FormulaCell& f = it.sheet->formulas[it.slot];
+    if (agrees(it.cached, f.value)) {
+      ++agree;
+      continue;
+    }
+    lines += clean(to_utf8(it.sheet->name)) + "!" + xlsx::cell_text(f.at.row, f.at.col) + "\t" +
+             clean(it.text) + "\t" + clean(shown(it.cached)) + "\t" + clean(shown(f.value)) + "\n";
+  }
+  return std::to_string(eligible) + " " + std::to_string(agree) + "\n" + lines;
+}
+
+TEST(Corpus, RecalculationAgreesWithTheCachedValues) {
+  fs::path corpus = qz::test::corpus_dir();
+  if (corpus.empty()) GTEST_SKIP() << "the shared corpus is not present";
+  fs::path root = corpus / "workbooks";
+  std::vector<fs::path> files;
+  for (const auto& e : fs::recursive_directory_iterator(root))
+    if (e.is_regular_file()) files.push_back(e.path());
+  std::sort(files.begin(), files.end());
+
+  size_t eligible = 0, agree = 0;
+  std::ofstream report(kCalcReport);
+  report << "file\tcell\tformula\tcached\tcomputed\n";
+  for (const auto& f : files) {
+    std::string out = isolated([&] { return calc_probe(f); }, kSecondsPerFile);
+    if (out.starts_with("refused: ")) continue;
+    std::string name = relative_name(f, root);
+    size_t nl = out.find('\n');
+    size_t e = 0, a = 0;
+    if (nl == std::string::npos || std::sscanf(out.c_str(), "%zu %zu", &e, &a) != 2) {
+      ADD_FAILURE() << name << ": " << out;
+      continue;
+    }
+    eligible += e;
+    agree += a;
+    std::istringstream rest(out.substr(nl + 1));
+    for (std::string line; std::getline(rest, line);) report << name << '\t' << line << '\n';
+  }
+  double rate = eligible ? static_cast<double>(agree) / static_cast<double>(eligible) : 1;
+  std::printf("calculation check: %zu of %zu formula cells agree (%.2f%%); disagreements in %s\n",
+              agree, eligible, 100 * rate, kCalcReport);
+  RecordProperty("eligible", static_cast<int>(eligible));
+  RecordProperty("agreeing", static_cast<int>(agree));
+  EXPECT_GT(eligible, 1000u);
+  EXPECT_GE(rate, kCalcGoal) << "see " << kCalcReport;
 }
 
 }  // namespace
