@@ -43,6 +43,7 @@ struct _iUndoRedo;
 
 inline constexpr GUID kIID_iXLLibPublic = {0x00590E89, 0x8478, 0x49E0, {0x8C, 0xB1, 0x79, 0x38, 0xE7, 0xC1, 0x2F, 0x22}};
 inline constexpr GUID kCLSIDiXLLibPublic = {0x38439CAC, 0x96DE, 0x4FC6, {0x96, 0x54, 0x6D, 0x49, 0x2F, 0xE4, 0x34, 0x00}};
+inline constexpr int kSlots_iXLLibPublic = 16;  // members after IDispatch's seven
 struct _iXLLibPublic : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE NewPublic(BSTR* vName, _iXLLibPublic** pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE NewQuazel(BSTR* vName, _iXLLibPublic** pRetVal) = 0;
@@ -64,6 +65,7 @@ struct _iXLLibPublic : public IDispatch {
 
 inline constexpr GUID kIID_iChartXL = {0x2DC3C672, 0x6127, 0x43AA, {0xB5, 0x2F, 0x7E, 0xAC, 0x9B, 0xA8, 0xF3, 0x0A}};
 inline constexpr GUID kCLSIDiChartXL = {0x56A6FC8D, 0x4E89, 0x4D13, {0xA8, 0xA1, 0xB5, 0x14, 0xAB, 0x4C, 0xB7, 0xAA}};
+inline constexpr int kSlots_iChartXL = 14;  // members after IDispatch's seven
 struct _iChartXL : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE ChartActivate(IDispatch* vChart) = 0;
   virtual HRESULT STDMETHODCALLTYPE ChartAddrSheetLevel(IDispatch* vChart, BSTR* pRetVal) = 0;
@@ -83,6 +85,7 @@ struct _iChartXL : public IDispatch {
 
 inline constexpr GUID kIID_iWorkbook = {0xD8ED8FD5, 0xB918, 0x4871, {0xAE, 0xFF, 0x5A, 0x1C, 0x45, 0x7E, 0x9E, 0x63}};
 inline constexpr GUID kCLSIDiWorkbook = {0x9FA2DCDB, 0x4CCE, 0x45BA, {0xA9, 0x2C, 0x42, 0xC6, 0x7C, 0x37, 0x5C, 0xB0}};
+inline constexpr int kSlots_iWorkbook = 19;  // members after IDispatch's seven
 struct _iWorkbook : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE OpenWkbFromUser(BSTR vDefFileName, BSTR vDefFilePath, VARIANT_BOOL vPromptOnOpen, IDispatch** pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE IsOpen(IDispatch* vWkb, BSTR vWkbName, VARIANT_BOOL* pRetVal) = 0;
@@ -107,6 +110,7 @@ struct _iWorkbook : public IDispatch {
 
 inline constexpr GUID kIID_iWorksheet = {0x0A663383, 0xC544, 0x4376, {0xBE, 0x75, 0xE4, 0xEC, 0xD8, 0x9C, 0xC7, 0xBD}};
 inline constexpr GUID kCLSIDiWorksheet = {0xF8FEC7D3, 0x82B0, 0x4F86, {0xBF, 0xEF, 0xC5, 0x7B, 0xCD, 0x63, 0x6B, 0xD8}};
+inline constexpr int kSlots_iWorksheet = 8;  // members after IDispatch's seven
 struct _iWorksheet : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE QZUsedRange(IDispatch* vWks, IDispatch** pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE NameWorksheet(IDispatch* vWks, BSTR vName) = 0;
@@ -120,6 +124,7 @@ struct _iWorksheet : public IDispatch {
 
 inline constexpr GUID kIID_iControl = {0x23031705, 0xA98C, 0x46F1, {0xB3, 0xC4, 0x59, 0x1B, 0x1D, 0x68, 0x7B, 0xE1}};
 inline constexpr GUID kCLSIDiControl = {0xB0A54D43, 0x1C0B, 0x47E7, {0x88, 0xF3, 0x46, 0xF0, 0x48, 0xA0, 0x96, 0xB2}};
+inline constexpr int kSlots_iControl = 7;  // members after IDispatch's seven
 struct _iControl : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE NextControlTop(IDispatch* vFormOrFrame, VARIANT_BOOL bSameLevel, LONG vXSpace, LONG vLabelAdjust, LONG vTopMargin, LONG* pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE NextControlLeft(IDispatch* vFormOrFrame, VARIANT_BOOL bSameLevel, SHORT vXSpace, LONG vLeftMargin, LONG* pRetVal) = 0;
@@ -132,6 +137,7 @@ struct _iControl : public IDispatch {
 
 inline constexpr GUID kIID_iRange = {0xBAF48937, 0x7791, 0x4701, {0xBA, 0x7D, 0x1E, 0x0B, 0xF2, 0x26, 0x27, 0x15}};
 inline constexpr GUID kCLSIDiRange = {0x509B6569, 0xC3D1, 0x434A, {0x8A, 0x94, 0x9A, 0x93, 0x1C, 0x84, 0x60, 0xB6}};
+inline constexpr int kSlots_iRange = 53;  // members after IDispatch's seven
 struct _iRange : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE CellType(IDispatch* vRange, LONG* pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE IsInput(IDispatch* vCell, VARIANT_BOOL* pRetVal) = 0;
@@ -190,6 +196,7 @@ struct _iRange : public IDispatch {
 
 inline constexpr GUID kIID_iFormula = {0xC0F40C93, 0xFD9B, 0x44FE, {0x86, 0x6F, 0xE2, 0xED, 0xAE, 0x59, 0x35, 0x9F}};
 inline constexpr GUID kCLSIDiFormula = {0x4B819080, 0xE7E2, 0x4C48, {0xAB, 0x0F, 0xB8, 0xD2, 0xF4, 0x71, 0xE5, 0x2F}};
+inline constexpr int kSlots_iFormula = 4;  // members after IDispatch's seven
 struct _iFormula : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE ParseCellFormula(BSTR* rFormula, SAFEARRAY** rPieces, VARIANT_BOOL bTrimPieces, VARIANT_BOOL bReplaceRangesInFormula) = 0;
   virtual HRESULT STDMETHODCALLTYPE ParseCellFormulaR1C1(BSTR* rFormula, SAFEARRAY** rPieces, VARIANT_BOOL bTrimPieces, VARIANT_BOOL bReplaceRangesInFormula) = 0;
@@ -199,6 +206,7 @@ struct _iFormula : public IDispatch {
 
 inline constexpr GUID kIID_iXLLibConst = {0xDA288E81, 0xAF40, 0x4040, {0x97, 0x91, 0x85, 0xA0, 0xA5, 0x7C, 0xD0, 0x46}};
 inline constexpr GUID kCLSIDiXLLibConst = {0xA6F28C87, 0x6E4E, 0x4181, {0xB5, 0xA7, 0xDD, 0xA0, 0x29, 0x05, 0x8F, 0x95}};
+inline constexpr int kSlots_iXLLibConst = 24;  // members after IDispatch's seven
 struct _iXLLibConst : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE get_qzCellUnknown(LONG* pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE get_qzCellEmpty(LONG* pRetVal) = 0;
@@ -228,6 +236,7 @@ struct _iXLLibConst : public IDispatch {
 
 inline constexpr GUID kIID_iMenu = {0x4EB5BCB4, 0x7922, 0x43F8, {0x85, 0x8A, 0x49, 0x48, 0x27, 0x10, 0x1A, 0xA6}};
 inline constexpr GUID kCLSIDiMenu = {0x438760A5, 0xB4F1, 0x4971, {0xA7, 0xB4, 0xD2, 0x53, 0xAE, 0x0C, 0x12, 0x77}};
+inline constexpr int kSlots_iMenu = 18;  // members after IDispatch's seven
 struct _iMenu : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE MainMenuBar(IDispatch** pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE ChartMenuBar(IDispatch** pRetVal) = 0;
@@ -251,6 +260,7 @@ struct _iMenu : public IDispatch {
 
 inline constexpr GUID kIID_iXLLibProduct = {0xB044EEB5, 0x1FA8, 0x433C, {0xAE, 0xF4, 0xAE, 0x81, 0x7C, 0xD8, 0x5B, 0x3F}};
 inline constexpr GUID kCLSIDiXLLibProduct = {0x27CCED5B, 0x8E87, 0x421C, {0xA2, 0x30, 0xD5, 0x88, 0x29, 0x94, 0xF4, 0x76}};
+inline constexpr int kSlots_iXLLibProduct = 9;  // members after IDispatch's seven
 struct _iXLLibProduct : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE get_UndoRedoIF(IDispatch** pRetVal) = 0;
   virtual HRESULT STDMETHODCALLTYPE putref_UndoRedoIF(IDispatch* vUndoRedoIF) = 0;
@@ -265,6 +275,7 @@ struct _iXLLibProduct : public IDispatch {
 
 inline constexpr GUID kIID_iDisplay = {0x8D313644, 0x4F94, 0x46F2, {0xAC, 0x5A, 0xEB, 0xE7, 0x35, 0xD9, 0xF3, 0x60}};
 inline constexpr GUID kCLSIDiDisplay = {0xE4A2127D, 0x6366, 0x4CB3, {0x93, 0x77, 0xA7, 0x26, 0x56, 0x0E, 0x30, 0xC0}};
+inline constexpr int kSlots_iDisplay = 3;  // members after IDispatch's seven
 struct _iDisplay : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE DisplayKeyArray(VARIANT vKeyArray, IDispatch* vWks, BSTR vTopLabel) = 0;
   virtual HRESULT STDMETHODCALLTYPE DisplayMacroArray(VARIANT vMacroArray, IDispatch* vWks, BSTR vTopLabel) = 0;
@@ -273,6 +284,7 @@ struct _iDisplay : public IDispatch {
 
 inline constexpr GUID kIID_iAutoColor = {0x1FCCD32B, 0x480E, 0x47C2, {0xBC, 0x37, 0xF6, 0x12, 0xEA, 0x7D, 0xD5, 0x0C}};
 inline constexpr GUID kCLSIDiAutoColor = {0x6A266534, 0x504D, 0x4C22, {0xB1, 0x97, 0xB4, 0x10, 0xC5, 0xED, 0xE0, 0xE0}};
+inline constexpr int kSlots_iAutoColor = 41;  // members after IDispatch's seven
 struct _iAutoColor : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE AutoColorCell(IDispatch* vCell, VARIANT_BOOL vDoUndo, VARIANT_BOOL vDoNames) = 0;
   virtual HRESULT STDMETHODCALLTYPE UpdateCtrlEnter(VARIANT_BOOL vCtrlEnter, VARIANT vCtrlShiftEnter) = 0;
@@ -319,6 +331,7 @@ struct _iAutoColor : public IDispatch {
 
 inline constexpr GUID kIID_iUndoRedo = {0x1B0B02FC, 0xAA57, 0x4F01, {0xA1, 0x09, 0x87, 0xC9, 0xE1, 0x31, 0xD4, 0xC5}};
 inline constexpr GUID kCLSIDiUndoRedo = {0x7849389B, 0x84B5, 0x4346, {0x8C, 0x1B, 0x1C, 0xCC, 0xF9, 0xDB, 0xDA, 0x10}};
+inline constexpr int kSlots_iUndoRedo = 10;  // members after IDispatch's seven
 struct _iUndoRedo : public IDispatch {
   virtual HRESULT STDMETHODCALLTYPE Subscribe(BSTR vQZProductCodeName, IDispatch* vUndoRedoIF) = 0;
   virtual HRESULT STDMETHODCALLTYPE SetCustomUndo(BSTR vQZClientAppName, BSTR vUndoFunctionName, BSTR vRedoFunctionName, BSTR vUndoRedoDisplayName) = 0;

@@ -380,6 +380,8 @@ def gen_itf(interfaces):
         w("")
         w("inline constexpr GUID kIID%s = %s;" % (iface, guid_init(IIDS[iface])))
         w("inline constexpr GUID kCLSID%s = %s;" % (iface[1:], guid_init(CLSIDS[iface[1:]])))
+        w("inline constexpr int kSlots%s = %d;  // members after IDispatch's seven" %
+          (iface, len(methods)))
         w("struct %s : public IDispatch {" % iface)
         for m in methods:
             ps = [p.itf() for p in m.com_params()]

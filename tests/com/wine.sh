@@ -2,6 +2,7 @@
 # Runs the COM server's script scenarios under Wine (64-bit).
 #   wine.sh setup   <prefix> <dll-dir>   fresh prefix, both DLLs registered machine-wide
 #   wine.sh run     <prefix> <scenario.vbs>
+#   wine.sh selftest <prefix>             the COM layer's own checks (qzxl_com_selftest.exe)
 #   wine.sh cleanup <prefix>
 # Exits 77 (skipped) when Wine or the DLLs are not there, so a machine without them skips
 # these tests instead of failing them.
@@ -32,6 +33,7 @@ case "$cmd" in
     timeout 300 "$wine_bin" wineboot -i >/dev/null 2>&1 || { echo "wineboot failed" >&2; exit 1; }
     mkdir -p "$prefix/drive_c/qzxl"
     cp "$dlls/QZXLLib.dll" "$dlls/testhost/QZXLTestHost.dll" "$prefix/drive_c/qzxl/"
+    [ -f "$dlls/qzxl_com_selftest.exe" ] && cp "$dlls/qzxl_com_selftest.exe" "$prefix/drive_c/qzxl/"
     for dll in QZXLLib.dll QZXLTestHost.dll; do
       if ! timeout 120 "$wine_bin" regsvr32 /s "C:\\qzxl\\$dll" >/dev/null 2>&1; then
         echo "regsvr32 $dll failed" >&2
@@ -66,6 +68,15 @@ case "$cmd" in
       "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r' |
       grep -E 'interp_(ident|mcall|icall|string|assign)|disp_call|do_icall' | tail -n 25 |
       cut -c1-160 >&2
+    exit 1
+    ;;
+  selftest)
+    [ -f "$prefix/drive_c/qzxl/qzxl_com_selftest.exe" ] || skip "no self-test program in $prefix"
+    output="$(timeout 300 "$wine_bin" "C:\\qzxl\\qzxl_com_selftest.exe" "C:\\qzxl\\QZXLLib.dll" \
+              "C:\\qzxl\\QZXLTestHost.dll" 2>&1 | tr -d '\r')"
+    echo "$output"
+    echo "$output" | grep -Eq '^PASS ([0-9]+)/\1$' && exit 0
+    echo "no passing summary line from the self-test" >&2
     exit 1
     ;;
   cleanup)
