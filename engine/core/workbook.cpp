@@ -1,5 +1,7 @@
 // Workbook, sheets, charts, names, hyperlinks, windows and document properties.
 #include <algorithm>
+#include <cstdint>
+#include <functional>
 
 #include "engine/core/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
@@ -159,8 +161,13 @@ class EDocumentProperties final : public host::DocumentProperties {
 // A Name is known by its text and scope; the model's index may move as names come and go.
 class EName final : public host::Name {
  public:
-  EName(std::shared_ptr<AppState> app, BookPtr book, String name, SheetId scope)
-      : app_(std::move(app)), book_(std::move(book)), name_(std::move(name)), scope_(scope) {}
+  EName(std::shared_ptr<AppState> app, BookPtr book, String name, SheetId scope,
+        size_t hint = SIZE_MAX)
+      : app_(std::move(app)),
+        book_(std::move(book)),
+        name_(std::move(name)),
+        scope_(scope),
+        hint_(hint) {}
 
   String name() override { return book_->qualified_name(rec()); }
   void set_name(const String& name) override {
@@ -236,8 +243,15 @@ class EName final : public host::Name {
 
  private:
   size_t index_of() {
+    // Where the name was last found is checked first: walking every name for each member
+    // read would make reading all names of a large workbook quadratic.
+    const auto& names = book_->names;
+    if (hint_ < names.size() && names[hint_].scope == scope_ &&
+        equals_text(names[hint_].name, name_))
+      return hint_;
     auto i = book_->find_name(name_, scope_);
     if (!i) fail("the name \"" + to_utf8(name_) + "\" has been deleted");
+    hint_ = *i;
     return *i;
   }
   DefinedName& rec() { return book_->names[index_of()]; }
@@ -245,6 +259,7 @@ class EName final : public host::Name {
   BookPtr book_;
   String name_;
   SheetId scope_;
+  size_t hint_;
 };
 
 class ENames final : public host::Names {
@@ -896,7 +911,11 @@ host::NamesPtr make_names(const std::shared_ptr<AppState>& app, const BookPtr& b
 
 host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& book,
                         const DefinedName& name) {
-  return std::make_shared<EName>(app, book, name.name, name.scope);
+  const DefinedName* first = book->names.data();
+  const bool inside =
+      std::less_equal<>()(first, &name) && std::less<>()(&name, first + book->names.size());
+  return std::make_shared<EName>(app, book, name.name, name.scope,
+                                 inside ? static_cast<size_t>(&name - first) : SIZE_MAX);
 }
 
 host::HyperlinksPtr make_hyperlinks(const std::shared_ptr<AppState>& app, const BookPtr& book,

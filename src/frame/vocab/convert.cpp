@@ -632,6 +632,11 @@ Date to_date(const Variant& v) {
 
 String format_number(double d) {
   if (d == 0) return u"0";
+  // Whole numbers within the fifteen digits shown are their digits: no formatting needed.
+  if (std::fabs(d) < 1e15 && d == std::floor(d)) {
+    const std::string digits = std::to_string(static_cast<long long>(d));
+    return String(digits.begin(), digits.end());
+  }
   char buf[64];
   std::snprintf(buf, sizeof buf, "%.15G", d);
   // The C library writes at least two exponent digits, as the runtime does ("1E+15",
