@@ -128,7 +128,7 @@ class Server : public Itf, public ISupportErrorInfo, public ServerBase {
     ITypeInfo* info = nullptr;
     HRESULT hr = guard([&] { info = server_vtable_info(itf_of<Lib>::iid); });
     if (FAILED(hr)) return hr;
-    return DispGetIDsOfNames(info, names, count, ids);
+    return typed_ids_of_names(info, names, count, ids);
   }
   HRESULT STDMETHODCALLTYPE Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params,
                                    VARIANT* result, EXCEPINFO* excep, UINT* arg_err) override {

@@ -1,10 +1,13 @@
 #include "com/src/typed_invoke.hpp"
 
+#include <memory>
+#include <mutex>
 #include <vector>
 
 #include "com/src/convert.hpp"
 #include "com/src/core.hpp"
 #include "com/src/errors.hpp"
+#include "qzxl/object.hpp"
 
 namespace qz::com {
 
@@ -59,11 +62,51 @@ ParamType resolve(ITypeInfo* info, const TYPEDESC& desc) {
   return p;
 }
 
-const FUNCDESC* find_member(ITypeInfo* info, DISPID id, WORD flags) {
+// A member as calls need it: its description and its parameters' types, worked out once per
+// interface and kept for the life of the process (the descriptions live as long as the type
+// library, which the server never releases).
+struct Member {
+  FUNCDESC* fd;
+  std::vector<ParamType> params;
+  // The member's name, then its parameters' names.
+  std::vector<String> names;
+};
+
+const std::vector<Member>& members_of(ITypeInfo* info) {
+  struct Described {
+    ComPtr<ITypeInfo> info;
+    std::vector<Member> members;
+  };
+  static std::mutex mutex;
+  static std::vector<std::unique_ptr<Described>> all;
+  std::lock_guard lock(mutex);
+  for (const auto& d : all)
+    if (d->info.get() == info) return d->members;
+  auto d = std::make_unique<Described>();
+  d->info = ComPtr<ITypeInfo>(info);
   TYPEATTR* attr = nullptr;
-  if (FAILED(info->GetTypeAttr(&attr))) return nullptr;
-  const WORD funcs = attr->cFuncs;
-  info->ReleaseTypeAttr(attr);
+  if (SUCCEEDED(info->GetTypeAttr(&attr))) {
+    const WORD funcs = attr->cFuncs;
+    info->ReleaseTypeAttr(attr);
+    for (UINT i = 0; i < funcs; ++i) {
+      FUNCDESC* fd = nullptr;
+      if (FAILED(info->GetFuncDesc(i, &fd))) continue;
+      Member m{fd, {}, {}};
+      for (SHORT k = 0; k < fd->cParams; ++k)
+        m.params.push_back(resolve(info, fd->lprgelemdescParam[k].tdesc));
+      std::vector<BSTR> names(static_cast<size_t>(fd->cParams) + 1, nullptr);
+      UINT got = 0;
+      if (SUCCEEDED(info->GetNames(fd->memid, names.data(), static_cast<UINT>(names.size()), &got)))
+        for (UINT k = 0; k < got; ++k) m.names.push_back(from_bstr(names[k]));
+      for (BSTR b : names) SysFreeString(b);
+      d->members.push_back(std::move(m));
+    }
+  }
+  all.push_back(std::move(d));
+  return all.back()->members;
+}
+
+const Member* find_member(ITypeInfo* info, DISPID id, WORD flags) {
   // Preference: the accessor the caller asked for; a property put may be served by putref
   // and the reverse; a call that may be a method or a get takes either.
   auto rank = [&](INVOKEKIND k) -> int {
@@ -75,18 +118,13 @@ const FUNCDESC* find_member(ITypeInfo* info, DISPID id, WORD flags) {
     if ((flags & DISPATCH_PROPERTYGET) && k == INVOKE_PROPERTYGET) return 2;
     return 0;
   };
-  FUNCDESC* best = nullptr;
+  const Member* best = nullptr;
   int best_rank = 0;
-  for (UINT i = 0; i < funcs; ++i) {
-    FUNCDESC* fd = nullptr;
-    if (FAILED(info->GetFuncDesc(i, &fd))) continue;
-    int r = fd->memid == id ? rank(fd->invkind) : 0;
+  for (const Member& m : members_of(info)) {
+    int r = m.fd->memid == id ? rank(m.fd->invkind) : 0;
     if (r > best_rank) {
-      if (best) info->ReleaseFuncDesc(best);
-      best = fd;
+      best = &m;
       best_rank = r;
-    } else {
-      info->ReleaseFuncDesc(fd);
     }
   }
   return best;
@@ -165,18 +203,45 @@ struct CallState {
 
 }  // namespace
 
+HRESULT typed_ids_of_names(ITypeInfo* info, LPOLESTR* names, UINT count, DISPID* ids) {
+  if (!names || !ids || count == 0) return E_INVALIDARG;
+  const std::vector<Member>* members = nullptr;
+  try {
+    members = &members_of(info);
+  } catch (...) {
+    return E_UNEXPECTED;
+  }
+  for (UINT i = 0; i < count; ++i) ids[i] = DISPID_UNKNOWN;
+  const StringView wanted(reinterpret_cast<const char16_t*>(names[0]));
+  for (const Member& m : *members) {
+    if (m.names.empty() || !same_member(m.names[0], wanted)) continue;
+    ids[0] = m.fd->memid;
+    // Named arguments are numbered by their place in the parameter list.
+    for (UINT i = 1; i < count; ++i) {
+      const StringView arg(reinterpret_cast<const char16_t*>(names[i]));
+      for (size_t k = 1; k < m.names.size(); ++k)
+        if (same_member(m.names[k], arg)) ids[i] = static_cast<DISPID>(k - 1);
+    }
+    break;
+  }
+  for (UINT i = 0; i < count; ++i)
+    if (ids[i] == DISPID_UNKNOWN) return DISP_E_UNKNOWNNAME;
+  return S_OK;
+}
+
 HRESULT typed_invoke(IDispatch* self, ITypeInfo* info, DISPID id, WORD flags, DISPPARAMS* params,
                      VARIANT* result, EXCEPINFO* excep, UINT* arg_err) {
   static const DISPPARAMS no_params{};
   if (!params) params = const_cast<DISPPARAMS*>(&no_params);
   if (result) VariantInit(result);
-  const FUNCDESC* fd = find_member(info, id, flags);
-  if (!fd) return DISP_E_MEMBERNOTFOUND;
-  struct Release {
-    ITypeInfo* info;
-    const FUNCDESC* fd;
-    ~Release() { info->ReleaseFuncDesc(const_cast<FUNCDESC*>(fd)); }
-  } release{info, fd};
+  const Member* member = nullptr;
+  try {
+    member = find_member(info, id, flags);
+  } catch (...) {
+    return E_UNEXPECTED;
+  }
+  if (!member) return DISP_E_MEMBERNOTFOUND;
+  const FUNCDESC* fd = member->fd;
 
   const bool put = fd->invkind == INVOKE_PROPERTYPUT || fd->invkind == INVOKE_PROPERTYPUTREF;
   const auto n = static_cast<size_t>(fd->cParams);
@@ -215,7 +280,7 @@ HRESULT typed_invoke(IDispatch* self, ITypeInfo* info, DISPID id, WORD flags, DI
     for (size_t i = 0; i < n; ++i) {
       const ELEMDESC& ed = fd->lprgelemdescParam[i];
       const USHORT pflags = ed.paramdesc.wParamFlags;
-      const ParamType pt = resolve(info, ed.tdesc);
+      const ParamType pt = member->params[i];
       VARIANT& slot = st.slots[i];
       VARIANT& local = st.locals[i];
       st.pointers[i] = &slot;

@@ -12,6 +12,10 @@
 
 namespace qz::com {
 
+/// IDispatch::GetIDsOfNames over the same description: member names without regard to case;
+/// named arguments get their 0-based place in the parameter list.
+HRESULT typed_ids_of_names(ITypeInfo* info, LPOLESTR* names, UINT count, DISPID* ids);
+
 /// Calls member `id` of `self` (an interface described by `info`) as IDispatch::Invoke does.
 HRESULT typed_invoke(IDispatch* self, ITypeInfo* info, DISPID id, WORD flags, DISPPARAMS* params,
                      VARIANT* result, EXCEPINFO* excep, UINT* arg_err);
