@@ -12,6 +12,31 @@ namespace qz {
 namespace autocolor {
 class Knobs;
 class NameLinks;
+
+/// What the rules made of one cell: the rule that gave its colour, or why it was left alone.
+enum class Outcome {
+  Input,         ///< a constant, or a formula of typed-in values only
+  PartialInput,  ///< a formula mixing references with typed-in values
+  Formula,       ///< references only, none leading out of the sheet
+  SheetLink,     ///< refers to another sheet
+  WorkbookLink,  ///< refers to another workbook
+  NamedLink,     ///< refers to another sheet through a defined name
+  Hyperlink,     ///< carries a hyperlink
+  SkippedText,   ///< text, left alone while text is not coloured
+  SkippedDate,   ///< a date or time, left alone while dates are not coloured
+  Vetoed,        ///< a client product kept the cell's colour
+};
+inline constexpr int kOutcomes = 10;
+
+/// Told of every cell `AutoColorCell` and the range runs decide, before its colour is set,
+/// so that a program reporting on a run counts what the rules did without repeating them.
+class Observer {
+ public:
+  virtual ~Observer() = default;
+  /// `colour` is the colour about to be set; nothing for a cell left as it is.
+  virtual void decided(const host::RangePtr& cell, Outcome outcome,
+                       std::optional<int32_t> colour) = 0;
+};
 }  // namespace autocolor
 
 /// AutoColor: colour-coding cells by what they hold. The settings live in the user's
@@ -73,6 +98,10 @@ class iAutoColor final : public _iAutoColor {
   void ClearFormatMenu() override;
   void UpdateAutoColorMenuBtns(const Variant& vAutoColorOn) override;
 
+  /// Installs an observer of the cells this object decides (nullptr: none). Not part of the
+  /// automation interface; the observer must outlive the runs it watches.
+  void set_observer(autocolor::Observer* observer) { observer_ = observer; }
+
  private:
   // The rules of one cell; `names` is a run's matcher (nullptr: walk the names directly).
   void color_cell(const host::RangePtr& cell, bool do_undo, bool do_names, autocolor::Knobs& knobs,
@@ -85,6 +114,7 @@ class iAutoColor final : public _iAutoColor {
                                            const Variant& vFaceID);
   void delete_buttons(ButtonKind kind);
   std::array<std::vector<host::CommandBarControlPtr>, 4> buttons_;
+  autocolor::Observer* observer_ = nullptr;
 };
 
 }  // namespace qz

@@ -46,19 +46,29 @@ int32_t Subject::hyperlinks() {
   return *links;
 }
 
-bool opts_out(Subject& s, Knobs& knobs) {
+bool opts_out(Subject& s, Knobs& knobs, Outcome* why) {
   // A cell with a hyperlink is coloured as a hyperlink whatever it holds.
   if (knobs.hyperlinks() && s.hyperlinks() > 0) return false;
   const QZCellType type =
       value_or(CellUnknown, [&] { return require(frame::session().LibRange)->CellType(s.cell); });
-  if (type == CellText && !knobs.text()) return true;
-  if ((type == CellDate || type == CellDateTime || type == CellTime) && !knobs.dates()) return true;
+  if (type == CellText && !knobs.text()) {
+    if (why) *why = Outcome::SkippedText;
+    return true;
+  }
+  if ((type == CellDate || type == CellDateTime || type == CellTime) && !knobs.dates()) {
+    if (why) *why = Outcome::SkippedDate;
+    return true;
+  }
   return false;
 }
 
-int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names) {
+int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names, Outcome* rule) {
+  Outcome unused;
+  Outcome& by = rule ? *rule : unused;
+  by = Outcome::Hyperlink;
   if (knobs.hyperlinks() && s.hyperlinks() >= 1) return knobs.hyperlink();
   // Constants, text with an apostrophe and empty cells alike: what was typed is an input.
+  by = Outcome::Input;
   if (s.entered.empty() || s.entered.front() != u'=') return knobs.input();
 
   const StringView body = StringView(s.entered).substr(1);
@@ -79,11 +89,15 @@ int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names) {
       has_reference = true;
     }
   }
+  by = Outcome::PartialInput;
   if (has_reference && has_value) return knobs.partial_input();
+  by = Outcome::Input;
   if (has_value) return knobs.input();  // =100*12 is a typed number written as arithmetic
 
   // A book name stands in brackets, so [Book.xls]Sheet1!A1 is a workbook link first.
+  by = Outcome::WorkbookLink;
   if (quote_aware_find(body, u"]") > 0) return knobs.wkb_link();
+  by = Outcome::SheetLink;
   if (quote_aware_find(body, u"!") > 0) return knobs.wks_link();
 
   if (do_names) {
@@ -97,8 +111,10 @@ int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names) {
         names ? names->links_elsewhere(body, sheet_name)
               : names_link_elsewhere(value_or(host::WorkbookPtr(), [&] { return sheet->parent(); }),
                                      body, sheet_name);
+    by = Outcome::NamedLink;
     if (linked) return knobs.wks_link();
   }
+  by = Outcome::Formula;
   return knobs.formula();
 }
 
@@ -195,7 +211,11 @@ void iAutoColor::color_cell(const host::RangePtr& cell, bool do_undo, bool do_na
       frame::session().Products && frame::session().Products->contains(autocolor::kVetoProduct);
   const int32_t colour_before = veto_product ? current_colour(cell) : 0;
 
-  if (autocolor::opts_out(s, knobs)) return;
+  autocolor::Outcome outcome = autocolor::Outcome::SkippedText;
+  if (autocolor::opts_out(s, knobs, &outcome)) {
+    if (observer_) observer_->decided(cell, outcome, std::nullopt);
+    return;
+  }
 
   std::optional<autocolor::EntryCapture> capture;
   if (do_undo) {
@@ -209,9 +229,12 @@ void iAutoColor::color_cell(const host::RangePtr& cell, bool do_undo, bool do_na
     const ObjectPtr callback = veto_callback();
     skip = callback && vetoed(callback, colour_before);
   }
-  if (!skip) {
+  if (skip) {
+    if (observer_) observer_->decided(cell, autocolor::Outcome::Vetoed, std::nullopt);
+  } else {
     // Deciding reads the cell only; painting unhides and re-hides around the colour.
-    const int32_t colour = autocolor::decide(s, knobs, do_names, names);
+    const int32_t colour = autocolor::decide(s, knobs, do_names, names, &outcome);
+    if (observer_) observer_->decided(cell, outcome, colour);
     autocolor::paint(cell, colour);
   }
   if (capture) capture->finish();

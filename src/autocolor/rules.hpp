@@ -22,12 +22,13 @@ struct Subject {
   std::optional<int32_t> links;
 };
 
-/// The text and date opt-out: true when the cell is to be left exactly as it is.
-bool opts_out(Subject& s, Knobs& knobs);
+/// The text and date opt-out: true when the cell is to be left exactly as it is; `why`
+/// (optional) then says which.
+bool opts_out(Subject& s, Knobs& knobs, Outcome* why = nullptr);
 
 /// The colour the rules give the cell, from the hyperlink rule to the plain formula, in
-/// their order.
-int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names);
+/// their order; `rule` (optional) receives the rule that decided.
+int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names, Outcome* rule = nullptr);
 
 /// Sets the font colour, showing a hidden row or column for the moment it takes.
 void paint(const host::RangePtr& cell, int32_t colour);
