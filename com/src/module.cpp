@@ -9,6 +9,7 @@
 
 #include "com/src/module_support.hpp"
 #include "com/src/object_dispatch.hpp"
+#include "com/src/registry_settings.hpp"
 #include "com/src/server.hpp"
 #include "com/src/windows_services.hpp"
 #include "host/environment.hpp"

@@ -1,17 +1,12 @@
-// The system services of the Windows server: the settings store in the registry, message
-// boxes and dialogs owned by the application's main window, and the platform seam.
+// The system services of the Windows server: message boxes and dialogs owned by the
+// application's main window, and the platform seam.
 #pragma once
 
 #include <memory>
 
 #include "host/environment.hpp"
-#include "vblib/vblib.hpp"
 
 namespace qz::com {
-
-/// Settings under HKEY_CURRENT_USER\Software\Quazel\QZXLLib\<section>, one REG_SZ value per
-/// setting.
-std::shared_ptr<vblib::SettingsBackend> registry_settings_backend();
 
 /// Message boxes (MessageBoxW), the open-file dialog and progress in the application's status
 /// bar, all owned by the application's main window. When the environment variable

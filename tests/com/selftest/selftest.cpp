@@ -22,6 +22,7 @@
 #include "com/src/errors.hpp"
 #include "com/src/late.hpp"
 #include "com/src/object_dispatch.hpp"
+#include "com/src/registry_settings.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::com {
@@ -376,6 +377,46 @@ void errors() {
   CHECK(from_bstr(e.bstrDescription) == u"nope");
   SysFreeString(e.bstrSource);
   SysFreeString(e.bstrDescription);
+}
+
+// ---- The settings store -------------------------------------------------------------------
+
+void settings() {
+  g_group = "settings in the registry";
+  const String section = u"SelfTest";
+  auto store = registry_settings_backend();
+  for (const String& name : store->names(section)) store->remove(section, name);
+  CHECK(!store->read(section, u"InputColor").has_value());
+  store->write(section, u"InputColor", u"16711680");
+  store->write(section, u"AutoColorOn", u"True");
+  store->write(section, u"Empty", u"");
+  store->write(section, u"Label", u"Übersicht \u20ac");
+  store->write(section, u"Long", String(5000, u'x'));
+  // A store made afterwards (another object, another process) reads what was written.
+  auto other = registry_settings_backend();
+  CHECK(other->read(section, u"InputColor") == std::optional<String>(u"16711680"));
+  CHECK(other->read(section, u"inputcolor") == std::optional<String>(u"16711680"));
+  CHECK(other->read(section, u"Empty") == std::optional<String>(u""));
+  CHECK(other->read(section, u"Label") == std::optional<String>(u"Übersicht \u20ac"));
+  CHECK(other->read(section, u"Long")->size() == 5000);
+  CHECK(other->names(section) ==
+        (std::vector<String>{u"AutoColorOn", u"Empty", u"InputColor", u"Label", u"Long"}));
+  // Sections are apart; a section never written has no names.
+  CHECK(!other->read(u"SelfTestOther", u"InputColor").has_value());
+  CHECK(other->names(u"SelfTestNever").empty());
+  store->write(section, u"InputColor", u"255");
+  CHECK(other->read(section, u"InputColor") == std::optional<String>(u"255"));
+  store->remove(section, u"InputColor");
+  CHECK(!other->read(section, u"InputColor").has_value());
+  store->remove(section, u"InputColor");  // removing what is not there is no error
+  store->remove(u"SelfTestNever", u"Anything");
+  // Where it lives, for tools and people.
+  HKEY key = nullptr;
+  CHECK(RegOpenKeyExW(HKEY_CURRENT_USER, L"Software\\Quazel\\QZXLLib\\SelfTest", 0, KEY_READ,
+                      &key) == ERROR_SUCCESS);
+  if (key) RegCloseKey(key);
+  for (const String& name : store->names(section)) store->remove(section, name);
+  CHECK(store->names(section).empty());
 }
 
 // ---- The generic automation object and late binding, in one process ----------------------
@@ -789,6 +830,7 @@ int wmain(int argc, wchar_t** argv) {
   variants_out();
   by_reference();
   errors();
+  settings();
   server(argv[1], argv[2]);
   if (g_failures == 0)
     std::printf("PASS %d/%d\n", g_checks, g_checks);
