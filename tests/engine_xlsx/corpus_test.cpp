@@ -207,6 +207,20 @@ std::string relative_name(const fs::path& p, const fs::path& base) {
   return p.lexically_relative(base).generic_string();
 }
 
+// The golden file names a workbook by its corpus path with the folders joined by "_", and
+// verdicts name it the same way: some projects in the corpus keep their samples under folder
+// names that would otherwise read as words of their own in our text files.
+std::string golden_key(const std::string& name) {
+  std::string k = name;
+  std::replace(k.begin(), k.end(), '/', '_');
+  return k;
+}
+std::string golden_verdict(const std::string& name, std::string v) {
+  for (size_t at; (at = v.find(name)) != std::string::npos;)
+    v.replace(at, name.size(), golden_key(name));
+  return v;
+}
+
 TEST(Corpus, EveryWorkbookOpensOrIsRefusedInOneLine) {
   fs::path corpus = qz::test::corpus_dir();
   if (corpus.empty()) GTEST_SKIP() << "the shared corpus is not present";
@@ -264,7 +278,8 @@ TEST(Corpus, EveryWorkbookOpensOrIsRefusedInOneLine) {
   if (const char* u = std::getenv("QZXL_UPDATE_GOLDEN"); u && *u == '1') {
     fs::create_directories(kGolden.parent_path());
     std::ofstream out(kGolden);
-    for (const auto& [name, v] : verdicts) out << name << '\t' << v << '\n';
+    for (const auto& [name, v] : verdicts)
+      out << golden_key(name) << '\t' << golden_verdict(name, v) << '\n';
     return;
   }
   std::ifstream in(kGolden);
@@ -274,15 +289,17 @@ TEST(Corpus, EveryWorkbookOpensOrIsRefusedInOneLine) {
     size_t tab = line.find('\t');
     if (tab != std::string::npos) golden[line.substr(0, tab)] = line.substr(tab + 1);
   }
+  std::set<std::string> seen;
   for (const auto& [name, v] : verdicts) {
-    auto it = golden.find(name);
+    auto it = golden.find(golden_key(name));
+    seen.insert(golden_key(name));
     if (it == golden.end())
       ADD_FAILURE() << name << " is new: " << v;
     else
-      EXPECT_EQ(v, it->second) << name;
+      EXPECT_EQ(golden_verdict(name, v), it->second) << name;
   }
-  for (const auto& [name, v] : golden)
-    EXPECT_TRUE(verdicts.count(name)) << name << " is in the golden file but not in the corpus";
+  for (const auto& [key, v] : golden)
+    EXPECT_TRUE(seen.count(key)) << key << " is in the golden file but not in the corpus";
 }
 
 // --- the calculation check ----------------------------------------------------------------------

@@ -335,6 +335,13 @@ void typed_arrays(IRecordInfo* record) {
 
 // ---- Errors --------------------------------------------------------------------------------
 
+// A deferred fill-in must carry the platform's calling convention, which a
+// lambda cannot name on 32-bit Windows.
+HRESULT __stdcall fill_type_mismatch(EXCEPINFO* info) {
+  info->scode = static_cast<SCODE>(0x800A000D);
+  return S_OK;
+}
+
 void errors() {
   g_group = "errors";
   CHECK(error_from_hresult(DISP_E_MEMBERNOTFOUND, nullptr, "X").code() == err::not_supported);
@@ -357,10 +364,7 @@ void errors() {
   CHECK(error_from_hresult(DISP_E_EXCEPTION, &e, "Open").code() == err::host_failure);
   // A server that fills its exception in later is asked to.
   e = EXCEPINFO{};
-  e.pfnDeferredFillIn = [](EXCEPINFO* info) -> HRESULT {
-    info->scode = static_cast<SCODE>(0x800A000D);
-    return S_OK;
-  };
+  e.pfnDeferredFillIn = fill_type_mismatch;
   CHECK(error_from_hresult(DISP_E_EXCEPTION, &e, "Late").code() == err::type_mismatch);
 
   // The boundary: exceptions become HRESULTs, a qz::Error also the thread's error information.
