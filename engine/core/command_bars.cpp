@@ -89,7 +89,14 @@ class EControl final : public host::CommandBarControl, public Holder {
       invalid("State " + std::to_string(state));
     state_ = state;
   }
-  bool enabled() override { return alive().enabled_; }
+  bool enabled() override {
+    alive();
+    // A cell in edit greys out the application's own commands; add-ins' controls keep their
+    // state.
+    if (id_ != 1)
+      if (auto app = app_.lock(); app && interaction(*app).editing) return false;
+    return enabled_;
+  }
   void set_enabled(bool enabled) override { alive().enabled_ = enabled; }
   bool visible() override { return alive().visible_; }
   void set_visible(bool visible) override { alive().visible_ = visible; }
@@ -393,7 +400,7 @@ void EControl::execute() {
   alive();
   auto app = app_.lock();
   if (!app) fail("the application has gone");
-  if (!enabled_) fail("the control is disabled");
+  if (!enabled()) fail("the control is disabled");
   if (id_ == mso::IdUndo) return press_undo(*app);
   if (id_ == mso::IdRedo) return press_redo(*app);
   if (!on_action_.empty()) {

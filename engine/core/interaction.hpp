@@ -70,6 +70,9 @@ struct Interaction {
   uint64_t timer_order = 0;
   std::map<String, Macro, TextLess> macros;
   std::map<String, String, TextLess> keys;
+  /// What a person is typing into the active cell, not entered yet: while a cell is in edit
+  /// the application's own commands are greyed out and its timers wait.
+  std::optional<String> editing;
 };
 
 /// The application's interaction state, made on first use.

@@ -300,6 +300,7 @@ void enter(AppState& a, const std::vector<Rect>& areas, StringView text, StringV
 
 void User::type(StringView text) {
   AppState& a = state(app_);
+  interaction(a).editing.reset();
   auto sheet = a.active_sheet();
   if (!sheet) detail::fail("no worksheet is active");
   CellRef at = sheet->selection.active;
@@ -311,8 +312,26 @@ void User::type(StringView address, StringView text) {
   type(text);
 }
 
+void User::start_typing(StringView text) {
+  AppState& a = state(app_);
+  if (!a.active_sheet()) detail::fail("no worksheet is active");
+  interaction(a).editing = String(text);
+}
+
+void User::press_enter() {
+  auto& editing = interaction(state(app_)).editing;
+  if (!editing) return;
+  const String text = std::move(*editing);
+  type(text);
+}
+
+void User::press_escape() {
+  interaction(state(app_)).editing.reset();
+}
+
 void User::ctrl_enter(StringView text) {
   AppState& a = state(app_);
+  interaction(a).editing.reset();
   auto sheet = a.active_sheet();
   if (!sheet) detail::fail("no worksheet is active");
   enter(a, sheet->selection.areas, text, u"^~");
@@ -328,6 +347,8 @@ void User::press_redo() {
 void User::idle() {
   AppState& a = state(app_);
   detail::Interaction& in = interaction(a);
+  // The application is not idle while a cell is in edit.
+  if (in.editing) return;
   for (int n = 0; n < detail::kMaxTimersPerIdle; ++n) {
     double now = detail::now_serial(a);
     auto due = in.timers.end();

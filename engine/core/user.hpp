@@ -45,6 +45,13 @@ class User {
   /// Ctrl+Enter: the macro bound to "^~" runs first (a client's key hook), then `text` goes
   /// into every selected cell as one entry, remembered as one, then OnEntry's macro runs.
   void ctrl_enter(StringView text);
+  /// Starts typing `text` into the active cell and leaves the cell in edit: nothing is entered
+  /// yet, the application's built-in commands are disabled and OnTime procedures wait.
+  void start_typing(StringView text);
+  /// Enter on a cell in edit: the text typed so far is entered as `type` enters it.
+  void press_enter();
+  /// Escape on a cell in edit: the typing is dropped and the cell keeps what it held.
+  void press_escape();
   /// Edit > Undo: the OnUndo procedure when a macro set one (the command is handed back
   /// first, as the application does before running it), else the application's own undo.
   void press_undo();

@@ -247,6 +247,34 @@ TEST_F(RuleTable, ARunGivesEveryFilledCellWhatTheCellRulesGive) {
   }
 }
 
+TEST_F(RuleTable, TypingEachCaseColoursItAsTheCellRulesDoAndKeepsWhatWasTyped) {
+  // The on-entry path takes every entry back out and puts it in again around its undo
+  // capture; what the person typed, and the colour, must come out as the rules alone give.
+  const auto one_by_one = colour_cells(true);
+  std::map<std::string, String> entered;
+  std::map<std::string, Variant> format;
+  for (const Case& c : cases) {
+    entered[c.address] = formula(c.address.c_str());
+    format[c.address] = r(c.address.c_str())->number_format();
+    r(c.address.c_str())->font()->set_color(Variant(kUntouched));
+  }
+  ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()));  // hooks the entries
+  ws->activate();  // adding the sheet "Inputs" made it the active one
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.address + " " + c.entry);
+    user.type(u16(c.address), u16(c.entry));
+    EXPECT_EQ(rule(c.address), one_by_one.at(c.address));
+    EXPECT_EQ(formula(c.address.c_str()), entered[c.address]);
+    EXPECT_EQ(r(c.address.c_str())->number_format(), format[c.address]);
+    // A cell the rules leave alone is left to the application's own undo.
+    EXPECT_EQ(undo_caption(),
+              one_by_one.at(c.address) == "-" ? "&Undo Typing" : "&Undo Text Entry (QZ)");
+  }
+  EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
+  EXPECT_TRUE(r("A20")->entire_row()->hidden() == Variant(true));
+  EXPECT_TRUE(r("H1")->entire_column()->hidden() == Variant(true));
+}
+
 // --- Runs ----------------------------------------------------------------------------------
 
 class Runs : public ClientTest {

@@ -60,6 +60,39 @@ TEST_F(Menus, TheUndoAndRedoButtonsSayWhatTheyWouldDo) {
             u"&Undo Typing");
 }
 
+TEST_F(Menus, TheApplicationIsNotReadyWhileACellIsInEdit) {
+  auto books = lib->NewWorkbook();
+  EXPECT_TRUE(books->ExcelIsReady());
+  start_product(u"QZModel", u"Model");
+  undo->SetCustomUndo(u"QZModel", u"U", u"R", u"First");
+  undo->SetCustomUndo(u"QZModel", u"U", u"R", u"Second");
+  user.press_undo();
+
+  user.start_typing(u"=1+");
+  EXPECT_FALSE(books->ExcelIsReady());
+  EXPECT_FALSE(menu->FileNewButton()->enabled());
+  EXPECT_FALSE(menu->UndoButton()->enabled());
+  // Add-ins' own controls are left as they are; nothing has been entered yet, and the undo
+  // the library scheduled waits for the application to be idle.
+  auto mine = menu->CreateBtn(Variant(u"&Mine"), Variant::missing(), Variant(menu->ToolsMenu()));
+  EXPECT_TRUE(mine->enabled());
+  EXPECT_EQ(formula("A1"), u"");
+  user.idle();
+  EXPECT_EQ(undo_caption(), "Can't &Undo");
+
+  user.press_escape();
+  EXPECT_TRUE(books->ExcelIsReady());
+  EXPECT_EQ(formula("A1"), u"");
+  user.idle();
+  EXPECT_EQ(undo_caption(), "&Undo First (QZ)");
+
+  user.start_typing(u"=1+2");
+  user.press_enter();
+  EXPECT_EQ(formula("A1"), u"=1+2");
+  EXPECT_TRUE(books->ExcelIsReady());
+  EXPECT_EQ(undo_caption(), "&Undo Typing");
+}
+
 TEST_F(Menus, APopupGoesAtTheEndOrBeforeTheGivenPosition) {
   auto tools = menu->ToolsMenu();
   const int32_t n = tools->controls()->count();
