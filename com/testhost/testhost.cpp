@@ -1,8 +1,9 @@
 // QZXLTestHost.dll: the class QZXLTest.Engine hands out applications of the embedded engine
 // as automation objects (every host member by the application's name, named arguments,
 // For Each), so that a script can give QZXLLib an Application to drive and then check what
-// the library did to the workbook. A few helpers show how values arrive over COM, and a clock
-// times calls.
+// the library did to the workbook. A script also plays the person at the keyboard (typing,
+// Ctrl+Enter, Undo, Redo, clicks) and the add-in whose macros the application runs by name.
+// A few helpers show how values arrive over COM, and a clock times calls.
 #include <windows.h>
 
 #include <olectl.h>
@@ -16,6 +17,7 @@
 #include "com/src/module_support.hpp"
 #include "com/src/object_dispatch.hpp"
 #include "engine/core/engine.hpp"
+#include "engine/core/user.hpp"
 #include "host/dispatch.hpp"
 #include "host/host.hpp"
 #include "qzxl/convert.hpp"
@@ -33,7 +35,12 @@ constexpr ClassEntry kClasses[] = {
 // the flags being the letters of the piece's true Booleans (Operator, Function, Range,
 // object Key, Value, Simple text). Each record arrives as the array of its fields.
 String describe_pieces(const Variant& v) {
-  if (!v.is_array()) return u"(" + type_name(v) + u")";
+  if (!v.is_array()) {
+    String shown = u"(";
+    shown += type_name(v);
+    shown += u')';
+    return shown;
+  }
   String out;
   for (const Variant& piece : v.array().items) {
     if (!out.empty()) out += u"|";
@@ -50,6 +57,68 @@ String describe_pieces(const Variant& v) {
   return out;
 }
 
+// The engine's application behind an argument, or error 13 for anything else.
+host::ApplicationPtr application(const Variant& v) {
+  auto app = v.as<host::Application>();
+  if (!app) throw Error(err::type_mismatch, "Type mismatch: an application of the engine");
+  return app;
+}
+
+// A person at an application's keyboard. Each action runs what the application runs around
+// it (OnEntry, OnKey, OnUndo, OnRepeat, OnTime, OnAction), so those macros call back into the
+// script while the action is still under way.
+class Person final : public Object {
+ public:
+  explicit Person(host::ApplicationPtr app) : user_(std::move(app)) {}
+  String type_name() const override { return u"QZXLTestPerson"; }
+
+  Variant invoke(StringView name, Invoke, std::span<Variant> args) override {
+    auto text = [&](size_t i) -> String {
+      if (i >= args.size() || args[i].is_missing())
+        throw Error(err::wrong_arguments, "Argument not optional");
+      return to_string(args[i]);
+    };
+    if (same_member(name, u"Select")) {
+      user_.select(text(0));
+    } else if (same_member(name, u"Type")) {
+      // Type(text) into the active cell, or Type(address, text).
+      if (args.size() >= 2 && !args[1].is_missing())
+        user_.type(text(0), text(1));
+      else
+        user_.type(text(0));
+    } else if (same_member(name, u"CtrlEnter")) {
+      user_.ctrl_enter(text(0));
+    } else if (same_member(name, u"PressUndo")) {
+      user_.press_undo();
+    } else if (same_member(name, u"PressRedo")) {
+      user_.press_redo();
+    } else if (same_member(name, u"Idle")) {
+      user_.idle();
+    } else if (same_member(name, u"Click")) {
+      auto control = args.empty() ? nullptr : args[0].as<host::CommandBarControl>();
+      if (!control) throw Error(err::type_mismatch, "Type mismatch: a command bar control");
+      user_.click(control);
+    } else if (same_member(name, u"UndoCaption")) {
+      return Variant(user_.undo_caption());
+    } else if (same_member(name, u"RedoCaption")) {
+      return Variant(user_.redo_caption());
+    } else {
+      return Object::invoke(name, Invoke::Method, args);
+    }
+    return Variant();
+  }
+
+  bool has_member(StringView name) const override {
+    for (const char16_t* m : {u"Select", u"Type", u"CtrlEnter", u"PressUndo", u"PressRedo", u"Idle",
+                              u"Click", u"UndoCaption", u"RedoCaption"})
+      if (same_member(name, m)) return true;
+    return false;
+  }
+
+ private:
+  engine::User user_;
+};
+
 class TestEngine final : public Object {
  public:
   String type_name() const override { return u"QZXLTestEngine"; }
@@ -64,6 +133,25 @@ class TestEngine final : public Object {
       // A fixed clock: 14 November 2026 09:30, so that NOW() and TODAY() are repeatable.
       options.clock = [] { return 46340.395833333336; };
       return Variant(ObjectPtr(engine::create_application(options)));
+    }
+    if (same_member(name, u"NewUser"))
+      return Variant(ObjectPtr(std::make_shared<Person>(application(arg(0)))));
+    if (same_member(name, u"RegisterMacro")) {
+      // RegisterMacro(app, macro, object, method): the add-in's module, whose macro `macro`
+      // is `method` of a script's object.
+      auto app = application(arg(0));
+      ObjectPtr target = arg(2).as<Object>();
+      if (!target) throw Error(err::object_required, "Object required");
+      const String method = to_string(arg(3));
+      engine::register_macro(app, to_string(arg(1)),
+                             [target, method](std::span<Variant> macro_args) {
+                               return target->invoke(method, Invoke::Method, macro_args);
+                             });
+      return Variant();
+    }
+    if (same_member(name, u"OnKey")) {
+      engine::on_key(application(arg(0)), to_string(arg(1)), to_string(arg(2)));
+      return Variant();
     }
     if (same_member(name, u"TypeOf")) return Variant(qz::type_name(arg(0)));
     if (same_member(name, u"Echo")) return arg(0);
@@ -84,8 +172,8 @@ class TestEngine final : public Object {
   }
 
   bool has_member(StringView name) const override {
-    for (const char16_t* m :
-         {u"NewApplication", u"TypeOf", u"Echo", u"Assign", u"Pieces", u"LowerBound", u"Clock"})
+    for (const char16_t* m : {u"NewApplication", u"NewUser", u"RegisterMacro", u"OnKey", u"TypeOf",
+                              u"Echo", u"Assign", u"Pieces", u"LowerBound", u"Clock"})
       if (same_member(name, m)) return true;
     return false;
   }
