@@ -1,5 +1,6 @@
-// Tokenizing the corpus's benchmark formulas, as AutoColor reads them (trimmed pieces, no
-// range replacement), in A1 and R1C1 notation. The formulas come from
+// Tokenizing the corpus's benchmark formulas with range replacement off: in A1 notation
+// untrimmed, as AutoColor reads every formula cell, and trimmed, as the tokenize command shows
+// them; in R1C1 notation trimmed. The formulas come from
 // $QZXL_CORPUS/formulas/fx/benchmark_formulas.json (default ../shared/corpus from the
 // working directory).
 #include <benchmark/benchmark.h>
@@ -31,7 +32,7 @@ const std::vector<qz::String>& formulas() {
   return list;
 }
 
-void run(benchmark::State& state, bool r1c1) {
+void run(benchmark::State& state, bool r1c1, bool trim) {
   const auto& list = formulas();
   if (list.empty()) {
     state.SkipWithError("benchmark_formulas.json not found (set QZXL_CORPUS)");
@@ -46,9 +47,9 @@ void run(benchmark::State& state, bool r1c1) {
   for (auto _ : state) {
     for (auto& formula : texts) {
       if (r1c1)
-        parser.ParseCellFormulaR1C1(formula, pieces, true, false);
+        parser.ParseCellFormulaR1C1(formula, pieces, trim, false);
       else
-        parser.ParseCellFormula(formula, pieces, true, false);
+        parser.ParseCellFormula(formula, pieces, trim, false);
       count += pieces.size();
       benchmark::DoNotOptimize(pieces.data());
     }
@@ -59,12 +60,16 @@ void run(benchmark::State& state, bool r1c1) {
 }
 
 void BM_TokenizeCorpusA1(benchmark::State& state) {
-  run(state, false);
+  run(state, false, false);
+}
+void BM_TokenizeCorpusA1Trimmed(benchmark::State& state) {
+  run(state, false, true);
 }
 void BM_TokenizeCorpusR1C1(benchmark::State& state) {
-  run(state, true);
+  run(state, true, true);
 }
 BENCHMARK(BM_TokenizeCorpusA1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TokenizeCorpusA1Trimmed)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TokenizeCorpusR1C1)->Unit(benchmark::kMillisecond);
 
 }  // namespace

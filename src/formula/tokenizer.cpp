@@ -33,7 +33,8 @@ enum CharClass : uint8_t {
   kSingleQuote,
   kOpenBracket,
   kCloseBracket,
-  kOperator
+  kOperator,
+  kHash
 };
 
 // The scanner's view of the ASCII characters; every other character is plain.
@@ -45,21 +46,28 @@ constexpr auto kCharClass = [] {
   t[u'\''] = kSingleQuote;
   t[u'['] = kOpenBracket;
   t[u']'] = kCloseBracket;
+  // Not a break, but a piece without one cannot hold "#REF!"; noting where they are spares
+  // a search through every reference.
+  t[u'#'] = kHash;
   return t;
 }();
 
 // Bit n set for each of the first `n` (at most 16) characters of `p` that the scanner must
-// look at: an operator, a quote or a bracket.
+// look at: an operator, a quote, a bracket or "#".
 inline uint32_t special_mask(const char16_t* p, int32_t n) {
-#if defined(__SSE2__)
-  // The last block of a text is copied into a padded buffer first, so that the 16-character
-  // reads never pass the end of the text.
-  alignas(16) char16_t tail[16];
+  // The last, short block of a text is looked at one character at a time: a 16-character read
+  // would pass the end of the text, and copying the block into a padded buffer costs more
+  // than the few lookups (every formula has such a block, most formulas are short).
   if (n < 16) {
-    std::fill(std::copy(p, p + n, tail), tail + 16, u'\0');
-    p = tail;
+    uint32_t mask = 0;
+    for (int32_t i = 0; i < n; ++i) {
+      const char16_t c = p[i];
+      mask |= static_cast<uint32_t>(c < 128 && kCharClass[c & 127] != kPlain) << i;
+    }
+    return mask;
   }
-  // The special characters are 0x22, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
+#if defined(__SSE2__)
+  // The special characters are 0x22..0x23, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
   auto specials = [](__m128i v) {
     const __m128i zero = _mm_setzero_si128();
     auto below = [&](int16_t lo, int16_t count) {  // lo <= v < lo + count, unsigned
@@ -69,20 +77,33 @@ inline uint32_t special_mask(const char16_t* p, int32_t n) {
     };
     auto equal = [&](int16_t c) { return _mm_cmpeq_epi16(v, _mm_set1_epi16(c)); };
     return _mm_or_si128(_mm_or_si128(_mm_or_si128(below(0x26, 8), below(0x3C, 3)),
-                                     _mm_or_si128(below(0x5D, 2), equal(0x22))),
+                                     _mm_or_si128(below(0x5D, 2), below(0x22, 2))),
                         _mm_or_si128(equal(0x2F), equal(0x5B)));
   };
   const __m128i lo = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
   const __m128i hi = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
-  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(lo, hi))) &
-         (n < 16 ? (1u << n) - 1 : 0xFFFFu);
+  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(lo, hi))) & 0xFFFFu;
 #else
   uint32_t mask = 0;
-  for (int32_t i = 0; i < n; ++i)
+  for (int32_t i = 0; i < 16; ++i)
     if (p[i] < 128 && kCharClass[p[i]] != kPlain) mask |= 1u << i;
   return mask;
 #endif
 }
+
+// The characters other than the locale's decimal point and currency symbol that may begin
+// a number, and the ASCII letters.
+constexpr auto kNumberStart = [] {
+  std::array<bool, 128> t{};
+  for (char16_t c = u'0'; c <= u'9'; ++c) t[c] = true;
+  t[u'+'] = t[u'-'] = t[u'('] = t[u'&'] = true;
+  return t;
+}();
+constexpr auto kAsciiLetter = [] {
+  std::array<bool, 128> t{};
+  for (char16_t c = u'A'; c <= u'Z'; ++c) t[c] = t[c + 32] = true;
+  return t;
+}();
 
 // Whether `text` reads as a number by the runtime's rules (qz::parse_number). Most operands
 // are references that begin with a letter, and most numbers are plain digits: both are told
@@ -92,12 +113,19 @@ bool is_number(StringView text, const Locale& loc) {
   while (i < text.size() && (text[i] == u' ' || (text[i] >= u'\t' && text[i] <= u'\r'))) ++i;
   if (i == text.size()) return false;
   const char16_t c = text[i];
-  const bool digit = c >= u'0' && c <= u'9';
   // A number begins, after white space, with a digit, the decimal point, the currency
-  // symbol, a sign, a parenthesis or a radix "&".
-  if (!digit && c != u'+' && c != u'-' && c != u'(' && c != u'&' && c != loc.decimal &&
+  // symbol, a sign, a parenthesis or a radix "&". One table lookup settles the usual case,
+  // a reference beginning with a letter, where a chain of comparisons would branch on each.
+  if (!(c < 128 && kNumberStart[c]) && c != loc.decimal &&
       (loc.currency.empty() || c != loc.currency.front()))
     return false;
+  // An absolute reference ($A$1, $B2) begins with the dollar sign, which is also the usual
+  // currency symbol. A letter right after the symbol can start neither digits nor a sign, so
+  // such a piece is no number, and the full reading is spared for every such reference.
+  if (c == u'$' && loc.currency == u"$" && i + 1 < text.size()) {
+    const char16_t after = text[i + 1];
+    if (after < 128 && kAsciiLetter[after] && after != loc.decimal) return false;
+  }
   if (i == 0 && text.size() <= 15) {
     // Digits with at most one decimal point and nothing else: a number in any locale.
     bool plain = true, point = false, any_digit = false;
@@ -116,14 +144,10 @@ bool is_number(StringView text, const Locale& loc) {
   return parse_number(text).has_value();
 }
 
-bool holds_ref_error(StringView text) {
-  return text.find(u'#') != StringView::npos && instr_text(1, text, u"#REF!") > 0;
-}
-
 // One operand is classified in a fixed order; the first test that holds decides, so a
-// piece never carries two flags.
-void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren, bool mark_ranges,
-                      const Locale& loc) {
+// piece never carries two flags. `has_hash` tells whether the operand holds a "#" at all.
+void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren, bool has_hash,
+                      bool mark_ranges, const Locale& loc) {
   if (followed_by_paren) {
     piece.IsFunction = true;
   } else if (text.front() == u'"' && text.back() == u'"') {
@@ -131,7 +155,7 @@ void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren,
     piece.IsSimpleText = true;
   } else if (is_number(text, loc)) {
     piece.IsValue = true;
-  } else if (holds_ref_error(text)) {
+  } else if (has_hash && instr_text(1, text, u"#REF!") > 0) {
     // A broken reference is neither a value nor something that can be followed.
   } else if (mark_ranges) {
     piece.IsRange = true;
@@ -162,13 +186,7 @@ class PieceWriter {
       ++size_;
     }
     ++used_;
-    // Most pieces fit the string's own small buffer; filling it character by character
-    // stays inline, where a general copy would not.
-    if (text.size() <= 7) {
-      for (char16_t c : text) p->ThePiece.push_back(c);
-    } else {
-      p->ThePiece.append(text.data(), text.size());
-    }
+    p->ThePiece.assign(text.data(), text.size());
     p->StartPos = start;
     return *p;
   }
@@ -256,7 +274,8 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
 
   const Locale& loc = current_locale();
   const auto length = static_cast<int32_t>(f.size());
-  int32_t shift = 0;  // growth of the formula from the replacements made so far
+  int32_t shift = 0;       // growth of the formula from the replacements made so far
+  bool hash_seen = false;  // a "#" since the last operator
 
   // The operand between the operator at `at` (1-based) and the next one, at `next` (or the
   // end of the text, length + 1).
@@ -274,7 +293,8 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
             ? out.add(text, at + shift + static_cast<int32_t>(text.data() - segment.data()) + 1)
             : out.add(segment, at + shift + 1);
     const bool followed_by_paren = next <= length && f[static_cast<size_t>(next - 1)] == u'(';
-    classify_operand(piece, text, followed_by_paren, mode.mark_ranges, loc);
+    classify_operand(piece, text, followed_by_paren, hash_seen, mode.mark_ranges, loc);
+    hash_seen = false;
     if (may_rewrite && piece.IsRange && text.find(u':') != StringView::npos) {
       const StringView rest = f.substr(static_cast<size_t>(next - 1));
       if (auto change = replace_range(formula, out, segment, at + shift, rest)) shift += *change;
@@ -282,7 +302,7 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
   };
 
   // The text is read in blocks of 16 characters; a mask marks the characters that matter
-  // to the scanner (quotes, brackets, operators) and only those are looked at one by one.
+  // to the scanner (quotes, brackets, operators, "#") and only those are looked at one by one.
   // Quotes hide operators. A single quote toggles whatever else is open; inside a
   // double-quoted text that toggle, and any bracket, is undone by the closing double quote,
   // which clears every state, so a double-quoted text is skipped whole. Because the text
@@ -308,8 +328,13 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
         const size_t close = f.find(u'"', static_cast<size_t>(i) + 1);
         // An open text runs to the end: no operator after it.
         block = close == StringView::npos ? length : static_cast<int32_t>(close) + 1;
+        if (f.substr(static_cast<size_t>(i), static_cast<size_t>(block - i)).find(u'#') !=
+            StringView::npos)
+          hash_seen = true;
         in_single = in_brackets = false;
         mask = 0;
+      } else if (cls == kHash) {
+        hash_seen = true;
       } else if (cls == kSingleQuote) {
         in_single = !in_single;
       } else if (mode.r1c1) {
