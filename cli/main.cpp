@@ -2,6 +2,7 @@
 #include <fmt/core.h>
 #include <CLI/CLI.hpp>
 
+#include "common.hpp"
 #include "qzxl/qzxl.hpp"
 
 namespace {
@@ -34,14 +35,43 @@ int run_consts() {
 CLI::App* add_tokenize_command(CLI::App& app);
 int run_tokenize_command();
 
+namespace qzcli {
+Command make_autocolor_command(CLI::App& parent);
+Command make_audit_command(CLI::App& parent);
+Command make_names_command(CLI::App& parent);
+Command make_settings_command(CLI::App& parent);
+Command make_example_command(CLI::App& parent);
+}  // namespace qzcli
+
 int main(int argc, char** argv) {
   CLI::App app{"qzxl: colour-code, audit and inspect workbooks with the Quazel library"};
-  app.set_version_flag("--version", "qzxl 1.1.0");
+  app.set_version_flag("--version", qzcli::kVersion);
   app.require_subcommand(1);
-  auto* consts = app.add_subcommand("consts", "Print the library's public constants");
+  std::vector<qzcli::Command> commands{
+      qzcli::make_autocolor_command(app),
+      qzcli::make_audit_command(app),
+      qzcli::make_names_command(app),
+      qzcli::make_settings_command(app),
+  };
+  auto* consts = qzcli::add_command(app, "consts", "Print the library's public constants");
+  commands.push_back({consts, run_consts});
   auto* tokenize = add_tokenize_command(app);
+  tokenize->set_version_flag("--version", qzcli::kVersion);
+  commands.push_back({tokenize, run_tokenize_command});
+  commands.push_back(qzcli::make_example_command(app));
   CLI11_PARSE(app, argc, argv);
-  if (consts->parsed()) return run_consts();
-  if (tokenize->parsed()) return run_tokenize_command();
+  for (const auto& c : commands) {
+    if (!c.app->parsed()) continue;
+    try {
+      return c.run();
+    } catch (const qzcli::Failure& f) {
+      fmt::print(stderr, "qzxl {}: {}\n", c.app->get_name(), f.what());
+      return f.status();
+    } catch (const std::exception& e) {
+      // Anything else is the tool's own fault; still one line, and nothing half-written.
+      fmt::print(stderr, "qzxl {}: internal error: {}\n", c.app->get_name(), e.what());
+      return 70;
+    }
+  }
   return 0;
 }
