@@ -113,11 +113,25 @@ class Stacks : public ClientTest {
 };
 
 TEST_F(Stacks, TheHundredAndFirstPushDropsTheOldest) {
-  for (int i = 1; i <= 101; ++i) push("Step " + std::to_string(i));
+  for (int i = 1; i <= 101; ++i) {
+    const String n = u16(std::to_string(i));
+    undo->SetCustomUndo(u"QZModel", u"Undo" + n, u"Redo" + n, u"Step " + n);
+  }
   auto texts = undo_texts();
   ASSERT_EQ(texts.size(), 100u);
   EXPECT_EQ(texts.front(), "&Undo Step 2 (QZ)");
   EXPECT_EQ(texts.back(), "&Undo Step 101 (QZ)");
+  // A person choosing Undo again and again goes back a hundred steps, newest first, and
+  // then finds nothing more to undo: the first step is gone.
+  for (int i = 0; i < 101; ++i) {
+    user.press_undo();
+    user.idle();
+  }
+  ASSERT_EQ(callback->ran.size(), 100u);
+  EXPECT_EQ(callback->ran.front(), u"Undo101");
+  EXPECT_EQ(callback->ran.back(), u"Undo2");
+  EXPECT_EQ(undo_caption(), "Can't &Undo");
+  EXPECT_EQ(redo_caption(), "&Redo Step 2 (QZ)");
 }
 
 TEST_F(Stacks, APersonsOwnTypingEmptiesTheStackAtTheNextPush) {
