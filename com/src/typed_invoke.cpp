@@ -286,7 +286,7 @@ HRESULT typed_invoke(IDispatch* self, ITypeInfo* info, DISPID id, WORD flags, DI
       st.pointers[i] = &slot;
 
       if (static_cast<int>(i) == retval) {
-        local.vt = pt.vt == VT_VARIANT ? VT_EMPTY : pt.vt;
+        local.vt = pt.vt == VT_VARIANT ? VARTYPE{VT_EMPTY} : pt.vt;
         slot.vt = static_cast<VARTYPE>(VT_BYREF | pt.vt);
         slot.byref = value_address(local, pt.vt);
         st.types[i] = slot.vt;

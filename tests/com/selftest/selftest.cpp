@@ -569,14 +569,19 @@ VARIANT bstr(const wchar_t* s) {
   return v;
 }
 
+// A DLL's export as the function type it really has. GetProcAddress gives every export one
+// generic type; passing through void(*)() tells the compiler the cast is deliberate.
+template <class Function>
+Function export_of(HMODULE module, const char* name) {
+  return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(GetProcAddress(module, name)));
+}
+
 // An application of the embedded engine, from the test host DLL.
 ComPtr<IDispatch> engine_application(const wchar_t* dll) {
   constexpr GUID kClsidEngine = {
       0xCD6B2A48, 0x42AB, 0x4E4D, {0xA7, 0x16, 0x03, 0xE2, 0x96, 0x96, 0x8E, 0xB7}};
   HMODULE module = LoadLibraryW(dll);
-  auto get_class =
-      module ? reinterpret_cast<GetClassObject>(GetProcAddress(module, "DllGetClassObject"))
-             : nullptr;
+  auto get_class = module ? export_of<GetClassObject>(module, "DllGetClassObject") : nullptr;
   ComPtr<IClassFactory> factory;
   ComPtr<IDispatch> engine;
   if (!get_class ||
@@ -595,9 +600,8 @@ void server(const wchar_t* dll, const wchar_t* host_dll) {
   HMODULE module = LoadLibraryW(dll);
   CHECK(module != nullptr);
   if (!module) return;
-  auto get_class = reinterpret_cast<GetClassObject>(GetProcAddress(module, "DllGetClassObject"));
-  auto can_unload =
-      reinterpret_cast<HRESULT(STDAPICALLTYPE*)()>(GetProcAddress(module, "DllCanUnloadNow"));
+  auto get_class = export_of<GetClassObject>(module, "DllGetClassObject");
+  auto can_unload = export_of<HRESULT(STDAPICALLTYPE*)()>(module, "DllCanUnloadNow");
   CHECK(get_class && can_unload);
   if (!get_class || !can_unload) return;
 
