@@ -2,6 +2,7 @@
 // properties) are read as trees; worksheets and shared strings, which can hold millions of
 // items, are read token by token straight into the cell store.
 #include <cmath>
+#include <cstring>
 
 #include "engine/calc/calc.hpp"
 #include "engine/numfmt/numfmt.hpp"
@@ -113,6 +114,12 @@ std::optional<double> iso_datetime(std::string_view t) {
 }
 
 }  // namespace
+
+String widen(std::string_view s) {
+  for (char c : s)
+    if (static_cast<unsigned char>(c) >= 0x80) return from_utf8(s);
+  return String(s.begin(), s.end());
+}
 
 // ---------------------------------------------------------------------------------------------
 
@@ -522,10 +529,13 @@ void Loader::read_rich(XmlScanner& x, String& text, std::vector<Run>& runs) {
 }
 
 void Loader::read_strings(const std::string& part) {
-  std::string text = pkg_->read_part(part);
-  XmlScanner x(text, where(part));
+  PartBuffer buffer = pkg_->zip().read_buffer(*pkg_->zip().find(part));
+  XmlScanner x(buffer.view(), where(part));
+  size_t released = 0;
   x.next();
   if (x.local() != "sst") fail(part, "is not a shared strings part");
+  // The root's start tag stays: its name is checked against the end tag.
+  const size_t keep = x.end();
   StringPool& pool = book_->strings;
   String s;
   std::vector<Run> runs;
@@ -534,6 +544,11 @@ void Loader::read_strings(const std::string& part) {
     if (x.local() != "si") {
       x.skip_element();
       continue;
+    }
+    if (x.begin() - released > (size_t{4} << 20)) {
+      // Between items only the root is open.
+      released = x.begin();
+      buffer.release(keep, released);
     }
     s.clear();
     runs.clear();
@@ -547,7 +562,19 @@ void Loader::read_strings(const std::string& part) {
 // --- worksheets -------------------------------------------------------------------------------
 
 void Loader::read_worksheet(Sheet& s, SheetState& ss) {
-  std::string text = pkg_->read_part(ss.part);
+  const ZipEntry* entry = pkg_->zip().find(ss.part);
+  PartBuffer buffer = pkg_->zip().read_buffer(*entry);
+  std::string_view text = buffer.view();
+  // Room for every formula at once: growing the table doubles it, and copies it, many times.
+  size_t formulas = 0;
+  for (const char* p = text.data();
+       (p = static_cast<const char*>(std::memchr(p, '<', text.data() + text.size() - p)));) {
+    ++p;
+    if (p < text.data() + text.size() && *p == 'f' && p + 1 < text.data() + text.size() &&
+        (p[1] == '>' || p[1] == ' ' || p[1] == '/'))
+      ++formulas;
+  }
+  s.formulas.reserve(formulas);
   XmlScanner x(text, where(ss.part));
   x.next();
   ss.root = std::string(x.name());
@@ -557,9 +584,13 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
     if (t != T::Start) continue;
     std::string_view tag = x.local();
     if (tag == "sheetData") {
+      // What comes before the cell data is kept, for a save to patch; the cell data's pages
+      // are given back as they are read.
       ss.data_begin = x.begin();
-      read_rows(x, s, ss);
+      ss.head.assign(text.substr(0, ss.data_begin));
+      read_rows(x, s, ss, &buffer);
       ss.data_end = x.end();
+      ss.tail.assign(text.substr(ss.data_end));
     } else if (tag == "sheetPr") {
       s.code_name = from_utf8(x.attr_text("codeName"));
       x.skip_element();
@@ -766,7 +797,7 @@ void Loader::read_cols(XmlScanner& x, Sheet& s) {
   }
 }
 
-void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss) {
+void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buffer) {
   if (x.self_closing()) {
     x.next();
     return;
@@ -774,7 +805,15 @@ void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss) {
   size_t d = x.depth();
   int32_t next_row = 0;
   std::string v;
+  // Rows already read are given back in steps of a few MiB. Only the text of the elements
+  // still open must stay: the root's and this one's start tags, before `keep`.
+  const size_t keep = x.end();
+  size_t released = keep;
   for (T t; (t = x.next()) != T::Eof;) {
+    if (buffer && x.begin() - released > (size_t{4} << 20)) {
+      released = x.begin();
+      buffer->release(keep, released);
+    }
     if (t == T::End && x.depth() == d) return;
     if (t != T::Start) continue;
     if (x.local() != "row") {
@@ -822,7 +861,13 @@ void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss) {
     }
     size_t rd = x.depth();
     int32_t next_col = 0;
-    for (T u; (u = x.next()) != T::Eof;) {
+    for (T u;;) {
+      int32_t col = next_col;
+      if (read_plain_cell(x, s, ss, row, col)) {
+        next_col = col + 1;
+        continue;
+      }
+      if ((u = x.next()) == T::Eof) break;
       if (u == T::End && x.depth() == rd) break;
       if (u != T::Start) continue;
       if (x.local() != "c") {
@@ -835,9 +880,9 @@ void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss) {
 }
 
 int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t col) {
-  uint32_t style = 0;
-  std::string_view type = "n";
-  std::vector<std::pair<std::string, std::string>> extra;
+  CellData d;
+  d.row = row;
+  d.col = col;
   for (const auto& a : x.attrs()) {
     std::string_view n = a.name;
     if (n == "r") {
@@ -845,108 +890,249 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
       if (!c) x.invalid("a bad cell reference '" + std::string(a.value) + "'");
       if (c->row != row)
         x.invalid("cell " + std::string(a.value) + " inside row " + std::to_string(row + 1));
-      col = c->col;
+      d.col = c->col;
     } else if (n == "s") {
-      style = static_cast<uint32_t>(
+      d.style = static_cast<uint32_t>(
           std::clamp<int64_t>(parse_int(a.value).value_or(0), 0, (1 << 27) - 1));
     } else if (n == "t") {
-      type = a.value;
+      d.type = a.value;
     } else {
       std::string v;
       x.decode(a.value, v);
-      extra.emplace_back(std::string(n), std::move(v));
+      d.extra.emplace_back(std::string(n), std::move(v));
     }
   }
-  if (col < 0 || col > kLastCol) x.invalid("a cell beyond the last column");
-  std::string type_s(type);  // the attribute view dies with the next token
+  if (d.col < 0 || d.col > kLastCol) x.invalid("a cell beyond the last column");
 
-  bool has_f = false, has_v = false, has_is = false;
-  std::string value;
-  std::unique_ptr<FileFormula> ff;
-  String is_text;
-  std::vector<Run> is_runs;
   if (x.self_closing()) {
     x.next();
   } else {
-    size_t d = x.depth();
+    size_t depth = x.depth();
     for (T t; (t = x.next()) != T::Eof;) {
-      if (t == T::End && x.depth() == d) break;
+      if (t == T::End && x.depth() == depth) break;
       if (t != T::Start) continue;
       std::string_view tag = x.local();
       if (tag == "v") {
-        has_v = true;
-        value = x.element_text();
+        d.has_v = true;
+        d.value = x.element_text();
       } else if (tag == "f") {
-        has_f = true;
-        ff = std::make_unique<FileFormula>();
+        d.ff = std::make_unique<FileFormula>();
         for (const auto& a : x.attrs()) {
           std::string v;
           x.decode(a.value, v);
           if (a.name == "t")
-            ff->type = from_utf8(v);
+            d.ff->type = from_utf8(v);
           else if (a.name == "ref")
-            ff->ref = from_utf8(v);
+            d.ff->ref = from_utf8(v);
           else if (a.name == "si")
-            ff->shared_index = static_cast<int32_t>(parse_int(v).value_or(-1));
+            d.ff->shared_index = static_cast<int32_t>(parse_int(v).value_or(-1));
           else
-            ff->attrs.emplace_back(from_utf8(a.name), from_utf8(v));
+            d.ff->attrs.emplace_back(from_utf8(a.name), from_utf8(v));
         }
-        ff->text = from_utf8(x.element_text());
+        d.ff->text = widen(x.element_text());
       } else if (tag == "is") {
-        has_is = true;
-        read_rich(x, is_text, is_runs);
+        d.has_is = true;
+        read_rich(x, d.is_text, d.is_runs);
       } else {
         x.skip_element();
       }
     }
   }
+  store_cell(x, s, ss, d);
+  return d.col;
+}
 
+// The cells of a sheet are nearly all of one shape: <c r="B2" s="1" t="s"><f>..</f><v>..</v></c>
+// without entities, comments or unusual attributes. This reads that shape straight from the
+// text; anything else is left to the general reader (returns false, having read nothing).
+bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t& col) {
+  std::string_view t = x.remaining();
+  size_t i = 0, n = t.size();
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  while (i < n && blank(t[i])) ++i;
+  if (n - i < 4 || t[i] != '<' || t[i + 1] != 'c' ||
+      !(blank(t[i + 2]) || t[i + 2] == '>' || t[i + 2] == '/'))
+    return false;
+  i += 2;
+  CellData d;
+  d.row = row;
+  d.col = col;
+  // Attributes.
+  bool empty = false;
+  for (;;) {
+    while (i < n && blank(t[i])) ++i;
+    if (i >= n) return false;
+    if (t[i] == '>') {
+      ++i;
+      break;
+    }
+    if (t[i] == '/') {
+      if (i + 1 >= n || t[i + 1] != '>') return false;
+      i += 2;
+      empty = true;
+      break;
+    }
+    size_t ns = i;
+    while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
+    if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return false;
+    std::string_view name = t.substr(ns, i - ns);
+    char q = t[i + 1];
+    size_t vs = i + 2;
+    size_t ve = t.find(q, vs);
+    if (ve == std::string_view::npos) return false;
+    std::string_view value = t.substr(vs, ve - vs);
+    if (value.find_first_of("&<") != std::string_view::npos) return false;
+    i = ve + 1;
+    if (name == "r") {
+      auto c = parse_cell(value);
+      if (!c || c->row != row) return false;  // the general reader explains the problem
+      d.col = c->col;
+    } else if (name == "s") {
+      auto v = parse_int(value);
+      if (!v) return false;
+      d.style = static_cast<uint32_t>(std::clamp<int64_t>(*v, 0, (1 << 27) - 1));
+    } else if (name == "t") {
+      d.type = value;
+    } else {
+      return false;
+    }
+  }
+  // Children: <v>, <f>, in any order, then </c>.
+  if (!empty) {
+    for (;;) {
+      while (i < n && blank(t[i])) ++i;
+      std::string_view rest = t.substr(i);
+      if (rest.starts_with("</c>")) {
+        i += 4;
+        break;
+      }
+      if (rest.starts_with("<v>")) {
+        size_t e = t.find('<', i + 3);
+        if (e == std::string_view::npos || t.substr(e, 4) != "</v>") return false;
+        std::string_view v = t.substr(i + 3, e - i - 3);
+        if (v.find('&') != std::string_view::npos) return false;
+        d.has_v = true;
+        d.value.assign(v);
+        i = e + 4;
+        continue;
+      }
+      if (rest.starts_with("<f") && rest.size() > 2 &&
+          (blank(rest[2]) || rest[2] == '>' || rest[2] == '/')) {
+        auto ff = std::make_unique<FileFormula>();
+        i += 2;
+        bool closed = false;
+        for (;;) {
+          while (i < n && blank(t[i])) ++i;
+          if (i >= n) return false;
+          if (t[i] == '>') {
+            ++i;
+            break;
+          }
+          if (t[i] == '/') {
+            if (i + 1 >= n || t[i + 1] != '>') return false;
+            i += 2;
+            closed = true;
+            break;
+          }
+          size_t ns = i;
+          while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
+          if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return false;
+          std::string_view name = t.substr(ns, i - ns);
+          char q = t[i + 1];
+          size_t vs = i + 2;
+          size_t ve = t.find(q, vs);
+          if (ve == std::string_view::npos) return false;
+          std::string_view value = t.substr(vs, ve - vs);
+          if (value.find_first_of("&<") != std::string_view::npos ||
+              name.find(':') != std::string_view::npos)
+            return false;
+          i = ve + 1;
+          if (name == "t")
+            ff->type = widen(value);
+          else if (name == "ref")
+            ff->ref = widen(value);
+          else if (name == "si")
+            ff->shared_index = static_cast<int32_t>(parse_int(value).value_or(-1));
+          else
+            ff->attrs.emplace_back(widen(name), widen(value));
+        }
+        if (!closed) {
+          size_t e = t.find('<', i);
+          if (e == std::string_view::npos || t.substr(e, 4) != "</f>") return false;
+          std::string_view text = t.substr(i, e - i);
+          if (text.find('&') != std::string_view::npos ||
+              text.find('\r') != std::string_view::npos) {
+            std::string decoded;
+            x.decode(text, decoded);
+            ff->text = widen(decoded);
+          } else {
+            ff->text = widen(text);
+          }
+          i = e + 4;
+        }
+        d.ff = std::move(ff);
+        continue;
+      }
+      return false;
+    }
+  }
+  if (d.col > kLastCol) return false;  // the general reader explains the problem
+  store_cell(x, s, ss, d);
+  x.skip_bytes(i);
+  col = d.col;
+  return true;
+}
+
+void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
+  const int32_t row = d.row, col = d.col;
   auto fail_cell = [&](const std::string& problem) {
     x.invalid("cell " + cell_text(row, col) + " " + problem);
   };
+  std::string_view type = d.type;
+  std::string& value = d.value;
   // An empty value is no value (some writers put <v/> in cells they leave blank).
-  if (has_v && value.empty() && type_s != "str" && type_s != "inlineStr") has_v = false;
+  bool has_v = d.has_v;
+  if (has_v && value.empty() && type != "str" && type != "inlineStr") has_v = false;
   auto number = [&]() -> double {
-    auto d = parse_double(value);
-    if (!d) fail_cell("holds '" + value.substr(0, 40) + "', which is no number");
-    return *d;
+    auto v = parse_double(value);
+    if (!v) fail_cell("holds '" + value.substr(0, 40) + "', which is no number");
+    return *v;
   };
 
-  if (has_f) {
+  if (d.ff) {
     calc::Value cached;
     if (has_v) {
-      if (type_s == "str")
+      if (type == "str")
         cached = calc::Value::str(decode_escapes(from_utf8(value)));
-      else if (type_s == "b")
+      else if (type == "b")
         cached = calc::Value::boolean(parse_double(value).value_or(0) != 0);
-      else if (type_s == "e")
+      else if (type == "e")
         cached =
             calc::Value::error(calc::error_from_text(from_utf8(value)).value_or(cell_error::value));
-      else if (type_s == "s") {
+      else if (type == "s") {
         auto i = parse_int(value);
         if (i && *i >= 0 && static_cast<size_t>(*i) < book_->strings.size())
           cached = calc::Value::str(String(book_->strings.text(static_cast<uint32_t>(*i))));
       } else if (auto dv = parse_double(value))
         cached = calc::Value::num(*dv);
     }
-    for (auto& [n, v] : extra) ff->cell_attrs.emplace_back(from_utf8(n), from_utf8(v));
-    book_->load_formula(s, row, col, std::move(ff), cached, style);
-    return col;
+    for (auto& [n, v] : d.extra) d.ff->cell_attrs.emplace_back(from_utf8(n), from_utf8(v));
+    book_->load_formula(s, row, col, std::move(d.ff), cached, d.style);
+    return;
   }
 
-  if (!extra.empty()) ss.cell_attrs[{row, col}] = std::move(extra);
-  bool is_value = has_v || has_is;
-  if (!is_value && style == 0 && !ss.cell_attrs.count({row, col})) {
-    // An empty cell without a format carries nothing.
-    return col;
-  }
-  Cell& c = s.cells.get_or_create(row, col, style);
+  bool has_attrs = !d.extra.empty();
+  if (has_attrs) ss.cell_attrs[{row, col}] = std::move(d.extra);
+  bool is_value = has_v || d.has_is;
+  // An empty cell without a format carries nothing.
+  if (!is_value && d.style == 0 && !has_attrs) return;
+  Cell& c = s.cells.get_or_create(row, col, d.style);
   if (c.kind() == CellKind::Formula) s.free_formula(c.index);
-  c.set_style(style);
+  c.set_style(d.style);
   c.set_kind(CellKind::Blank);
   c.num = 0;
-  if (!is_value) return col;
-  if (type_s == "s") {
+  if (!is_value) return;
+  if (type == "s") {
     auto i = parse_int(value);
     // A reference past the shared strings shows as an empty cell (as other readers show it);
     // the cell keeps its format.
@@ -954,28 +1140,28 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
       c.set_kind(CellKind::Text);
       c.index = static_cast<uint32_t>(*i);
     }
-  } else if (type_s == "inlineStr" || type_s == "str") {
-    if (!has_is) is_text = decode_escapes(from_utf8(value));
-    uint32_t idx = book_->strings.append(is_text, std::move(is_runs));
+  } else if (type == "inlineStr" || type == "str") {
+    if (!d.has_is) d.is_text = decode_escapes(from_utf8(value));
+    uint32_t idx = book_->strings.append(d.is_text, std::move(d.is_runs));
     state_->inline_strings.insert(idx);
     c.set_kind(CellKind::Text);
     c.index = idx;
-  } else if (type_s == "b") {
+  } else if (type == "b") {
     c.set_kind(CellKind::Boolean);
     c.num = number() != 0 ? 1 : 0;
-  } else if (type_s == "e") {
+  } else if (type == "e") {
     c.set_kind(CellKind::Error);
     c.num = calc::error_from_text(from_utf8(value)).value_or(cell_error::value);
-  } else if (type_s == "d") {
-    auto d = iso_parts(value);
-    if (!d) fail_cell("holds '" + value.substr(0, 40) + "', which is no date");
+  } else if (type == "d") {
+    auto iso = iso_parts(value);
+    if (!iso) fail_cell("holds '" + value.substr(0, 40) + "', which is no date");
     c.set_kind(CellKind::Number);
-    c.num = numfmt::serial_from_date(d->year, d->month, d->day, book_->date1904) + d->fraction;
+    c.num =
+        numfmt::serial_from_date(iso->year, iso->month, iso->day, book_->date1904) + iso->fraction;
   } else {
     c.set_kind(CellKind::Number);
     c.num = number();
   }
-  return col;
 }
 
 // --- document properties ------------------------------------------------------------------------

@@ -12,6 +12,9 @@
 
 namespace qz::engine::xlsx {
 
+/// Text as UTF-16, quickly when it is ASCII (as formulas nearly always are).
+String widen(std::string_view s);
+
 class Loader {
  public:
   explicit Loader(std::shared_ptr<const Package> pkg);
@@ -32,8 +35,22 @@ class Loader {
   void read_drawing(Sheet& s, SheetState& ss, const std::string& part);
   void read_selection(XmlScanner& x, Sheet& s);
   void read_cols(XmlScanner& x, Sheet& s);
-  void read_rows(XmlScanner& x, Sheet& s, SheetState& ss);
+  void read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buffer);
+  // One cell as read, before it goes into the model.
+  struct CellData {
+    int32_t row = 0, col = 0;
+    uint32_t style = 0;
+    std::string type = "n";
+    bool has_v = false, has_is = false;
+    std::string value;
+    std::unique_ptr<FileFormula> ff;
+    String is_text;
+    std::vector<Run> is_runs;
+    std::vector<std::pair<std::string, std::string>> extra;
+  };
   int32_t read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t col);
+  bool read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t& col);
+  void store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d);
   void read_custom_props(const std::string& part);
 
   std::shared_ptr<const Package> pkg_;

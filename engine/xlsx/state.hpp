@@ -24,6 +24,8 @@ struct SheetState {
   /// that changes cells replaces exactly this span.
   size_t data_begin = std::string::npos;
   size_t data_end = std::string::npos;
+  /// The part's text before and after <sheetData> (all of it in `head` when it has none).
+  std::string head, tail;
   /// Attributes of value cells the model does not describe (cm, vm, ph), by position. Formula
   /// cells keep theirs in FileFormula.
   std::map<std::pair<int32_t, int32_t>, std::vector<std::pair<std::string, std::string>>>

@@ -325,6 +325,7 @@ class Saver {
   void drop(const std::string& part) {
     dropped_.insert(part);
     out_.erase(part);
+    streams_.erase(part);
   }
   std::string fresh_part(const std::string& stem, const std::string& ext);
 
@@ -345,7 +346,7 @@ class Saver {
   bool formulas_changed();
   void write_sheets();
   void write_sheet(Sheet& s, SheetState& ss, bool is_new);
-  std::string sheet_data(Sheet& s, SheetState& ss);
+  void sheet_data(Sheet& s, SheetState& ss, EntrySink& sink);
   void patch_skeleton(pugi::xml_document& doc, Sheet& s, SheetState& ss, bool is_new);
   void write_hyperlinks(pugi::xml_node ws, Sheet& s, SheetState& ss);
   void write_drawing_names(Sheet& s, SheetState& ss);
@@ -372,7 +373,15 @@ class Saver {
   std::vector<uint32_t> appended_strings_;
   // Formula cells written from the model: after the save they carry what the file now has.
   std::vector<std::tuple<Sheet*, uint32_t, std::unique_ptr<FileFormula>>> written_formulas_;
-  std::map<Sheet*, std::pair<size_t, size_t>> data_spans_;
+  // Worksheets written as they are deflated, by part.
+  std::map<std::string, std::function<void(EntrySink&)>> streams_;
+  // What a sheet's state becomes once the save is complete: the part's text around the cell
+  // data, and where the cell data lies.
+  struct Rebased {
+    std::string head, tail;
+    size_t begin = 0, end = 0;
+  };
+  std::map<Sheet*, Rebased> rebased_;
 };
 
 std::string Saver::fresh_part(const std::string& stem, const std::string& ext) {
@@ -380,7 +389,8 @@ std::string Saver::fresh_part(const std::string& stem, const std::string& ext) {
   bool numbered = stem.ends_with("sheet");
   for (int i = numbered ? 1 : 0;; ++i) {
     std::string p = stem + (i ? std::to_string(i) : std::string()) + ext;
-    bool taken = (pkg_ && pkg_->has_part(p) && !dropped_.count(p)) || out_.count(p);
+    bool taken =
+        (pkg_ && pkg_->has_part(p) && !dropped_.count(p)) || out_.count(p) || streams_.count(p);
     if (!taken) return p;
   }
 }
@@ -539,24 +549,32 @@ void Saver::run(const fs::path& path) {
   // Write: the package's entries in their order (replaced, copied or left out), then new parts.
   ZipWriter w(path, options_.level);
   std::set<std::string> written;
+  // Writes a part the save produced; false when it produced none under that name.
+  auto write_new = [&](const std::string& part, const ZipEntry* like) {
+    if (auto it = out_.find(part); it != out_.end())
+      w.add(part, it->second, like);
+    else if (auto st = streams_.find(part); st != streams_.end())
+      w.add_stream(part, st->second, like);
+    else
+      return false;
+    written.insert(part);
+    return true;
+  };
   if (pkg_) {
     for (const ZipEntry& e : pkg_->zip().entries()) {
       if (dropped_.count(e.name)) continue;
-      auto it = out_.find(e.name);
-      if (it != out_.end())
-        w.add(e.name, it->second, &e);
-      else
+      if (!write_new(e.name, &e)) {
         w.copy(pkg_->zip(), e);
-      written.insert(e.name);
+        written.insert(e.name);
+      }
     }
   }
   for (const auto& part : new_order_)
-    if (!written.count(part) && out_.count(part)) {
-      w.add(part, out_[part]);
-      written.insert(part);
-    }
+    if (!written.count(part)) write_new(part, nullptr);
   for (const auto& [part, content] : out_)
-    if (!written.count(part)) w.add(part, content);
+    if (!written.count(part)) write_new(part, nullptr);
+  for (const auto& [part, produce] : streams_)
+    if (!written.count(part)) write_new(part, nullptr);
   w.commit();
   rebase(path);
 }
@@ -656,26 +674,22 @@ void Saver::write_sheets() {
 }
 
 void Saver::write_sheet(Sheet& s, SheetState& ss, bool is_new) {
-  std::string text = is_new ? std::string() : source_text(ss.part);
-  if (text.empty()) {
-    text = std::string(kDecl) +
-           "<worksheet xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\" "
-           "xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships\">"
-           "<sheetData/></worksheet>";
-    ss.data_begin = text.find("<sheetData/>");
-    ss.data_end = ss.data_begin + 11;
+  if (is_new || (ss.head.empty() && ss.tail.empty())) {
+    ss.head = std::string(kDecl) +
+              "<worksheet xmlns=\"http://schemas.openxmlformats.org/spreadsheetml/2006/main\" "
+              "xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships\">";
+    ss.tail = "</worksheet>";
+    ss.data_begin = ss.data_end = std::string::npos;
     is_new = true;
   }
   // The skeleton: the part with its cell data taken out, small enough to edit as a tree.
-  std::string skeleton;
   bool had_data = ss.data_begin != std::string::npos;
+  std::string skeleton = ss.head;
   if (had_data) {
-    skeleton.reserve(text.size() - (ss.data_end - ss.data_begin) + kDataMark.size());
-    skeleton.append(text, 0, ss.data_begin);
-    skeleton.append(kDataMark);
-    skeleton.append(text, ss.data_end, std::string::npos);
+    skeleton += kDataMark;
+    skeleton += ss.tail;
   } else {
-    skeleton = text;
+    skeleton += ss.tail;
   }
   pugi::xml_document doc;
   parse(ss.part, skeleton, doc);
@@ -699,20 +713,29 @@ void Saver::write_sheet(Sheet& s, SheetState& ss, bool is_new) {
   if (mark == std::string::npos)
     throw Error(err::host_failure,
                 "cannot save '" + target_ + "': lost the cell data of '" + ss.part + "'");
+  auto before = std::make_shared<std::string>(out.substr(0, mark));
+  auto after = std::make_shared<std::string>(out.substr(mark + kDataMark.size()));
 
-  std::string data;
-  if (s.changed.cells || s.changed.layout || is_new || !had_data) {
-    data = sheet_data(s, ss);
-  } else {
-    data = text.substr(ss.data_begin, ss.data_end - ss.data_begin);
+  if (!(s.changed.cells || s.changed.layout || is_new || !had_data)) {
+    // Only the skeleton changed: the cell data goes back as the part had it.
+    std::string text = source_text(ss.part);
+    std::string result = *before;
+    result.append(text, ss.data_begin, ss.data_end - ss.data_begin);
+    rebased_[&s] = {*before, *after, before->size(), result.size()};
+    result += *after;
+    put(ss.part, std::move(result));
+    return;
   }
-  std::string result;
-  result.reserve(out.size() + data.size());
-  result.append(out, 0, mark);
-  data_spans_[&s] = {result.size(), result.size() + data.size()};
-  result += data;
-  result.append(out, mark + kDataMark.size(), std::string::npos);
-  put(ss.part, std::move(result));
+  // The cell data is written as the part is deflated, a row at a time.
+  streams_[ss.part] = [this, &s, &ss, before, after](EntrySink& sink) {
+    sink.text += *before;
+    size_t from = sink.total();
+    sheet_data(s, ss, sink);
+    size_t to = sink.total();
+    sink.text += *after;
+    rebased_[&s] = {*before, *after, from, to};
+  };
+  out_.erase(ss.part);
 }
 
 void Saver::patch_skeleton(pugi::xml_document& doc, Sheet& s, SheetState& ss, bool is_new) {
@@ -924,9 +947,8 @@ void Saver::write_drawing_names(Sheet& s, SheetState& ss) {
   ss.chart_names = wanted;
 }
 
-std::string Saver::sheet_data(Sheet& s, SheetState& ss) {
-  std::string out;
-  out.reserve(s.cells.size() * 40 + 64);
+void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
+  std::string& out = sink.text;
   std::string p = prefix_of(ss.root);
   out += "<" + p + "sheetData>";
 
@@ -1130,7 +1152,11 @@ std::string Saver::sheet_data(Sheet& s, SheetState& ss) {
     Rect all{0, 0, kLastRow, kLastCol};
     s.cells.for_each(all, [&](int32_t row, int32_t col, const Cell& c) {
       if (row != open_row) {
-        if (open_row >= 0) out += "</" + p + "row>";
+        if (open_row >= 0) {
+          out += "</" + p + "row>";
+          // Between rows: a good place to hand a full buffer to the deflater.
+          sink.flush_if_full();
+        }
         flush_lines_before(row);
         const LineInfo* li = nullptr;
         if (line != s.rows.end() && line->first == row) {
@@ -1147,7 +1173,6 @@ std::string Saver::sheet_data(Sheet& s, SheetState& ss) {
   }
   flush_lines_before(kLastRow + 1);
   out += "</" + p + "sheetData>";
-  return out;
 }
 
 // --- workbook part ------------------------------------------------------------------------------
@@ -1738,9 +1763,11 @@ void Saver::rebase(const fs::path& path) {
   for (auto& sp : book_.sheets) {
     auto ss = std::static_pointer_cast<SheetState>(sp->file_state);
     st_->sheet_parts.emplace_back(ss->rel_id, ss->part);
-    if (auto it = data_spans_.find(sp.get()); it != data_spans_.end()) {
-      ss->data_begin = it->second.first;
-      ss->data_end = it->second.second;
+    if (auto it = rebased_.find(sp.get()); it != rebased_.end()) {
+      ss->head = std::move(it->second.head);
+      ss->tail = std::move(it->second.tail);
+      ss->data_begin = it->second.begin;
+      ss->data_end = it->second.end;
     }
     size_t live = 0;
     for (const FormulaCell& f : sp->formulas) live += f.live;

@@ -53,6 +53,14 @@ class XmlScanner {
   /// Nesting depth: the root element's Start and End are at depth 1.
   size_t depth() const { return depth_; }
 
+  /// The text not read yet, and a way past what a caller read from it itself: only whole
+  /// elements may be skipped that way, so that the nesting stays as it was.
+  std::string_view remaining() const { return text_.substr(pos_); }
+  void skip_bytes(size_t n) {
+    pos_ += n;
+    begin_ = pos_;
+  }
+
   /// After a Start: skips to its matching End (which becomes the current token).
   void skip_element();
   /// After a Start: the decoded text of all text inside it, up to its matching End.

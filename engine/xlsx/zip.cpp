@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <libdeflate.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -126,24 +128,6 @@ std::string size_text(uint64_t n) {
   return std::to_string(n) + " bytes";
 }
 
-std::string read_file(const fs::path& path) {
-  std::error_code ec;
-  if (!fs::exists(path, ec))
-    throw Error(err::file_not_found, "cannot open '" + path.string() + "': no such file");
-  if (fs::is_directory(path, ec))
-    throw Error(err::host_failure, "cannot open '" + path.string() + "': it is a folder");
-  std::ifstream in(path, std::ios::binary);
-  if (!in)
-    throw Error(err::host_failure, "cannot open '" + path.string() + "': " + std::strerror(errno));
-  in.seekg(0, std::ios::end);
-  auto size = static_cast<std::streamoff>(in.tellg());
-  in.seekg(0);
-  std::string bytes(static_cast<size_t>(size), '\0');
-  if (size > 0 && !in.read(bytes.data(), size))
-    throw Error(err::host_failure, "cannot open '" + path.string() + "': read failed");
-  return bytes;
-}
-
 }  // namespace
 
 bool looks_like_compound_file(std::string_view bytes) {
@@ -158,65 +142,121 @@ void ZipReader::fail(const std::string& problem) const {
   throw Error(err::host_failure, "cannot open '" + display_name_ + "': " + problem);
 }
 
+// Where a package's bytes come from: an open file (read on demand) or memory.
+struct ZipReader::Source {
+  int fd = -1;
+  std::string bytes;
+  uint64_t size = 0;
+  ~Source() {
+    if (fd >= 0) ::close(fd);
+  }
+};
+
+void ZipReader::read_at(uint64_t offset, size_t length, char* out) const {
+  const Source& src = *source_;
+  if (offset > src.size || length > src.size - offset) fail("the zip package is truncated");
+  if (src.fd < 0) {
+    std::memcpy(out, src.bytes.data() + offset, length);
+    return;
+  }
+  size_t done = 0;
+  while (done < length) {
+    ssize_t r = ::pread(src.fd, out + done, length - done, static_cast<off_t>(offset + done));
+    if (r < 0 && errno == EINTR) continue;
+    if (r <= 0)
+      fail(r < 0 ? std::string(std::strerror(errno)) : "the file shrank while being read");
+    done += static_cast<size_t>(r);
+  }
+}
+
 ZipReader ZipReader::open(const fs::path& path, const ZipLimits& limits) {
-  return from_bytes(read_file(path), path.string(), limits);
+  std::error_code ec;
+  if (!fs::exists(path, ec))
+    throw Error(err::file_not_found, "cannot open '" + path.string() + "': no such file");
+  if (fs::is_directory(path, ec))
+    throw Error(err::host_failure, "cannot open '" + path.string() + "': it is a folder");
+  auto src = std::make_shared<Source>();
+  src->fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (src->fd < 0)
+    throw Error(err::host_failure, "cannot open '" + path.string() + "': " + std::strerror(errno));
+  struct stat st;
+  if (::fstat(src->fd, &st) != 0)
+    throw Error(err::host_failure, "cannot open '" + path.string() + "': " + std::strerror(errno));
+  src->size = static_cast<uint64_t>(st.st_size);
+  ZipReader z;
+  z.display_name_ = path.string();
+  z.source_ = std::move(src);
+  z.limits_ = limits;
+  z.index();
+  return z;
 }
 
 ZipReader ZipReader::from_bytes(std::string bytes, std::string display_name,
                                 const ZipLimits& limits) {
+  auto src = std::make_shared<Source>();
+  src->size = bytes.size();
+  src->bytes = std::move(bytes);
   ZipReader z;
   z.display_name_ = std::move(display_name);
-  z.bytes_ = std::move(bytes);
+  z.source_ = std::move(src);
   z.limits_ = limits;
   z.index();
   return z;
 }
 
 void ZipReader::index() {
-  const std::string& b = bytes_;
-  const uint64_t n = b.size();
+  const uint64_t n = source_->size;
+  auto fetch = [&](uint64_t offset, uint64_t length) {
+    std::string out(static_cast<size_t>(length), '\0');
+    read_at(offset, static_cast<size_t>(length), out.data());
+    return out;
+  };
   if (n == 0) fail("the file is empty");
-  if (looks_like_compound_file(b))
+  std::string start = fetch(0, std::min<uint64_t>(n, 8));
+  if (looks_like_compound_file(start))
     fail("it is an encrypted or legacy binary workbook (an OLE2 compound file, not a zip package)");
   if (n < kEndSize) fail("it is not a zip package (too short)");
 
   // The end record is the last thing in the file but may be followed by a comment of up to
   // 64 KiB; take the last signature whose comment length reaches exactly to the end, or
   // failing that the last signature at all (some writers miscount the comment).
-  uint64_t end_pos = UINT64_MAX, loose_end = UINT64_MAX;
   uint64_t lowest = n > kEndSize + 0xffff ? n - kEndSize - 0xffff : 0;
+  std::string tail = fetch(lowest, n - lowest);
+  auto at_tail = [&](uint64_t abs) { return tail.data() + (abs - lowest); };
+  uint64_t end_pos = UINT64_MAX, loose_end = UINT64_MAX;
   for (uint64_t p = n - kEndSize + 1; p-- > lowest;) {
-    if (get32(b.data() + p) != kEndSig) continue;
+    if (get32(at_tail(p)) != kEndSig) continue;
     if (loose_end == UINT64_MAX) loose_end = p;
-    if (p + kEndSize + get16(b.data() + p + 20) == n) {
+    if (p + kEndSize + get16(at_tail(p) + 20) == n) {
       end_pos = p;
       break;
     }
   }
   if (end_pos == UINT64_MAX) end_pos = loose_end;
   if (end_pos == UINT64_MAX) {
-    if (b.compare(0, 2, "PK") == 0)
+    if (start.compare(0, 2, "PK") == 0)
       fail("the zip package is truncated or damaged (no end of central directory)");
     fail("it is not a zip package");
   }
 
-  const char* e = b.data() + end_pos;
+  const char* e = at_tail(end_pos);
   uint64_t disk = get16(e + 4), cd_disk = get16(e + 6);
   uint64_t count = get16(e + 10);
   uint64_t cd_size = get32(e + 12), cd_offset = get32(e + 16);
   if (count == 0xffff || cd_size == 0xffffffff || cd_offset == 0xffffffff) {
     // zip64: a locator just before the end record points at the larger end record.
-    if (end_pos < 20 || get32(b.data() + end_pos - 20) != kEnd64LocatorSig)
+    if (end_pos < 20 || get32(fetch(end_pos - 20, 4).data()) != kEnd64LocatorSig)
       fail("the zip package is damaged (zip64 sizes without a zip64 locator)");
-    uint64_t rec = get64(b.data() + end_pos - 20 + 8);
-    if (rec > end_pos - 20 || end_pos - 20 - rec < 56 || get32(b.data() + rec) != kEnd64Sig)
+    uint64_t rec = get64(fetch(end_pos - 20 + 8, 8).data());
+    if (rec > end_pos - 20 || end_pos - 20 - rec < 56)
       fail("the zip package is damaged (bad zip64 end record)");
-    const char* r = b.data() + rec;
-    disk = get32(r + 16);
-    cd_disk = get32(r + 20);
-    count = get64(r + 32);
-    cd_size = get64(r + 40);
-    cd_offset = get64(r + 48);
+    std::string r = fetch(rec, 56);
+    if (get32(r.data()) != kEnd64Sig) fail("the zip package is damaged (bad zip64 end record)");
+    disk = get32(r.data() + 16);
+    cd_disk = get32(r.data() + 20);
+    count = get64(r.data() + 32);
+    cd_size = get64(r.data() + 40);
+    cd_offset = get64(r.data() + 48);
     end_pos = rec;  // the central directory must end before the zip64 record
   }
   if (disk != 0 || cd_disk != 0) fail("it is a multi-volume zip archive, which is not supported");
@@ -227,14 +267,15 @@ void ZipReader::index() {
          std::to_string(limits_.max_entries));
 
   entries_.reserve(static_cast<size_t>(count));
-  uint64_t p = cd_offset;
-  const uint64_t cd_end = cd_offset + cd_size;
+  std::string cd = fetch(cd_offset, cd_size);
+  uint64_t p = 0;
+  const uint64_t cd_end = cd_size;
   uint64_t total = 0;
   for (uint64_t i = 0; i < count; ++i) {
-    if (p + kCentralSize > cd_end || get32(b.data() + p) != kCentralSig)
+    if (p + kCentralSize > cd_end || get32(cd.data() + p) != kCentralSig)
       fail("the zip package is damaged (bad central directory record " + std::to_string(i + 1) +
            ")");
-    const char* c = b.data() + p;
+    const char* c = cd.data() + p;
     ZipEntry en;
     en.version_made_by = get16(c + 4);
     en.flags = get16(c + 8);
@@ -302,16 +343,17 @@ void ZipReader::index() {
     // The local header repeats the name and may carry a different extra field; the data
     // follows both.
     uint64_t h = en.header_offset;
-    if (h > cd_offset || cd_offset - h < kLocalSize || get32(b.data() + h) != kLocalSig)
-      fail(shown + " is damaged (bad local header)");
-    const char* l = b.data() + h;
+    if (h > cd_offset || cd_offset - h < kLocalSize) fail(shown + " is damaged (bad local header)");
+    std::string local = fetch(h, kLocalSize);
+    const char* l = local.data();
+    if (get32(l) != kLocalSig) fail(shown + " is damaged (bad local header)");
     uint64_t lname = get16(l + 26), lextra = get16(l + 28);
     en.data_offset = h + kLocalSize + lname + lextra;
     if (en.data_offset > cd_offset || en.compressed_size > cd_offset - en.data_offset)
       fail(shown + " is truncated (its data runs past the end of the entries)");
-    if (std::string_view(l + kLocalSize, lname) != en.name)
-      fail(shown + " is damaged (its local header names '" +
-           printable(std::string_view(l + kLocalSize, lname)) + "')");
+    std::string local_name = fetch(h + kLocalSize, lname);
+    if (local_name != en.name)
+      fail(shown + " is damaged (its local header names '" + printable(local_name) + "')");
     entries_.push_back(std::move(en));
   }
 
@@ -353,19 +395,30 @@ const ZipEntry* ZipReader::find(std::string_view name) const {
   return &entries_[*it];
 }
 
-std::span<const uint8_t> ZipReader::raw(const ZipEntry& entry) const {
-  return {reinterpret_cast<const uint8_t*>(bytes_.data() + entry.data_offset),
-          static_cast<size_t>(entry.compressed_size)};
+std::string ZipReader::raw(const ZipEntry& entry) const {
+  std::string out(static_cast<size_t>(entry.compressed_size), '\0');
+  read_at(entry.data_offset, out.size(), out.data());
+  return out;
 }
 
-std::string ZipReader::read(const ZipEntry& entry) const {
-  auto data = raw(entry);
+void ZipReader::copy_raw(const ZipEntry& entry,
+                         const std::function<void(const char*, size_t)>& sink) const {
+  constexpr size_t kPiece = 1 << 20;
+  std::string piece(static_cast<size_t>(std::min<uint64_t>(entry.compressed_size, kPiece)), '\0');
+  for (uint64_t done = 0; done < entry.compressed_size;) {
+    size_t n = static_cast<size_t>(std::min<uint64_t>(entry.compressed_size - done, kPiece));
+    read_at(entry.data_offset + done, n, piece.data());
+    sink(piece.data(), n);
+    done += n;
+  }
+}
+
+void ZipReader::inflate_into(const ZipEntry& entry, char* out) const {
   std::string shown = "entry '" + printable(entry.name) + "'";
-  std::string out;
   if (entry.method == 0) {
-    out.assign(reinterpret_cast<const char*>(data.data()), data.size());
+    read_at(entry.data_offset, static_cast<size_t>(entry.size), out);
   } else {
-    out.resize(static_cast<size_t>(entry.size));
+    std::string packed = raw(entry);
     // One decompressor per thread: allocating one costs more than inflating a small part.
     struct Holder {
       libdeflate_decompressor* d = libdeflate_alloc_decompressor();
@@ -376,16 +429,82 @@ std::string ZipReader::read(const ZipEntry& entry) const {
     size_t in_used = 0, out_len = 0;
     // The output buffer is exactly the stated size, so a stream that inflates further than
     // the central directory said stops there instead of growing.
-    auto r = libdeflate_deflate_decompress_ex(holder.d, data.data(), data.size(), out.data(),
-                                              out.size(), &in_used, &out_len);
+    auto r = libdeflate_deflate_decompress_ex(holder.d, packed.data(), packed.size(), out,
+                                              static_cast<size_t>(entry.size), &in_used, &out_len);
     if (r == LIBDEFLATE_INSUFFICIENT_SPACE)
       fail(shown + " is damaged (it inflates past its stated size)");
     if (r != LIBDEFLATE_SUCCESS) fail(shown + " is damaged (invalid compressed data)");
-    if (out_len != out.size()) fail(shown + " is damaged (it inflates short of its stated size)");
+    if (out_len != entry.size) fail(shown + " is damaged (it inflates short of its stated size)");
   }
-  uint32_t crc = libdeflate_crc32(0, out.data(), out.size());
+  uint32_t crc = libdeflate_crc32(0, out, static_cast<size_t>(entry.size));
   if (crc != entry.crc32) fail(shown + " is damaged (CRC mismatch)");
+}
+
+std::string ZipReader::read(const ZipEntry& entry) const {
+  std::string out(static_cast<size_t>(entry.size), '\0');
+  inflate_into(entry, out.data());
   return out;
+}
+
+PartBuffer ZipReader::read_buffer(const ZipEntry& entry) const {
+  PartBuffer b(static_cast<size_t>(entry.size));
+  inflate_into(entry, b.data());
+  return b;
+}
+
+// ---------------------------------------------------------------------------------------
+// Part buffers
+
+namespace {
+constexpr size_t kMapAbove = 1 << 20;
+size_t page_size() {
+  static const size_t p = static_cast<size_t>(::sysconf(_SC_PAGESIZE));
+  return p;
+}
+}  // namespace
+
+PartBuffer::PartBuffer(size_t size) : size_(size) {
+  if (size < kMapAbove) {
+    small_.resize(size);
+    data_ = small_.data();
+    return;
+  }
+  size_t ps = page_size();
+  mapped_ = (size + ps - 1) / ps * ps;
+  void* p = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (p == MAP_FAILED) throw Error(err::out_of_memory, "out of memory");
+  data_ = static_cast<char*>(p);
+}
+
+PartBuffer::~PartBuffer() {
+  if (mapped_) ::munmap(data_, mapped_);
+}
+
+PartBuffer::PartBuffer(PartBuffer&& o) noexcept {
+  *this = std::move(o);
+}
+
+PartBuffer& PartBuffer::operator=(PartBuffer&& o) noexcept {
+  if (this == &o) return *this;
+  if (mapped_) ::munmap(data_, mapped_);
+  small_ = std::move(o.small_);
+  mapped_ = o.mapped_;
+  size_ = o.size_;
+  released_ = o.released_;
+  data_ = mapped_ ? o.data_ : small_.data();
+  o.data_ = nullptr;
+  o.size_ = o.mapped_ = o.released_ = 0;
+  return *this;
+}
+
+void PartBuffer::release(size_t from, size_t to) {
+  if (!mapped_) return;
+  size_t ps = page_size();
+  size_t begin = std::max((from + ps - 1) / ps * ps, released_);
+  size_t end = std::min(to, size_) / ps * ps;
+  if (end <= begin) return;
+  ::madvise(data_ + begin, end - begin, MADV_DONTNEED);
+  released_ = end;
 }
 
 // ---------------------------------------------------------------------------------------
@@ -447,22 +566,47 @@ void ZipWriter::flush() {
 void ZipWriter::write(const void* data, size_t n) {
   if (buffer_.size() + n > (1 << 20)) flush();
   if (n > (1 << 20)) {
-    buffer_.assign(static_cast<const char*>(data), n);
-    flush();
+    // Large pieces go straight to the file.
+    const char* p = static_cast<const char*>(data);
+    for (size_t done = 0; done < n;) {
+      ssize_t w = ::write(fd_, p + done, n - done);
+      if (w < 0) {
+        if (errno == EINTR) continue;
+        fail(std::strerror(errno));
+      }
+      done += static_cast<size_t>(w);
+    }
   } else {
     buffer_.append(static_cast<const char*>(data), n);
   }
   offset_ += n;
 }
 
-void ZipWriter::write_entry(Central c, std::span<const uint8_t> data) {
+ZipWriter::Central ZipWriter::begin_entry(std::string_view name, const ZipEntry* like) {
   if (committed_) fail("the package was already written");
+  Central c;
+  c.name = std::string(name);
   if (std::string why = bad_name_reason(c.name); !why.empty()) fail(why);
   std::string folded = c.name;
   for (char& ch : folded) ch = fold(ch);
   if (!names_.insert(std::move(folded)).second) fail("two entries named '" + c.name + "'");
-  // Sizes are known before the data is written, so the local header carries them and no
-  // data descriptor follows.
+  if (like) {
+    c.version_made_by = like->version_made_by;
+    c.mod_time = like->mod_time;
+    c.mod_date = like->mod_date;
+    c.internal_attributes = like->internal_attributes;
+    c.external_attributes = like->external_attributes;
+    c.flags = like->flags & kFlagUtf8;
+  }
+  bool ascii = std::all_of(name.begin(), name.end(),
+                           [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
+  if (!ascii) c.flags |= kFlagUtf8;
+  return c;
+}
+
+void ZipWriter::write_header(Central& c) {
+  // Sizes are known (or patched in) before the package is complete, so the local header
+  // carries them and no data descriptor follows.
   c.flags &= static_cast<uint16_t>(~kFlagDescriptor);
   c.offset = offset_;
   bool big = c.size >= 0xffffffff || c.compressed_size >= 0xffffffff;
@@ -486,13 +630,16 @@ void ZipWriter::write_entry(Central c, std::span<const uint8_t> data) {
     put64(h, c.compressed_size);
   }
   write(h.data(), h.size());
+}
+
+void ZipWriter::write_entry(Central c, std::string_view data) {
+  write_header(c);
   write(data.data(), data.size());
   central_.push_back(std::move(c));
 }
 
 void ZipWriter::copy(const ZipReader& source, const ZipEntry& entry) {
-  Central c;
-  c.name = entry.name;
+  Central c = begin_entry(entry.name, nullptr);
   c.version_made_by = entry.version_made_by;
   c.flags = entry.flags;
   c.method = entry.method;
@@ -503,27 +650,17 @@ void ZipWriter::copy(const ZipReader& source, const ZipEntry& entry) {
   c.size = entry.size;
   c.internal_attributes = entry.internal_attributes;
   c.external_attributes = entry.external_attributes;
-  write_entry(std::move(c), source.raw(entry));
+  write_header(c);
+  source.copy_raw(entry, [&](const char* p, size_t n) { write(p, n); });
+  central_.push_back(std::move(c));
 }
 
 void ZipWriter::add(std::string_view name, std::string_view content, const ZipEntry* like) {
-  Central c;
-  c.name = std::string(name);
-  if (like) {
-    c.version_made_by = like->version_made_by;
-    c.mod_time = like->mod_time;
-    c.mod_date = like->mod_date;
-    c.internal_attributes = like->internal_attributes;
-    c.external_attributes = like->external_attributes;
-    c.flags = like->flags & kFlagUtf8;
-  }
-  bool ascii = std::all_of(name.begin(), name.end(),
-                           [](char ch) { return static_cast<unsigned char>(ch) < 0x80; });
-  if (!ascii) c.flags |= kFlagUtf8;
+  Central c = begin_entry(name, like);
   c.size = content.size();
   c.crc32 = libdeflate_crc32(0, content.data(), content.size());
   if (!compressor_) {
-    compressor_ = libdeflate_alloc_compressor(level_);
+    compressor_ = libdeflate_alloc_compressor(std::clamp(level_, 1, 12));
     if (!compressor_) fail("out of memory");
   }
   auto* comp = static_cast<libdeflate_compressor*>(compressor_);
@@ -534,12 +671,81 @@ void ZipWriter::add(std::string_view name, std::string_view content, const ZipEn
     // Deflate gains nothing on tiny or incompressible content; store it.
     c.method = 0;
     c.compressed_size = content.size();
-    write_entry(std::move(c), {reinterpret_cast<const uint8_t*>(content.data()), content.size()});
+    write_entry(std::move(c), content);
   } else {
     c.method = 8;
     c.compressed_size = n;
-    write_entry(std::move(c), {reinterpret_cast<const uint8_t*>(packed.data()), n});
+    write_entry(std::move(c), std::string_view(packed.data(), n));
   }
+}
+
+void EntrySink::flush() {
+  if (text.empty()) return;
+  consume_(text);
+  flushed_ += text.size();
+  text.clear();
+}
+
+int stream_level(int level) {
+  // Streamed parts are the large worksheets. On their text zlib's lazy-matching levels (4 and
+  // up) take four to six times as long as its greedy ones for some fifteen percent less
+  // output, which would make the deflater most of a save's time; so the default level maps to
+  // a greedy one and only levels asked for above it reach the lazy ones.
+  return std::clamp(level - 4, 1, 9);
+}
+
+void ZipWriter::add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
+                           const ZipEntry* like) {
+  Central c = begin_entry(name, like);
+  c.method = 8;
+  write_header(c);  // sizes and CRC are patched in once known
+  flush();
+  const uint64_t header_at = c.offset;
+  const uint64_t data_at = offset_;
+
+  z_stream z{};
+  if (deflateInit2(&z, stream_level(level_), Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
+    fail("out of memory");
+  struct End {
+    z_stream* z;
+    ~End() { deflateEnd(z); }
+  } end{&z};
+  std::string out(1 << 18, '\0');
+  uint32_t crc = 0;
+  auto pump = [&](std::string_view in, int mode) {
+    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
+    z.avail_in = static_cast<uInt>(in.size());
+    do {
+      z.next_out = reinterpret_cast<Bytef*>(out.data());
+      z.avail_out = static_cast<uInt>(out.size());
+      int r = deflate(&z, mode);
+      if (r == Z_STREAM_ERROR) fail("compression failed");
+      write(out.data(), out.size() - z.avail_out);
+    } while (z.avail_out == 0 || (mode == Z_FINISH && z.avail_in > 0));
+  };
+  EntrySink sink;
+  sink.consume_ = [&](std::string_view piece) {
+    crc = libdeflate_crc32(crc, piece.data(), piece.size());
+    pump(piece, Z_NO_FLUSH);
+  };
+  produce(sink);
+  sink.flush();
+  pump({}, Z_FINISH);
+  c.size = sink.total();
+  c.crc32 = crc;
+  c.compressed_size = offset_ - data_at;
+  if (c.size >= 0xffffffff || c.compressed_size >= 0xffffffff)
+    fail("part '" + c.name + "' is too large");
+  // The header went out with zeros where the CRC and sizes go; write them now.
+  flush();
+  std::string fix;
+  put32(fix, c.crc32);
+  put32(fix, static_cast<uint32_t>(c.compressed_size));
+  put32(fix, static_cast<uint32_t>(c.size));
+  if (::pwrite(fd_, fix.data(), fix.size(), static_cast<off_t>(header_at + 14)) !=
+      static_cast<ssize_t>(fix.size()))
+    fail(std::strerror(errno));
+  central_.push_back(std::move(c));
 }
 
 void ZipWriter::commit() {

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -49,12 +50,44 @@ struct ZipEntry {
   bool is_directory() const { return !name.empty() && name.back() == '/'; }
 };
 
-/// A package file held in memory, its entries indexed. Immutable after opening, so one
-/// reader serves any number of saves (including a save over the file it was read from).
+/// An inflated part. Large ones live in pages of their own, which a reader going through the
+/// part from front to back hands back to the system as it goes (`release_before`), so that a
+/// large worksheet and the cells made from it are not both in memory in full.
+class PartBuffer {
+ public:
+  PartBuffer() = default;
+  explicit PartBuffer(size_t size);
+  ~PartBuffer();
+  PartBuffer(PartBuffer&& o) noexcept;
+  PartBuffer& operator=(PartBuffer&& o) noexcept;
+  PartBuffer(const PartBuffer&) = delete;
+  PartBuffer& operator=(const PartBuffer&) = delete;
+
+  char* data() { return data_; }
+  size_t size() const { return size_; }
+  std::string_view view() const { return {data_, size_}; }
+  /// Gives back the whole pages between `from` and `to`; the text there must not be read
+  /// again. A reader keeps the text of the elements it is still inside (their names are
+  /// checked against their end tags) by starting `from` past them.
+  void release(size_t from, size_t to);
+
+ private:
+  char* data_ = nullptr;
+  size_t size_ = 0;
+  size_t mapped_ = 0;    // bytes mapped (0: held in `small_`)
+  size_t released_ = 0;  // end of the last range given back
+  std::string small_;
+};
+
+/// A package file, its entries indexed. The file stays open and entries are read from it on
+/// demand, so an opened package costs memory only for what is read. Immutable after opening:
+/// one reader serves any number of saves, including a save over the file it was read from
+/// (the replaced file stays readable through the open handle).
 class ZipReader {
  public:
-  /// Reads and indexes a package. `display_name` is how errors name the file.
+  /// Opens and indexes a package. Errors name the file by `path`.
   static ZipReader open(const std::filesystem::path& path, const ZipLimits& limits = {});
+  /// A package held in memory; `display_name` is how errors name it.
   static ZipReader from_bytes(std::string bytes, std::string display_name,
                               const ZipLimits& limits = {});
 
@@ -67,20 +100,24 @@ class ZipReader {
 
   /// The inflated content of an entry, its size and CRC verified.
   std::string read(const ZipEntry& entry) const;
+  /// The same, in a buffer whose pages can be given back while it is read.
+  PartBuffer read_buffer(const ZipEntry& entry) const;
 
   /// The entry's compressed bytes exactly as stored in the file.
-  std::span<const uint8_t> raw(const ZipEntry& entry) const;
-
-  /// The whole file.
-  std::string_view bytes() const { return bytes_; }
+  std::string raw(const ZipEntry& entry) const;
+  /// Hands the compressed bytes to `sink` piece by piece (for copying large entries).
+  void copy_raw(const ZipEntry& entry, const std::function<void(const char*, size_t)>& sink) const;
 
  private:
+  struct Source;
   ZipReader() = default;
   void index();
+  void read_at(uint64_t offset, size_t length, char* out) const;
+  void inflate_into(const ZipEntry& entry, char* out) const;
   [[noreturn]] void fail(const std::string& problem) const;
 
   std::string display_name_;
-  std::string bytes_;
+  std::shared_ptr<const Source> source_;
   ZipLimits limits_;
   std::vector<ZipEntry> entries_;
   std::vector<uint32_t> by_name_;  // indices into entries_, sorted by folded name
@@ -90,12 +127,35 @@ class ZipReader {
 /// workbooks are stored in.
 bool looks_like_compound_file(std::string_view bytes);
 
+/// Collects a streamed entry's content: callers append to `text` and call `flush_if_full`
+/// now and then; what has been flushed is compressed and written.
+class EntrySink {
+ public:
+  std::string text;
+  void flush_if_full() {
+    if (text.size() >= kChunk) flush();
+  }
+  /// Bytes handed over so far, flushed or not.
+  uint64_t total() const { return flushed_ + text.size(); }
+
+ private:
+  friend class ZipWriter;
+  static constexpr size_t kChunk = 1 << 20;
+  void flush();
+  std::function<void(std::string_view)> consume_;
+  uint64_t flushed_ = 0;
+};
+
+/// The zlib level a streamed entry is deflated at, for a writer's `level`.
+int stream_level(int level);
+
 /// Writes a package to a temporary file beside the target and, on commit, moves it into
 /// place; the target is either the complete new package or untouched. Entries are written in
 /// the order they are added.
 class ZipWriter {
  public:
-  /// `level` is the deflate level for entries added with content (1 fastest … 12 smallest).
+  /// `level` is the deflate level for entries with new content (1 fastest … 12 smallest;
+  /// streamed entries get `stream_level(level)`).
   explicit ZipWriter(std::filesystem::path target, int level = 6);
   ~ZipWriter();
   ZipWriter(const ZipWriter&) = delete;
@@ -109,6 +169,11 @@ class ZipWriter {
   /// attributes, so a rewritten part looks like the one it replaces.
   void add(std::string_view name, std::string_view content, const ZipEntry* like = nullptr);
 
+  /// Adds an entry whose content `produce` writes into a sink piece by piece; it is deflated
+  /// as it comes, so the whole content never needs to be in memory.
+  void add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
+                  const ZipEntry* like = nullptr);
+
   /// Writes the central directory, flushes the file to disk and renames it over the target.
   void commit();
 
@@ -116,7 +181,9 @@ class ZipWriter {
   struct Central;
   void write(const void* data, size_t n);
   void flush();
-  void write_entry(Central c, std::span<const uint8_t> data);
+  Central begin_entry(std::string_view name, const ZipEntry* like);
+  void write_header(Central& c);
+  void write_entry(Central c, std::string_view data);
   [[noreturn]] void fail(const std::string& problem);
 
   std::filesystem::path target_;
