@@ -178,7 +178,6 @@ class PieceWriter {
     FmlaPiece* p;
     if (used_ < size_) {
       p = &pieces_[used_];
-      p->ThePiece.clear();
       p->IsOperator = p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText =
           false;
     } else {
@@ -186,7 +185,16 @@ class PieceWriter {
       ++size_;
     }
     ++used_;
-    p->ThePiece.assign(text.data(), text.size());
+    // When the slot's old text is at least as long, the new one is written over it and the
+    // string cut to length, all inline; the general assignment is a call with checks that
+    // cost more than copying a short piece.
+    String& s = p->ThePiece;
+    if (text.size() <= s.size()) {
+      s.resize(text.size());
+      std::copy(text.begin(), text.end(), s.begin());
+    } else {
+      s.assign(text.data(), text.size());
+    }
     p->StartPos = start;
     return *p;
   }
@@ -278,15 +286,16 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
   bool hash_seen = false;  // a "#" since the last operator
 
   // The operand between the operator at `at` (1-based) and the next one, at `next` (or the
-  // end of the text, length + 1).
+  // end of the text, length + 1); the caller makes sure there is at least one character
+  // between them. Views are made directly: the bounds are known to hold, and the checks of
+  // substr cost more than the rest of a short operand's handling.
   auto operand = [&](int32_t at, int32_t next) {
-    const StringView segment =
-        f.substr(static_cast<size_t>(at), static_cast<size_t>(next - at - 1));
+    const StringView segment(f.data() + at, static_cast<size_t>(next - at - 1));
     size_t first = 0, end = segment.size();
     while (first < end && segment[first] == u' ') ++first;
     while (end > first && segment[end - 1] == u' ') --end;
-    const StringView text = segment.substr(first, end - first);
-    // Adjacent operators ("<>", ">=", "((") produce no empty operand between them.
+    const StringView text(segment.data() + first, end - first);
+    // Blanks alone between two operators make no operand.
     if (text.empty()) return;
     FmlaPiece& piece =
         mode.trim
@@ -321,7 +330,8 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
       const uint8_t cls = kCharClass[data[i]];
       if (cls == kOperator) {
         if (in_single || in_brackets) continue;
-        if (previous > 0) operand(previous, i + 1);
+        // Adjacent operators ("<>", ">=", "((") have no operand between them.
+        if (i > previous) operand(previous, i + 1);
         out.add_operator(data[i], i + 1 + shift);
         previous = i + 1;
       } else if (cls == kDoubleQuote) {
@@ -342,7 +352,7 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
       }
     }
   }
-  operand(previous, length + 1);
+  if (length > previous) operand(previous, length + 1);
 }
 
 }  // namespace qz::formula
