@@ -59,7 +59,15 @@ int main(int argc, char** argv) {
   tokenize->set_version_flag("--version", qzcli::kVersion);
   commands.push_back({tokenize, run_tokenize_command});
   commands.push_back(qzcli::make_example_command(app));
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // --help and --version end parsing too; they print as the parser prints them.
+    if (e.get_exit_code() == 0) return app.exit(e);
+    // A mistake in the command line is one line, like every other refusal.
+    fmt::print(stderr, "qzxl: {} (see --help)\n", e.what());
+    return e.get_exit_code();
+  }
   for (const auto& c : commands) {
     if (!c.app->parsed()) continue;
     try {
