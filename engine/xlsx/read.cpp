@@ -567,12 +567,13 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
   std::string_view text = buffer.view();
   // Room for every formula at once: growing the table doubles it, and copies it, many times.
   size_t formulas = 0;
+  const char* const text_end = text.data() + text.size();
+  // 'f' is rare in cell markup outside formula tags, so looking for it is the quick way.
   for (const char* p = text.data();
-       (p = static_cast<const char*>(std::memchr(p, '<', text.data() + text.size() - p)));) {
+       (p = static_cast<const char*>(std::memchr(p, 'f', static_cast<size_t>(text_end - p))));) {
+    bool tag = p > text.data() && p[-1] == '<';
     ++p;
-    if (p < text.data() + text.size() && *p == 'f' && p + 1 < text.data() + text.size() &&
-        (p[1] == '>' || p[1] == ' ' || p[1] == '/'))
-      ++formulas;
+    if (tag && p < text_end && (*p == '>' || *p == ' ' || *p == '/')) ++formulas;
   }
   s.formulas.reserve(formulas);
   XmlScanner x(text, where(ss.part));
@@ -914,7 +915,8 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
       std::string_view tag = x.local();
       if (tag == "v") {
         d.has_v = true;
-        d.value = x.element_text();
+        d.value_store = x.element_text();
+        d.value = d.value_store;
       } else if (tag == "f") {
         d.ff = std::make_unique<FileFormula>();
         for (const auto& a : x.attrs()) {
@@ -949,6 +951,24 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
   std::string_view t = x.remaining();
   size_t i = 0, n = t.size();
   auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  // The end of an attribute value starting at `from` (quoted by `q`), or npos when there is
+  // none or the value holds markup or entities. Values are a few characters long: a plain
+  // loop beats a library search per call.
+  auto value_end = [&](size_t from, char q) {
+    for (size_t k = from; k < n; ++k) {
+      char c = t[k];
+      if (c == q) return k;
+      if (c == '&' || c == '<' || c == '\r') break;  // entities, markup, line ends to normalise
+    }
+    return std::string_view::npos;
+  };
+  // Whether the text at `at` begins with `lit` (short literals: compared in place).
+  auto is = [&](size_t at, std::string_view lit) {
+    if (n - at < lit.size()) return false;
+    for (size_t k = 0; k < lit.size(); ++k)
+      if (t[at + k] != lit[k]) return false;
+    return true;
+  };
   while (i < n && blank(t[i])) ++i;
   if (n - i < 4 || t[i] != '<' || t[i + 1] != 'c' ||
       !(blank(t[i + 2]) || t[i + 2] == '>' || t[i + 2] == '/'))
@@ -976,22 +996,21 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
     while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
     if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return false;
     std::string_view name = t.substr(ns, i - ns);
-    char q = t[i + 1];
     size_t vs = i + 2;
-    size_t ve = t.find(q, vs);
+    size_t ve = value_end(vs, t[i + 1]);
     if (ve == std::string_view::npos) return false;
     std::string_view value = t.substr(vs, ve - vs);
-    if (value.find_first_of("&<") != std::string_view::npos) return false;
     i = ve + 1;
-    if (name == "r") {
+    if (name.size() != 1) return false;
+    if (name[0] == 'r') {
       auto c = parse_cell(value);
       if (!c || c->row != row) return false;  // the general reader explains the problem
       d.col = c->col;
-    } else if (name == "s") {
+    } else if (name[0] == 's') {
       auto v = parse_int(value);
       if (!v) return false;
       d.style = static_cast<uint32_t>(std::clamp<int64_t>(*v, 0, (1 << 27) - 1));
-    } else if (name == "t") {
+    } else if (name[0] == 't') {
       d.type = value;
     } else {
       return false;
@@ -1001,23 +1020,20 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
   if (!empty) {
     for (;;) {
       while (i < n && blank(t[i])) ++i;
-      std::string_view rest = t.substr(i);
-      if (rest.starts_with("</c>")) {
+      if (is(i, "</c>")) {
         i += 4;
         break;
       }
-      if (rest.starts_with("<v>")) {
-        size_t e = t.find('<', i + 3);
-        if (e == std::string_view::npos || t.substr(e, 4) != "</v>") return false;
+      if (is(i, "<v>")) {
+        size_t e = value_end(i + 3, '<');
+        if (e == std::string_view::npos || !is(e, "</v>")) return false;
         std::string_view v = t.substr(i + 3, e - i - 3);
-        if (v.find('&') != std::string_view::npos) return false;
         d.has_v = true;
-        d.value.assign(v);
+        d.value = v;
         i = e + 4;
         continue;
       }
-      if (rest.starts_with("<f") && rest.size() > 2 &&
-          (blank(rest[2]) || rest[2] == '>' || rest[2] == '/')) {
+      if (is(i, "<f") && n - i > 2 && (blank(t[i + 2]) || t[i + 2] == '>' || t[i + 2] == '/')) {
         auto ff = std::make_unique<FileFormula>();
         i += 2;
         bool closed = false;
@@ -1038,14 +1054,11 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
           while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
           if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return false;
           std::string_view name = t.substr(ns, i - ns);
-          char q = t[i + 1];
           size_t vs = i + 2;
-          size_t ve = t.find(q, vs);
-          if (ve == std::string_view::npos) return false;
-          std::string_view value = t.substr(vs, ve - vs);
-          if (value.find_first_of("&<") != std::string_view::npos ||
-              name.find(':') != std::string_view::npos)
+          size_t ve = value_end(vs, t[i + 1]);
+          if (ve == std::string_view::npos || name.find(':') != std::string_view::npos)
             return false;
+          std::string_view value = t.substr(vs, ve - vs);
           i = ve + 1;
           if (name == "t")
             ff->type = widen(value);
@@ -1058,7 +1071,7 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
         }
         if (!closed) {
           size_t e = t.find('<', i);
-          if (e == std::string_view::npos || t.substr(e, 4) != "</f>") return false;
+          if (e == std::string_view::npos || !is(e, "</f>")) return false;
           std::string_view text = t.substr(i, e - i);
           if (text.find('&') != std::string_view::npos ||
               text.find('\r') != std::string_view::npos) {
@@ -1089,13 +1102,13 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
     x.invalid("cell " + cell_text(row, col) + " " + problem);
   };
   std::string_view type = d.type;
-  std::string& value = d.value;
+  std::string_view value = d.value;
   // An empty value is no value (some writers put <v/> in cells they leave blank).
   bool has_v = d.has_v;
   if (has_v && value.empty() && type != "str" && type != "inlineStr") has_v = false;
   auto number = [&]() -> double {
     auto v = parse_double(value);
-    if (!v) fail_cell("holds '" + value.substr(0, 40) + "', which is no number");
+    if (!v) fail_cell("holds '" + std::string(value.substr(0, 40)) + "', which is no number");
     return *v;
   };
 
@@ -1154,7 +1167,7 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
     c.num = calc::error_from_text(from_utf8(value)).value_or(cell_error::value);
   } else if (type == "d") {
     auto iso = iso_parts(value);
-    if (!iso) fail_cell("holds '" + value.substr(0, 40) + "', which is no date");
+    if (!iso) fail_cell("holds '" + std::string(value.substr(0, 40)) + "', which is no date");
     c.set_kind(CellKind::Number);
     c.num =
         numfmt::serial_from_date(iso->year, iso->month, iso->day, book_->date1904) + iso->fraction;

@@ -40,9 +40,10 @@ class Loader {
   struct CellData {
     int32_t row = 0, col = 0;
     uint32_t style = 0;
-    std::string type = "n";
+    std::string_view type = "n";  // views into the part's text, or into value_store
     bool has_v = false, has_is = false;
-    std::string value;
+    std::string_view value;
+    std::string value_store;
     std::unique_ptr<FileFormula> ff;
     String is_text;
     std::vector<Run> is_runs;

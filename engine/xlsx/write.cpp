@@ -3,9 +3,11 @@
 // is patched — its tree edited where the model differs, its cell data regenerated — so what
 // the engine does not model stays as the file had it.
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "engine/calc/calc.hpp"
@@ -947,9 +949,38 @@ void Saver::write_drawing_names(Sheet& s, SheetState& ss) {
   ss.chart_names = wanted;
 }
 
+namespace {
+
+void append_uint(std::string& out, uint64_t n) {
+  char buf[24];
+  auto r = std::to_chars(buf, buf + sizeof buf, n);
+  out.append(buf, r.ptr);
+}
+
+// Appends UTF-16 text as escaped UTF-8. Formulas and attribute values are nearly always plain
+// ASCII, which goes straight in without a converted copy.
+void append_text16(std::string& out, const String& text, bool attribute) {
+  for (char16_t c : text)
+    if (c >= 0x80 || c == '&' || c == '<' || c == '>' || c == '\r' ||
+        (attribute && (c == '"' || c == '\n' || c == '\t'))) {
+      append_escaped(out, to_utf8(text), attribute);
+      return;
+    }
+  size_t at = out.size();
+  out.resize(at + text.size());
+  for (char16_t c : text) out[at++] = static_cast<char>(c);
+}
+
+}  // namespace
+
 void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
   std::string& out = sink.text;
-  std::string p = prefix_of(ss.root);
+  const std::string p = prefix_of(ss.root);
+  // The tags, with the part's prefix, made once: a sheet can hold millions of them.
+  const std::string row_tag = "<" + p + "row r=\"", row_end = "</" + p + "row>",
+                    cell_tag = "<" + p + "c r=\"", cell_end = "</" + p + "c>",
+                    v_open = "<" + p + "v>", v_close = "</" + p + "v>", f_open = "<" + p + "f",
+                    f_close = "</" + p + "f>";
   out += "<" + p + "sheetData>";
 
   // Shared formulas whose master is still as loaded; children of any other group are written
@@ -961,8 +992,8 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
 
   const StringPool& pool = book_.strings;
   auto row_open = [&](int32_t row, const LineInfo* li, bool empty) {
-    out += "<" + p + "row r=\"";
-    out += std::to_string(row + 1);
+    out += row_tag;
+    append_uint(out, static_cast<uint64_t>(row) + 1);
     out += '"';
     if (li) {
       if (li->has_style) out += " s=\"" + std::to_string(li->style) + "\" customFormat=\"1\"";
@@ -1010,13 +1041,16 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
   };
 
   std::string cell_t, cell_body;
+  // Most sheets keep no unmodelled cell attributes; then no cell needs looking up.
+  const bool has_attrs = !ss.cell_attrs.empty();
+  decltype(ss.cell_attrs)::const_iterator at;
   auto write_cell = [&](int32_t row, int32_t col, const Cell& c) {
-    out += "<" + p + "c r=\"";
+    out += cell_tag;
     append_cell(out, row, col);
     out += '"';
     if (c.style()) {
       out += " s=\"";
-      out += std::to_string(c.style());
+      append_uint(out, c.style());
       out += '"';
     }
     auto extra = [&](const auto& attrs) {
@@ -1036,36 +1070,46 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
     };
     switch (c.kind()) {
       case CellKind::Blank:
-        if (auto it = ss.cell_attrs.find({row, col}); it != ss.cell_attrs.end()) extra(it->second);
+        if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
+          extra(at->second);
         out += "/>";
         return;
       case CellKind::Number:
-        if (auto it = ss.cell_attrs.find({row, col}); it != ss.cell_attrs.end()) extra(it->second);
-        out += "><" + p + "v>";
+        if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
+          extra(at->second);
+        out += '>';
+        out += v_open;
         append_double(out, c.num);
-        out += "</" + p + "v></" + p + "c>";
+        out += v_close;
+        out += cell_end;
         return;
       case CellKind::Boolean:
-        out += " t=\"b\"><" + p + "v>";
+        out += " t=\"b\">";
+        out += v_open;
         out += c.num != 0 ? '1' : '0';
-        out += "</" + p + "v></" + p + "c>";
+        out += v_close;
+        out += cell_end;
         return;
       case CellKind::Error:
-        out += " t=\"e\"><" + p + "v>";
+        out += " t=\"e\">";
+        out += v_open;
         out += to_utf8(calc::error_text(static_cast<int32_t>(c.num)));
-        out += "</" + p + "v></" + p + "c>";
+        out += v_close;
+        out += cell_end;
         return;
       case CellKind::Text: {
-        if (auto it = ss.cell_attrs.find({row, col}); it != ss.cell_attrs.end()) extra(it->second);
+        if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
+          extra(at->second);
         uint32_t idx = c.index;
-        if (idx < st_->strings) {
-          out += " t=\"s\"><" + p + "v>";
-          out += std::to_string(idx);
-          out += "</" + p + "v></" + p + "c>";
-        } else if (auto it = sst_index_.find(idx); it != sst_index_.end()) {
-          out += " t=\"s\"><" + p + "v>";
-          out += std::to_string(it->second);
-          out += "</" + p + "v></" + p + "c>";
+        auto shared = idx < st_->strings ? std::optional<uint32_t>(idx) : std::nullopt;
+        if (!shared)
+          if (auto it = sst_index_.find(idx); it != sst_index_.end()) shared = it->second;
+        if (shared) {
+          out += " t=\"s\">";
+          out += v_open;
+          append_uint(out, *shared);
+          out += v_close;
+          out += cell_end;
         } else {
           out += " t=\"inlineStr\"><" + p + "is>";
           std::string rich;
@@ -1096,18 +1140,42 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         cell_body.clear();
         bool has_value = value_text(f.value, cell_t, cell_body);
         if (f.file) extra(f.file->cell_attrs);
-        if (!cell_t.empty()) out += " t=\"" + cell_t + "\"";
-        out += "><" + p + "f";
+        if (!cell_t.empty()) {
+          out += " t=\"";
+          out += cell_t;
+          out += '"';
+        }
+        out += '>';
+        out += f_open;
         const FileFormula* ff = f.file.get();
         bool as_read = ff && !(ff->type == u"shared" && ff->text.empty() &&
                                !live_groups.count(ff->shared_index));
         std::string ftext;
         if (as_read) {
-          if (!ff->type.empty()) out += " t=\"" + to_utf8(ff->type) + "\"";
-          if (!ff->ref.empty()) out += " ref=\"" + to_utf8(ff->ref) + "\"";
-          if (ff->shared_index >= 0) out += " si=\"" + std::to_string(ff->shared_index) + "\"";
+          if (!ff->type.empty()) {
+            out += " t=\"";
+            append_text16(out, ff->type, true);
+            out += '"';
+          }
+          if (!ff->ref.empty()) {
+            out += " ref=\"";
+            append_text16(out, ff->ref, true);
+            out += '"';
+          }
+          if (ff->shared_index >= 0) {
+            out += " si=\"";
+            append_uint(out, static_cast<uint64_t>(ff->shared_index));
+            out += '"';
+          }
           extra(ff->attrs);
-          ftext = to_utf8(ff->text);
+          // The formula text as read goes straight in.
+          if (ff->text.empty()) {
+            out += "/>";
+          } else {
+            out += '>';
+            append_text16(out, ff->text, false);
+            out += f_close;
+          }
         } else {
           String text;
           if (const calc::Formula* parsed = book_.ensure_parsed(s, f))
@@ -1123,16 +1191,20 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
           }
           ftext = to_utf8(text);
           written_formulas_.emplace_back(&s, c.index, std::move(written));
+          if (ftext.empty()) {
+            out += "/>";
+          } else {
+            out += '>';
+            append_escaped(out, ftext, false);
+            out += f_close;
+          }
         }
-        if (ftext.empty()) {
-          out += "/>";
-        } else {
-          out += '>';
-          append_escaped(out, ftext, false);
-          out += "</" + p + "f>";
+        if (has_value) {
+          out += v_open;
+          out += cell_body;
+          out += v_close;
         }
-        if (has_value) out += "<" + p + "v>" + cell_body + "</" + p + "v>";
-        out += "</" + p + "c>";
+        out += cell_end;
         return;
       }
     }
@@ -1153,7 +1225,7 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
     s.cells.for_each(all, [&](int32_t row, int32_t col, const Cell& c) {
       if (row != open_row) {
         if (open_row >= 0) {
-          out += "</" + p + "row>";
+          out += row_end;
           // Between rows: a good place to hand a full buffer to the deflater.
           sink.flush_if_full();
         }
@@ -1169,7 +1241,7 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
       write_cell(row, col, c);
       return true;
     });
-    if (open_row >= 0) out += "</" + p + "row>";
+    if (open_row >= 0) out += row_end;
   }
   flush_lines_before(kLastRow + 1);
   out += "</" + p + "sheetData>";

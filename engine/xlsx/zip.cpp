@@ -471,7 +471,10 @@ PartBuffer::PartBuffer(size_t size) : size_(size) {
   }
   size_t ps = page_size();
   mapped_ = (size + ps - 1) / ps * ps;
-  void* p = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  // Every page is written at once by the inflater: populating them in one go saves a fault
+  // per page.
+  void* p = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
   if (p == MAP_FAILED) throw Error(err::out_of_memory, "out of memory");
   data_ = static_cast<char*>(p);
 }

@@ -334,6 +334,54 @@ TEST_F(Workbooks, ChangedSheetKeepsWhatTheEngineDoesNotModel) {
   EXPECT_EQ(again->value(sheet(*again, 0), 0, 2), calc::Value::str(u"alpha"));
 }
 
+// A sheet large enough that loading gives back the pages of rows already read and saving
+// deflates rows as they are written, with cells of the usual shape and of others mixed in each
+// row; saved twice, the second save starting from what the first one wrote.
+TEST_F(Workbooks, LargeSheetsReadAndWrittenInPiecesStayWhole) {
+  const int n = 40000;
+  std::string rows;
+  for (int r = 1; r <= n; ++r) {
+    std::string rs = std::to_string(r);
+    rows += "<row r=\"" + rs + "\"><c r=\"A" + rs + "\" s=\"1\"><v>" + rs + "</v></c>" +
+            "<c r=\"B" + rs + "\"><f>A" + rs + "*2</f><v>" + std::to_string(2 * r) + "</v></c>" +
+            "<c t=\"str\"><v>x&amp;" + rs + "</v></c>" +  // entity, no reference: column C
+            "<c><v>" + rs + ".5</v></c>" +                // the usual shape, column D
+            "<!-- -->\n<c r=\"F" + rs + "\" t=\"inlineStr\"><is><t>i" + rs + "</t></is></c></row>";
+  }
+  const std::string after =
+      R"(<pageMargins left="0.7" right="0.7" top="0.75" bottom="0.75" header="0.3" footer="0.3"/>)";
+  auto b = load(book_parts({{"xl/worksheets/sheet1.xml", sheet_xml(rows, after)}}));
+  auto check = [&](Book& book, const std::string& when) {
+    Sheet& s = sheet(book, 0);
+    for (int r : {1, n / 2, n - 1}) {
+      std::string rs = std::to_string(r);
+      EXPECT_EQ(book.value(s, r - 1, 1), calc::Value::num(2 * r)) << when << " row " << r;
+      EXPECT_EQ(book.formula_text(s, r - 1, 1, calc::Notation::A1), from_utf8("=A" + rs + "*2"))
+          << when;
+      EXPECT_EQ(book.value(s, r - 1, 2), calc::Value::str(from_utf8("x&" + rs))) << when;
+      EXPECT_EQ(book.value(s, r - 1, 3), calc::Value::num(r + 0.5)) << when;
+      EXPECT_EQ(book.value(s, r - 1, 5), calc::Value::str(from_utf8("i" + rs))) << when;
+      EXPECT_EQ(s.cells.find(r - 1, 0)->style(), 1u) << when;
+    }
+  };
+  check(*b, "loaded");
+  EXPECT_EQ(b->value(sheet(*b, 0), n - 1, 0), calc::Value::num(n));
+
+  Sheet& s = sheet(*b, 0);
+  b->set_constant(s, 0, 0, calc::Value::num(-1));
+  fs::path first = save(*b, "first.xlsx");
+  b->set_constant(s, n - 1, 0, calc::Value::str(u"last"));
+  fs::path second = save(*b, "second.xlsx");
+  EXPECT_THAT(part(second, "xl/worksheets/sheet1.xml"), HasSubstr(after));
+  auto again = xlsx::load(second);
+  check(*again, "saved twice");
+  EXPECT_EQ(again->value(sheet(*again, 0), 0, 0), calc::Value::num(-1));
+  EXPECT_EQ(again->value(sheet(*again, 0), n - 1, 0), calc::Value::str(u"last"));
+  auto earlier = xlsx::load(first);
+  EXPECT_EQ(earlier->value(sheet(*earlier, 0), n - 1, 0), calc::Value::num(n))
+      << "the first save is as it was";
+}
+
 TEST_F(Workbooks, StylesAndStringsAreAppendedNeverRenumbered) {
   fs::path in = write(book_parts(), "in.xlsx");
   auto b = xlsx::load(in);

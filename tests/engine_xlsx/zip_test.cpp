@@ -324,6 +324,54 @@ TEST(ZipWrite, CopiesUnchangedEntriesBitForBit) {
   EXPECT_EQ(plain.entries()[0].flags & 8, 0);
 }
 
+// Large parts are deflated as they are produced, their sizes and CRC filled in afterwards,
+// and read back into pages a reader gives up as it moves on: both ends must keep every byte.
+TEST(ZipWrite, StreamsEntriesAndReadsThemBackInPagesGivenUpBehind) {
+  TempDir dir;
+  const std::string big = compressible(3 << 20);  // several sink flushes, several pages
+  {
+    ZipWriter w(dir / "s.xlsx");
+    w.add("a.xml", "<a/>");
+    w.add_stream("xl/worksheets/sheet1.xml", [&](EntrySink& sink) {
+      for (size_t at = 0; at < big.size(); at += 777) {
+        sink.text.append(big, at, 777);
+        sink.flush_if_full();
+      }
+    });
+    w.add_stream("empty.xml", [](EntrySink&) {});
+    w.add_stream("\xc3\xa9t\xc3\xa9.xml", [](EntrySink& sink) { sink.text = "<b/>"; });
+    w.commit();
+  }
+  // Every reader checks sizes and CRC against the directory; the local headers must agree
+  // too, for readers that walk them instead.
+  const std::string file = slurp(dir / "s.xlsx");
+  ZipReader z = ZipReader::from_bytes(file, "s.xlsx");
+  ASSERT_EQ(z.entries().size(), 4u);
+  for (const ZipEntry& e : z.entries()) {
+    auto field = [&](size_t at) {
+      uint32_t v = 0;
+      for (int k = 3; k >= 0; --k)
+        v = (v << 8) | static_cast<unsigned char>(file[e.header_offset + at + k]);
+      return v;
+    };
+    EXPECT_EQ(field(14), e.crc32) << e.name;
+    EXPECT_EQ(field(18), e.compressed_size) << e.name;
+    EXPECT_EQ(field(22), e.size) << e.name;
+  }
+  EXPECT_EQ(z.read(*z.find("xl/worksheets/sheet1.xml")), big);
+  EXPECT_EQ(z.read(*z.find("empty.xml")), "");
+  EXPECT_EQ(z.read(*z.find("\xc3\xa9t\xc3\xa9.xml")), "<b/>");
+  EXPECT_NE(z.find("\xc3\xa9t\xc3\xa9.xml")->flags & 0x800, 0) << "a UTF-8 name says so";
+
+  PartBuffer b = z.read_buffer(*z.find("xl/worksheets/sheet1.xml"));
+  ASSERT_EQ(b.view(), big);
+  b.release(100, big.size() / 2);
+  b.release(50, big.size() / 3);  // a range given back already changes nothing
+  EXPECT_EQ(b.view().substr(0, 100), big.substr(0, 100)) << "text before the range stays";
+  EXPECT_EQ(b.view().substr(big.size() / 2), big.substr(big.size() / 2))
+      << "text after the range stays";
+}
+
 TEST(ZipWrite, ReplacesTheTargetOnlyWhenComplete) {
   TempDir dir;
   fs::path target = dir / "book.xlsx";
