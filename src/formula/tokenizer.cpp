@@ -4,6 +4,7 @@
 #include <array>
 #include <bit>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -164,6 +165,28 @@ void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren,
   }
 }
 
+// Copies `n` characters. Most pieces are one to eight characters long; those are moved as
+// two overlapping fixed-size words, which needs no call and no loop.
+QZXL_ALWAYS_INLINE void copy_chars(char16_t* to, const char16_t* from, size_t n) {
+  if (n >= 4 && n <= 8) {
+    uint64_t head, tail;
+    std::memcpy(&head, from, 8);
+    std::memcpy(&tail, from + n - 4, 8);
+    std::memcpy(to, &head, 8);
+    std::memcpy(to + n - 4, &tail, 8);
+  } else if (n >= 2 && n < 4) {
+    uint32_t head, tail;
+    std::memcpy(&head, from, 4);
+    std::memcpy(&tail, from + n - 2, 4);
+    std::memcpy(to, &head, 4);
+    std::memcpy(to + n - 2, &tail, 4);
+  } else if (n == 1) {
+    *to = *from;
+  } else if (n > 8) {
+    std::memcpy(to, from, n * sizeof(char16_t));
+  }
+}
+
 // Fills the caller's piece array in place: pieces already there are overwritten rather than
 // destroyed and rebuilt, so a caller that reads many formulas into one array reuses the
 // buffers of its longer pieces.
@@ -185,16 +208,16 @@ class PieceWriter {
       ++size_;
     }
     ++used_;
-    // When the slot's old text is at least as long, the new one is written over it and the
-    // string cut to length, all inline; the general assignment is a call with checks that
-    // cost more than copying a short piece.
+    // The new text is written over the slot's old one, and the string is then cut or
+    // extended to length. For the usual short piece all of this stays inline, where a
+    // general assignment is a call with checks that cost more than the copy itself.
     String& s = p->ThePiece;
-    if (text.size() <= s.size()) {
+    const size_t kept = std::min(s.size(), text.size());
+    copy_chars(s.data(), text.data(), kept);
+    if (text.size() <= s.size())
       s.resize(text.size());
-      std::copy(text.begin(), text.end(), s.begin());
-    } else {
-      s.assign(text.data(), text.size());
-    }
+    else
+      s.append(text.data() + kept, text.size() - kept);
     p->StartPos = start;
     return *p;
   }
@@ -253,7 +276,7 @@ std::optional<int32_t> replace_range(String& formula, PieceWriter& out, StringVi
   first.ThePiece = parts[0];
   int32_t next_pos = first.StartPos + static_cast<int32_t>(first.ThePiece.size());
   for (size_t i = 1; i < parts.size(); ++i) {
-    out.add(u",", next_pos).IsOperator = true;
+    out.add_operator(u',', next_pos);
     out.add(parts[i], next_pos + 1).IsRange = true;
     next_pos += 1 + static_cast<int32_t>(parts[i].size());
   }
