@@ -215,22 +215,26 @@ class PieceWriter {
     const size_t kept = std::min(s.size(), text.size());
     copy_chars(s.data(), text.data(), kept);
     if (text.size() <= s.size())
-      s.resize(text.size());
+      s.erase(text.size());
     else
       s.append(text.data() + kept, text.size() - kept);
     p->StartPos = start;
     return *p;
   }
-  // An operator piece: one character, written straight into the slot's buffer when the slot
-  // held a one-character piece before (as it mostly does: operators recur at like places).
+  // An operator piece: one character, written straight into the slot's buffer. A slot's old
+  // piece is almost never empty, so the string is simply cut to one character, with no test
+  // of its old length (which varies from formula to formula and would be guessed wrong).
   QZXL_ALWAYS_INLINE void add_operator(char16_t c, int32_t start) {
     FmlaPiece* p;
     if (used_ < size_) {
       p = &pieces_[used_];
-      if (p->ThePiece.size() == 1)
-        p->ThePiece[0] = c;
-      else
-        p->ThePiece.assign(1, c);
+      String& s = p->ThePiece;
+      if (!s.empty()) {
+        s[0] = c;
+        s.erase(1);
+      } else {
+        s.assign(1, c);
+      }
       p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText = false;
     } else {
       p = &pieces_.emplace_back();
