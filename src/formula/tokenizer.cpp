@@ -53,20 +53,19 @@ constexpr auto kCharClass = [] {
   return t;
 }();
 
-// Bit n set for each of the first `n` (at most 16) characters of `p` that the scanner must
-// look at: an operator, a quote, a bracket or "#".
-inline uint32_t special_mask(const char16_t* p, int32_t n) {
-  // The last, short block of a text is looked at one character at a time: a 16-character read
-  // would pass the end of the text, and copying the block into a padded buffer costs more
-  // than the few lookups (every formula has such a block, most formulas are short).
-  if (n < 16) {
-    uint32_t mask = 0;
-    for (int32_t i = 0; i < n; ++i) {
-      const char16_t c = p[i];
-      mask |= static_cast<uint32_t>(c < 128 && kCharClass[c & 127] != kPlain) << i;
-    }
-    return mask;
+// Bit k set for each of the first `n` characters of `p` that the scanner must look at: an
+// operator, a quote, a bracket or "#". For texts shorter than one block.
+inline uint32_t short_mask(const char16_t* p, int32_t n) {
+  uint32_t mask = 0;
+  for (int32_t i = 0; i < n; ++i) {
+    const char16_t c = p[i];
+    mask |= static_cast<uint32_t>(c < 128 && kCharClass[c & 127] != kPlain) << i;
   }
+  return mask;
+}
+
+// The same for the 16 characters from `p` on.
+inline uint32_t block_mask(const char16_t* p) {
 #if defined(__SSE2__)
   // The special characters are 0x22..0x23, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
   auto specials = [](__m128i v) {
@@ -90,6 +89,25 @@ inline uint32_t special_mask(const char16_t* p, int32_t n) {
     if (p[i] < 128 && kCharClass[p[i]] != kPlain) mask |= 1u << i;
   return mask;
 #endif
+}
+
+// The same for up to 64 characters of `data` from `base` on (bit k for data[base + k]). The
+// scanner takes a text in groups this long, so that a usual formula is one group and the
+// loop over its marked characters is left once. Every read stays inside the text: the last
+// block read ends at the end of the text, overlapping the one before, whose marks it repeats.
+inline uint64_t group_mask(const char16_t* data, int32_t base, int32_t length) {
+  const int32_t left = length - base;
+  if (left >= 64) {
+    const char16_t* p = data + base;
+    return uint64_t{block_mask(p)} | uint64_t{block_mask(p + 16)} << 16 |
+           uint64_t{block_mask(p + 32)} << 32 | uint64_t{block_mask(p + 48)} << 48;
+  }
+  if (length < 16) return short_mask(data + base, left);
+  uint64_t mask = 0;
+  int32_t k = 0;
+  for (; k + 16 < left; k += 16) mask |= uint64_t{block_mask(data + base + k)} << k;
+  const uint64_t last = block_mask(data + length - 16);
+  return mask | (left >= 16 ? last << (left - 16) : last >> (16 - left));
 }
 
 // The characters other than the locale's decimal point and currency symbol that may begin
@@ -337,7 +355,7 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
     }
   };
 
-  // The text is read in blocks of 16 characters; a mask marks the characters that matter
+  // The text is read in groups of 64 characters; a mask marks the characters that matter
   // to the scanner (quotes, brackets, operators, "#") and only those are looked at one by one.
   // Quotes hide operators. A single quote toggles whatever else is open; inside a
   // double-quoted text that toggle, and any bracket, is undone by the closing double quote,
@@ -349,8 +367,8 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
   int32_t block = 0;
   while (block < length) {
     const int32_t base = block;
-    uint32_t mask = special_mask(data + base, std::min(16, length - base));
-    block += 16;
+    uint64_t mask = group_mask(data, base, length);
+    block += 64;
     while (mask != 0) {
       const int32_t i = base + std::countr_zero(mask);
       mask &= mask - 1;
