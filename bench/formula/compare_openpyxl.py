@@ -13,9 +13,10 @@ What is compared, so that the ratio means something:
   or converting text; both have the formulas in memory in their own string type.
 - The same clock: CPU time of the measuring process (time.process_time here, the benchmark's
   per-thread CPU time there), so that other work on a shared machine weighs on neither figure.
-- Several repetitions: one pass over all formulas is repeated (openpyxl five times, ours five
-  Google Benchmark repetitions of many passes each); the best and the median pass of each side
-  are shown, and the ratio is taken of the best against the best and the median against the
+- Several repetitions, interleaved: five rounds, each timing one openpyxl pass over all
+  formulas and then one run of the benchmark (the mean of many passes), so that both sides
+  meet the same load on a shared machine. The best and the median pass of each side are
+  shown, and the ratio is taken of the best against the best and the median against the
   median.
 """
 import json
@@ -31,28 +32,26 @@ REPETITIONS = 5
 BENCHMARK = "BM_TokenizeCorpusA1"
 
 
-def openpyxl_passes(formulas):
-    passes, tokens = [], 0
-    for _ in range(REPETITIONS):
-        start = time.process_time()
-        tokens = 0
-        for text in formulas:
-            tokens += len(Tokenizer(text).items)
-        passes.append((time.process_time() - start) * 1000)
-    return passes, tokens
+def openpyxl_pass(formulas):
+    """CPU milliseconds of one pass, and the number of tokens it produced."""
+    start = time.process_time()
+    tokens = 0
+    for text in formulas:
+        tokens += len(Tokenizer(text).items)
+    return (time.process_time() - start) * 1000, tokens
 
 
-def qzxl_passes(bench, corpus):
+def qzxl_pass(bench, corpus):
+    """Mean CPU milliseconds of one pass, the formulas read and the pieces of one pass."""
     env = dict(os.environ, QZXL_CORPUS=corpus)
     out = subprocess.run(
-        [bench, f"--benchmark_filter={BENCHMARK}$", "--benchmark_format=json",
-         f"--benchmark_repetitions={REPETITIONS}"],
+        [bench, f"--benchmark_filter={BENCHMARK}$", "--benchmark_format=json"],
         check=True, capture_output=True, text=True, env=env).stdout
     runs = [b for b in json.loads(out)["benchmarks"] if b.get("run_type") == "iteration"]
-    if not runs or any(b.get("error_occurred") for b in runs):
+    if len(runs) != 1 or runs[0].get("error_occurred"):
         sys.exit(f"{bench} did not run {BENCHMARK}")
-    # Each repetition is the mean CPU time of one pass, in milliseconds.
-    return [b["cpu_time"] for b in runs], int(runs[0]["formulas"]), int(runs[0]["pieces_per_pass"])
+    run = runs[0]
+    return run["cpu_time"], int(run["formulas"]), int(run["pieces_per_pass"])
 
 
 def main():
@@ -63,8 +62,12 @@ def main():
     with open(path, encoding="utf-8") as f:
         formulas = ["=" + x if not x.startswith("=") else x for x in json.load(f)]
 
-    theirs, their_tokens = openpyxl_passes(formulas)
-    ours, our_formulas, our_pieces = qzxl_passes(sys.argv[1], corpus)
+    theirs, ours = [], []
+    for _ in range(REPETITIONS):
+        ms, their_tokens = openpyxl_pass(formulas)
+        theirs.append(ms)
+        ms, our_formulas, our_pieces = qzxl_pass(sys.argv[1], corpus)
+        ours.append(ms)
     if our_formulas != len(formulas):
         sys.exit(f"the benchmark read {our_formulas} formulas, this script {len(formulas)}")
 
