@@ -337,6 +337,33 @@ TEST_F(Cli, WritesBesideOrOverTheInputOnlyWhenToldTo) {
   EXPECT_EQ(listing(), (std::set<std::string>{"config", "model.xlsx", "model.autocolor.xlsx"}));
 }
 
+TEST_F(Cli, ProgressShowsOnlyOnATerminalAndNotWhenQuiet) {
+  if (std::system("command -v script >/dev/null 2>&1") != 0) GTEST_SKIP() << "no script(1)";
+  // Big enough to take over a second, the point from which a run shows progress.
+  const fs::path in = dir_ / "large.xlsx";
+  ASSERT_EQ(qzxl("make-large --cells 150000 " + quote(in.string())).status, 0);
+  const std::string run = quote(QZXL_CLI_BINARY) + " autocolor " + quote(in.string()) + " -o " +
+                          quote((dir_ / "out.xlsx").string());
+  // script(1) gives the tool a terminal; what it shows there comes back on its output.
+  auto on_terminal = [&](const std::string& extra) {
+    return shell("script -qec " + quote(run + extra) + " /dev/null", dir_ / "script_err.txt");
+  };
+  const Result shown = on_terminal("");
+  ASSERT_EQ(shown.status, 0) << shown.err;
+  EXPECT_NE(shown.out.find("AutoColoring"), std::string::npos);
+  EXPECT_NE(shown.out.find("cells/s"), std::string::npos);
+  EXPECT_NE(shown.out.find("total"), std::string::npos) << "no summary after the bar";
+  const Result quiet = on_terminal(" --quiet");
+  ASSERT_EQ(quiet.status, 0) << quiet.err;
+  EXPECT_EQ(quiet.out.find("cells/s"), std::string::npos);
+  // Into a file or a pipe: a clean summary and nothing on standard error.
+  const Result piped =
+      qzxl("autocolor " + quote(in.string()) + " -o " + quote((dir_ / "out.xlsx").string()));
+  ASSERT_EQ(piped.status, 0);
+  EXPECT_EQ(piped.err, "");
+  EXPECT_EQ(piped.out.find('\r'), std::string::npos);
+}
+
 // --- audit, names and settings ---------------------------------------------------------------
 
 TEST_F(Cli, AuditFindsWhatTheExampleHidesAndFailsOnRequest) {
