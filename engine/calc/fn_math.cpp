@@ -366,9 +366,11 @@ struct Collected {
 };
 
 /// Reads arguments [from, to): numbers, and a count of non-empty values. Errors raise
-/// unless `skip_errors`; nested totals are left out when `skip_nested`.
+/// unless `skip_errors`; nested totals are left out when `skip_nested`. With `as_array` an
+/// argument that computes is evaluated element by element, so that AGGREGATE(14,6,A:A/(B:B=x),1)
+/// ranks the filtered values instead of the one value in the formula's own row.
 Collected collect(Args& a, size_t from, size_t to, bool skip_errors, bool skip_nested,
-                  bool errors_count, bool skip_hidden) {
+                  bool errors_count, bool skip_hidden, bool as_array = false) {
   Collected out;
   Evaluator& ev = a.ev();
   auto take = [&](const Value& v) {
@@ -385,7 +387,7 @@ Collected collect(Args& a, size_t from, size_t to, bool skip_errors, bool skip_n
   };
   for (size_t i = from; i < to && i < a.size(); ++i) {
     if (a.missing(i)) continue;
-    const Operand& o = a.get(i);
+    Operand o = as_array ? a.get_array(i) : a.get(i);
     if (!o.is_ref()) {
       ev.for_each(o, [&](const Value& v, bool) { take(v); });
       continue;
@@ -517,7 +519,7 @@ Operand f_aggregate(Args& a) {
   bool skip_hidden = options % 2 == 1;
   if (code >= 14) {
     if (a.size() < 4) return error(cell_error::value);
-    Collected c = collect(a, 2, 3, skip_errors, skip_nested, false, skip_hidden);
+    Collected c = collect(a, 2, 3, skip_errors, skip_nested, false, skip_hidden, true);
     return summarise(code, c, number(a, 3));
   }
   Collected c =

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
+#include <string>
 
 #include "calc_fixture.hpp"
 
@@ -130,6 +132,114 @@ TEST_F(Functions, SubtotalsLeaveOutOtherSubtotalsHiddenRowsAndErrorsWhenAsked) {
   EXPECT_EQ(book.eval(u"AGGREGATE(14,6,A1:A8,2)"), N(60));  // LARGE(...,2) past the error
   EXPECT_EQ(book.eval(u"AGGREGATE(3,6,A1:A8)"), N(7));
   EXPECT_EQ(book.eval(u"AGGREGATE(20,0,A1:A6)"), E(cell_error::value));
+}
+
+// A block laid out to tell AGGREGATE's options apart, with the results the application gave
+// for every function number under every option. Row 6 is hidden; rows 10 and 11 hold a
+// nested AGGREGATE and SUBTOTAL; E5 is an error; F repeats values for the mode (F5 is 28 only
+// to within rounding, so it is not a repeat).
+TEST(Aggregate, EveryFunctionNumberUnderEveryOption) {
+  TestBook book;
+  double c[] = {15, 77, 0, 28, 31, 96, 77, 53, 34};
+  double d[] = {8, 65, 60, 63, 53, 71, 55, 83, -500, 91, 89};
+  double e[] = {15, 77, 0, 28, 0, 12, 77, 53, 34};
+  double f[] = {15, 77, 0, 28, 0, 28, 77, 53, 34};
+  for (int r = 1; r <= 11; ++r) {
+    std::string n = std::to_string(r);
+    book.set("D" + n, d[r - 1]);
+    if (r > 9) continue;
+    book.set("C" + n, c[r - 1]);
+    book.set("E" + n, e[r - 1]);
+    book.set("F" + n, f[r - 1]);
+  }
+  book.set("K3", 30);
+  book.formula("C3", u"K3");
+  book.formula("E3", u"K3");
+  book.formula("F3", u"L3");
+  book.formula("E5", u"1/0");
+  book.formula("F5", u"2.8/0.1");
+  // As files store it, with the prefix of functions newer than the file format.
+  book.formula("C10", u"_xlfn.AGGREGATE(1,4,D1:D11)");
+  book.formula("E10", u"AGGREGATE(1,4,D2:D11)");
+  book.formula("F10", u"AGGREGATE(1,4,D2:D11)");
+  for (const char* col : {"C", "E", "F"})
+    book.formula(std::string(col) + "11", u"SUBTOTAL(4,D1:D11)");
+  book.hide_row(6);
+
+  struct Case {
+    int option;
+    const char* columns;  // the column each function number reads, 1 to 19
+    double k[6];          // for 14 to 19
+    double want[19];
+  };
+  const Case cases[] = {
+      {0,
+       "CCCCCCCCCCCCFCCCCCC",
+       {2, 2, 0.4, 1, 0.8, 1},
+       {49, 9, 9, 96, 15, 400626533260800, 28.062430400804562, 26.457513110645905, 441, 787.5, 700,
+        34, 77, 77, 28, 31.6, 30, 77, 29}},
+      {1,
+       "CCCCCCCCCCCCFCCCCCC",
+       {2, 2, 0.4, 2, 0.3, 2},
+       {43.125, 8, 8, 77, 15, 4173193054800, 23.344852598745252, 21.837110042311, 345,
+        544.9821428571429, 476.859375, 32.5, 77, 77, 28, 30.8, 32.5, 29.4, 32.5}},
+      {2,
+       "EEEEEEEEEEEEFDDDDDD",
+       {1, 2, 0.4, 2, 0.3, 2},
+       {40.75, 8, 8, 77, 12, 1615429569600, 25.611102503183485, 23.956992716115266, 326,
+        655.9285714285714, 573.9375, 32, 77, 91, 8, 60, 63, 54.2, 63}},
+      {3,
+       "CCCCECCCCCCCFCCCCCC",
+       {2, 2, 0.4, 2, 0.3, 2},
+       {43.125, 8, 8, 77, 15, 4173193054800, 23.344852598745252, 21.837110042311, 345,
+        544.9821428571429, 476.859375, 32.5, 77, 77, 28, 30.8, 32.5, 29.4, 32.5}},
+      {4,
+       "CCCCCCCCCCCCFCCCCCC",
+       {2, 2, 0.4, 1, 0.8, 1},
+       {49.50413223140495, 11, 11, 96, 12.545454545454545, 4.573698186081024e+17,
+        30.643332458992404, 29.217271109464395, 544.5454545454545, 939.0138241923374,
+        853.6489310839429, 34, 77, 91, 15, 31, 29, 85.40000000000002, 28}},
+      {5,
+       "CCCCCCCCCCCCFCCCCCC",
+       {1, 2, 0.4, 2, 0.3, 2},
+       {44.85454545454546, 10, 10, 91, 12.545454545454545, 4764268943834400, 27.9127329575057,
+        26.48034355972978, 448.54545454545456, 779.1206611570249, 701.2085950413224, 32.5, 77, 91,
+        15, 30.6, 32.5, 28.6, 32.5}},
+      {6,
+       "EEEEEEEEEEEEFDDDDDD",
+       {1, 2, 0.4, 2, 0.3, 2},
+       {43, 10, 10, 91, 12, 1911053180836800, 29.507061301774304, 27.992856231545932, 430,
+        870.6666666666666, 783.6, 32, 77, 91, 8, 60, 63, 54.2, 63}},
+      {7,
+       "CCCCECCCCCCCFDDDDDD",
+       {1, 2, 0.4, 2, 0.3, 2},
+       {44.85454545454546, 10, 10, 91, 13, 4764268943834400, 27.9127329575057, 26.48034355972978,
+        448.54545454545456, 779.1206611570249, 701.2085950413224, 32.5, 77, 91, 8, 58, 61.5, 53.6,
+        61.5}},
+  };
+  for (const Case& t : cases) {
+    for (int code = 1; code <= 19; ++code) {
+      std::string col(1, t.columns[code - 1]);
+      std::string text = "AGGREGATE(" + std::to_string(code) + "," + std::to_string(t.option) +
+                         "," + col + "1:" + col + "11";
+      if (code >= 14) {
+        char k[32];
+        std::snprintf(k, sizeof k, ",%g", t.k[code - 14]);
+        text += k;
+      }
+      text += ")";
+      near(book, u16(text), t.want[code - 1]);
+    }
+  }
+  // Without a k the array form has nothing to rank by; an error among the values stops
+  // every option that does not leave errors out.
+  EXPECT_EQ(book.eval(u"AGGREGATE(14,6,D1:D11)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"AGGREGATE(9,5,E1:E11)"), E(cell_error::div0));
+  EXPECT_EQ(book.eval(u"AGGREGATE(9,8,D1:D11)"), E(cell_error::value));
+  // The array form over a computed array: the #DIV/0! the filter leaves are skipped.
+  EXPECT_EQ(book.eval(u"AGGREGATE(14,6,D1:D11/(D1:D11>60),1)"), N(91));
+  EXPECT_EQ(book.eval(u"AGGREGATE(15,6,D1:D11/(D1:D11>60),1)"), N(63));
+  EXPECT_EQ(book.eval(u"AGGREGATE(15,4,D1:D11/(D1:D11>60),1)"), E(cell_error::div0));
 }
 
 TEST_F(Functions, DistributionsAndRegression) {
