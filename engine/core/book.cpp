@@ -86,6 +86,24 @@ class CalcContext final : public calc::EvalContext {
 
   const calc::SheetResolver& sheets() override { return b_; }
   bool date1904() override { return b_.date1904; }
+
+  // SUBTOTAL and AGGREGATE leave out the totals nested in their ranges, and hidden rows when
+  // asked; only the workbook knows which cells hold formulas and which rows are hidden.
+  calc::FormulaPtr formula_at(SheetId sid, CellRef c) override {
+    Sheet* s = b_.sheet(sid);
+    if (!s) return nullptr;
+    Cell* cell = s->cells.find(c.row, c.col);
+    if (!cell || cell->kind() != CellKind::Formula) return nullptr;
+    FormulaCell& f = s->formula(*cell);
+    b_.ensure_parsed(*s, f);
+    return f.parsed;
+  }
+  bool row_hidden(SheetId sid, int32_t row) override {
+    Sheet* s = b_.sheet(sid);
+    if (!s) return false;
+    auto it = s->rows.find(row);
+    return it != s->rows.end() && it->second.hidden;
+  }
   double now() override {
     // The clock counts in the 1900 system; a 1904 workbook counts 1462 days fewer.
     double n = b_.clock ? b_.clock() : system_now();
@@ -179,6 +197,16 @@ std::optional<SheetId> Book::sheet_id(StringView sheet_name) const {
 String Book::sheet_name(SheetId id) const {
   Sheet* s = sheet(id);
   return s ? s->name : String(u"#REF");
+}
+
+std::vector<SheetId> Book::sheets_between(SheetId first, SheetId last) const {
+  // A reference like Sheet1:Sheet3!A1 spans the sheets in their current tab order, whichever
+  // of the two ends comes first; a missing end leaves nothing (#REF!).
+  int32_t a = sheet_position(first), b = sheet_position(last);
+  if (a < 0 || b < 0) return {};
+  std::vector<SheetId> out;
+  for (int32_t i = std::min(a, b); i <= std::max(a, b); ++i) out.push_back(sheets[i]->id);
+  return out;
 }
 
 void Book::rename_sheet(Sheet& s, StringView new_name) {
