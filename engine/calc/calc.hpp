@@ -159,13 +159,15 @@ std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId shee
                                   int32_t rows = 1, int32_t cols = 1);
 
 /// The cells a formula reads, for the dependency graph. Names are reported by text (their
-/// own references are the workbook's to expand).
+/// own references are the workbook's to expand). A 3-D reference reads every sheet between
+/// its two ends, which only `sheets` knows; without it only the two end sheets are listed.
 struct References {
   std::vector<std::pair<SheetId, Rect>> ranges;
   std::vector<String> names;
   bool is_volatile = false;
 };
-References references(const Formula& f, CellRef origin, SheetId sheet);
+References references(const Formula& f, CellRef origin, SheetId sheet,
+                      const SheetResolver* sheets = nullptr);
 
 /// The functions evaluation knows, upper-case, sorted.
 std::vector<String> function_names();

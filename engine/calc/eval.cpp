@@ -1155,7 +1155,8 @@ std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId shee
   return out;
 }
 
-References references(const Formula& f, CellRef origin, SheetId sheet) {
+References references(const Formula& f, CellRef origin, SheetId sheet,
+                      const SheetResolver* sheets) {
   References out;
   out.is_volatile = f.is_volatile;
   for (const Node& n : f.nodes) {
@@ -1187,6 +1188,12 @@ References references(const Formula& f, CellRef origin, SheetId sheet) {
     }
     if (rect.row1 < 0 || rect.col1 < 0 || rect.row2 >= kMaxRows || rect.col2 >= kMaxCols) continue;
     SheetId s = r.sheet == kNoSheet ? sheet : r.sheet;
+    std::vector<SheetId> span;
+    if (r.sheet2 != kNoSheet && sheets) span = sheets->sheets_between(s, r.sheet2);
+    if (!span.empty()) {
+      for (SheetId id : span) out.ranges.emplace_back(id, rect);
+      continue;
+    }
     out.ranges.emplace_back(s, rect);
     if (r.sheet2 != kNoSheet) out.ranges.emplace_back(r.sheet2, rect);
   }

@@ -1009,7 +1009,8 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
                                                      std::vector<String>* names_used) {
   std::vector<std::pair<SheetId, Rect>> reads;
   if (!f.parsed) return reads;
-  calc::References refs = calc::references(*f.parsed, f.at, s.id);
+  // With the workbook as resolver, a 3-D reference lists the sheets between its ends too.
+  calc::References refs = calc::references(*f.parsed, f.at, s.id, this);
   reads = std::move(refs.ranges);
   // Names stand for their own references, followed a few levels deep.
   std::vector<String> todo = std::move(refs.names);
@@ -1021,7 +1022,7 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
     const DefinedName* n = resolve_name(todo[i], s.id);
     if (!n || !n->parsed) continue;
     calc::References nr =
-        calc::references(*n->parsed, f.at, n->scope == calc::kNoSheet ? s.id : n->scope);
+        calc::references(*n->parsed, f.at, n->scope == calc::kNoSheet ? s.id : n->scope, this);
     reads.insert(reads.end(), nr.ranges.begin(), nr.ranges.end());
     todo.insert(todo.end(), nr.names.begin(), nr.names.end());
     if (nr.is_volatile) f.is_volatile = true;

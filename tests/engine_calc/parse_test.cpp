@@ -224,5 +224,17 @@ TEST(References, ListWhatAFormulaReads) {
   EXPECT_FALSE(r.is_volatile);
 }
 
+TEST(References, AThreeDReferenceReadsEverySheetBetweenItsEnds) {
+  TestBook book({"Jan", "Feb", "Mar", "Apr"});
+  auto f = parse(u"SUM(Mar:Jan!B2)", Notation::A1, cell("A1"), 3, book);
+  // Editing Feb must recalculate the sum, so it is listed although the text never names it.
+  References r = references(*f, cell("A1"), 3, &book);
+  std::vector<std::pair<SheetId, Rect>> want = {
+      {0, Rect{1, 1, 1, 1}}, {1, Rect{1, 1, 1, 1}}, {2, Rect{1, 1, 1, 1}}};
+  EXPECT_EQ(r.ranges, want);
+  // Without the workbook's tab order only the ends are known.
+  EXPECT_EQ(references(*f, cell("A1"), 3).ranges.size(), 2u);
+}
+
 }  // namespace
 }  // namespace qz::engine::calc::test
