@@ -14,38 +14,7 @@ namespace qz::engine::calc {
 // ---- errors ----------------------------------------------------------------------------
 
 StringView error_text(int32_t code) {
-  switch (code) {
-    case cell_error::null:
-      return u"#NULL!";
-    case cell_error::div0:
-      return u"#DIV/0!";
-    case cell_error::value:
-      return u"#VALUE!";
-    case cell_error::ref:
-      return u"#REF!";
-    case cell_error::name:
-      return u"#NAME?";
-    case cell_error::num:
-      return u"#NUM!";
-    case cell_error::na:
-      return u"#N/A";
-    case 2043:
-      return u"#GETTING_DATA";
-    case 2045:
-      return u"#SPILL!";
-    case 2046:
-      return u"#CONNECT!";
-    case 2047:
-      return u"#BLOCKED!";
-    case 2048:
-      return u"#UNKNOWN!";
-    case 2049:
-      return u"#FIELD!";
-    case 2050:
-      return u"#CALC!";
-    default:
-      return u"#N/A";
-  }
+  return numfmt::error_literal(code);
 }
 
 std::optional<int32_t> error_from_text(StringView text) {

@@ -795,6 +795,42 @@ String render_number(const Section& s, double v, bool date1904) {
   return render_fixed(s, v);
 }
 
+StringView error_literal(int32_t code) {
+  switch (code) {
+    case cell_error::null:
+      return u"#NULL!";
+    case cell_error::div0:
+      return u"#DIV/0!";
+    case cell_error::value:
+      return u"#VALUE!";
+    case cell_error::ref:
+      return u"#REF!";
+    case cell_error::name:
+      return u"#NAME?";
+    case cell_error::num:
+      return u"#NUM!";
+    case cell_error::na:
+      return u"#N/A";
+    // The newer errors a file may carry as cached values.
+    case 2043:
+      return u"#GETTING_DATA";
+    case 2045:
+      return u"#SPILL!";
+    case 2046:
+      return u"#CONNECT!";
+    case 2047:
+      return u"#BLOCKED!";
+    case 2048:
+      return u"#UNKNOWN!";
+    case 2049:
+      return u"#FIELD!";
+    case 2050:
+      return u"#CALC!";
+    default:
+      return u"#N/A";
+  }
+}
+
 String render(const CellValue& value, StringView code, bool date1904) {
   switch (value.type) {
     case CellValue::Type::Empty:
@@ -802,36 +838,7 @@ String render(const CellValue& value, StringView code, bool date1904) {
     case CellValue::Type::Boolean:
       return value.number != 0 ? u"TRUE" : u"FALSE";
     case CellValue::Type::Error: {
-      switch (static_cast<int32_t>(value.number)) {
-        case cell_error::null:
-          return u"#NULL!";
-        case cell_error::div0:
-          return u"#DIV/0!";
-        case cell_error::value:
-          return u"#VALUE!";
-        case cell_error::ref:
-          return u"#REF!";
-        case cell_error::name:
-          return u"#NAME?";
-        case cell_error::num:
-          return u"#NUM!";
-        case 2043:
-          return u"#GETTING_DATA";
-        case 2045:
-          return u"#SPILL!";
-        case 2046:
-          return u"#CONNECT!";
-        case 2047:
-          return u"#BLOCKED!";
-        case 2048:
-          return u"#UNKNOWN!";
-        case 2049:
-          return u"#FIELD!";
-        case 2050:
-          return u"#CALC!";
-        default:
-          return u"#N/A";
-      }
+      return String(error_literal(static_cast<int32_t>(value.number)));
     }
     default:
       break;

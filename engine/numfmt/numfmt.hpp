@@ -51,6 +51,9 @@ struct CellValue {
 /// "@" text sections. Malformed codes raise qz::Error.
 String render(const CellValue& value, StringView code, bool date1904);
 
+/// The text of an error value ("#DIV/0!"), by its code; unknown codes read "#N/A".
+StringView error_literal(int32_t code);
+
 /// Validates a format code (as `Range.NumberFormat = code` would); raises qz::Error naming
 /// the problem when the application would refuse it.
 void validate(StringView code);
