@@ -610,7 +610,7 @@ String Book::formula_text(Sheet& s, int32_t row, int32_t col, calc::Notation not
   if (!c) return String();
   if (c->kind() != CellKind::Formula) return constant_formula(s, *c, row, col);
   FormulaCell& f = s.formula(*c);
-  if (const calc::Formula* p = ensure_parsed(s, f))
+  if (calc::FormulaPtr p = parsed_for_reading(s, f))
     return u"=" + calc::render(*p, notation, f.at, s.id, *this);
   if (f.file) return u"=" + f.file->text;
   return String();
@@ -1003,6 +1003,28 @@ const calc::Formula* Book::ensure_parsed(Sheet& s, FormulaCell& f) {
   }
   if (f.parsed) f.is_volatile = calc::is_volatile(*f.parsed);
   return f.parsed.get();
+}
+
+calc::FormulaPtr Book::parsed_for_reading(Sheet& s, const FormulaCell& f) {
+  // Showing a formula needs its parse only for as long as the text is rendered. Keeping it
+  // would pin a parsed tree on every formula a reader merely looks at (colouring a workbook
+  // reads them all) until the workbook closes; calculation and edits parse, and keep, what
+  // they actually use.
+  if (f.parsed) return f.parsed;
+  if (f.shared_master) {
+    const Cell* m = s.cells.find(f.shared_master->row, f.shared_master->col);
+    if (m && m->kind() == CellKind::Formula) {
+      const FormulaCell& master = s.formula(*m);
+      if (&master != &f) return parsed_for_reading(s, master);
+    }
+  } else if (f.file && !f.file->text.empty()) {
+    try {
+      return calc::parse(f.file->text, calc::Notation::A1, f.at, s.id, *this);
+    } catch (const Error&) {
+      // Unparsable text is shown as read.
+    }
+  }
+  return nullptr;
 }
 
 std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,

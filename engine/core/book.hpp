@@ -141,6 +141,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void calculate(bool all);
   /// Parses a formula cell if it has not been parsed (formulas from files parse lazily).
   const calc::Formula* ensure_parsed(Sheet& s, FormulaCell& f);
+  /// The parse of a formula cell for reading it: the kept one when there is one, otherwise a
+  /// fresh parse the cell does not keep. Null when the text does not parse.
+  calc::FormulaPtr parsed_for_reading(Sheet& s, const FormulaCell& f);
   /// Number of formula evaluations so far (for measuring what a recalculation touched).
   uint64_t evaluations() const { return evaluations_; }
 

@@ -190,6 +190,36 @@ TEST_F(Workbooks, LoadsFormulasAsWrittenWithTheirCachedValues) {
   EXPECT_EQ(arr.array_ref, (Rect{1, 1, 2, 2}));
 }
 
+// Colouring a workbook reads every formula once: reading must not leave a parsed tree on each
+// cell for the life of the workbook, yet what was read still moves with later edits and is
+// written back as read.
+TEST_F(Workbooks, ReadingFormulasKeepsNoParseYetEditsStillMoveThem) {
+  auto b = load(book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(
+            R"(<row r="1"><c r="A1"><f t="shared" ref="A1:A2" si="0">B1+1</f><v>2</v></c><c r="C1"><f>SUM(B1:B2)</f><v>0</v></c></row>)"
+            R"(<row r="2"><c r="A2"><f t="shared" si="0"/><v>3</v></c><c r="C2"><f>1+</f><v>0</v></c></row>)")}}));
+  Sheet& s = sheet(*b, 0);
+  EXPECT_EQ(b->formula_text(s, 0, 0, calc::Notation::A1), u"=B1+1");
+  EXPECT_EQ(b->formula_text(s, 1, 0, calc::Notation::A1), u"=B2+1");
+  EXPECT_EQ(b->formula_text(s, 0, 2, calc::Notation::R1C1), u"=SUM(RC[-1]:R[1]C[-1])");
+  EXPECT_EQ(b->formula_text(s, 1, 2, calc::Notation::A1), u"=1+") << "unparsable: shown as read";
+  for (const auto& f : s.formulas)
+    if (f.live) {
+      EXPECT_EQ(f.parsed, nullptr) << "reading kept a parse at row " << f.at.row;
+    }
+
+  std::string xml = part(save(*b, "read.xlsx"), "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml, HasSubstr(R"(<f t="shared" ref="A1:A2" si="0">B1+1</f>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="A2"><f t="shared" si="0"/>)"));
+
+  b->shift(s, true, 0, 1);
+  EXPECT_EQ(b->formula_text(s, 1, 0, calc::Notation::A1), u"=B2+1");
+  EXPECT_EQ(b->formula_text(s, 2, 0, calc::Notation::A1), u"=B3+1");
+  EXPECT_EQ(b->formula_text(s, 1, 2, calc::Notation::A1), u"=SUM(B2:B3)");
+  EXPECT_EQ(b->formula_text(s, 2, 2, calc::Notation::A1), u"=1+");
+}
+
 TEST_F(Workbooks, LoadsWorkbookSheetAndStyleProperties) {
   std::string sheet2 = sheet_xml(
       R"(<row r="2" ht="30" customHeight="1" hidden="1" outlineLevel="2" s="1" customFormat="1"><c r="B2"><v>7</v></c></row>)",
