@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "engine/core/engine.hpp"
 #include "engine/xlsx/xlsx.hpp"
@@ -30,8 +31,16 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Work that ends within about a second needs no bar; and a bar redrawn for every call would
-// cost more than the cells it reports on.
-constexpr auto kQuietStart = std::chrono::milliseconds(1000);
+// cost more than the cells it reports on. QZXL_PROGRESS_AFTER_MS moves the first point, so
+// that a check of the bar need not depend on how fast the machine is.
+std::chrono::milliseconds quiet_start() {
+  if (const char* v = std::getenv("QZXL_PROGRESS_AFTER_MS"); v && *v) {
+    char* end = nullptr;
+    long ms = std::strtol(v, &end, 10);
+    if (end && *end == '\0' && ms >= 0) return std::chrono::milliseconds(ms);
+  }
+  return std::chrono::milliseconds(1000);
+}
 constexpr auto kRedrawEvery = std::chrono::milliseconds(100);
 constexpr int kBarWidth = 24;
 
@@ -55,7 +64,7 @@ class TerminalProgress final : public qz::host::Progress {
   void show(const String& text, int32_t percent) override {
     if (!enabled_) return;
     const auto now = Clock::now();
-    if (now - command_started_ < kQuietStart) return;
+    if (now - command_started_ < quiet_start_) return;
     if (drawn_ && now - last_draw_ < kRedrawEvery) return;
     last_draw_ = now;
     drawn_ = true;
@@ -76,6 +85,7 @@ class TerminalProgress final : public qz::host::Progress {
 
  private:
   bool enabled_;
+  std::chrono::milliseconds quiet_start_ = quiet_start();
   Clock::time_point command_started_, run_started_, last_draw_;
   std::function<int64_t()> cells_done_;
   int64_t cells_at_start_;
