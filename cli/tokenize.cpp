@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common.hpp"
 #include "qzxl/qzxl.hpp"
 
 namespace {
@@ -34,21 +35,7 @@ const char* kind_of(const qz::FmlaPiece& p) {
   return "-";
 }
 
-// Line breaks and tabs inside a piece would break the table's alignment; show them escaped.
-std::string printable(const qz::String& s) {
-  std::string out;
-  for (char c : qz::to_utf8(s)) {
-    if (c == '\n')
-      out += "\\n";
-    else if (c == '\r')
-      out += "\\r";
-    else if (c == '\t')
-      out += "\\t";
-    else
-      out += c;
-  }
-  return out;
-}
+using qzcli::printable;
 
 void print_table(const std::string& formula, const qz::FmlaPieces& pieces, bool first) {
   if (!first) fmt::print("\n");
