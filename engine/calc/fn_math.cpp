@@ -404,24 +404,6 @@ Collected collect(Args& a, size_t from, size_t to, bool skip_errors, bool skip_n
   return out;
 }
 
-Operand percentile_of(std::vector<double> xs, double p, bool exclusive) {
-  if (xs.empty()) return error(cell_error::num);
-  std::sort(xs.begin(), xs.end());
-  double n = static_cast<double>(xs.size()), h;
-  if (exclusive) {
-    if (p <= 0 || p >= 1) return error(cell_error::num);
-    h = p * (n + 1) - 1;
-    if (h < 0 || h > n - 1) return error(cell_error::num);
-  } else {
-    if (p < 0 || p > 1) return error(cell_error::num);
-    h = p * (n - 1);
-  }
-  size_t lo = static_cast<size_t>(std::floor(h));
-  double frac = h - std::floor(h);
-  if (lo + 1 >= xs.size()) return num(xs[lo]);
-  return num(xs[lo] + frac * (xs[lo + 1] - xs[lo]));
-}
-
 /// The summaries numbered as SUBTOTAL (1-11) and AGGREGATE (1-19) number them.
 Operand summarise(int code, Collected& c, double k) {
   std::vector<double>& xs = c.xs;
@@ -487,13 +469,13 @@ Operand summarise(int code, Collected& c, double k) {
       return num(xs[i]);
     }
     case 16:
-      return percentile_of(xs, k, false);
+      return percentile(xs, k, false);
     case 17:
-      return k < 0 || k > 4 ? error(cell_error::num) : percentile_of(xs, std::trunc(k) / 4, false);
+      return k < 0 || k > 4 ? error(cell_error::num) : percentile(xs, std::trunc(k) / 4, false);
     case 18:
-      return percentile_of(xs, k, true);
+      return percentile(xs, k, true);
     case 19:
-      return k <= 0 || k >= 4 ? error(cell_error::num) : percentile_of(xs, std::trunc(k) / 4, true);
+      return k <= 0 || k >= 4 ? error(cell_error::num) : percentile(xs, std::trunc(k) / 4, true);
     default:
       return error(cell_error::value);
   }

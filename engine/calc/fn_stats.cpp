@@ -278,24 +278,6 @@ Operand f_rank_avg(Args& a) {
   return rank_impl(a, true);
 }
 
-Operand percentile(std::vector<double> xs, double p, bool exclusive) {
-  if (xs.empty()) return error(cell_error::num);
-  std::sort(xs.begin(), xs.end());
-  double n = static_cast<double>(xs.size());
-  double h;
-  if (exclusive) {
-    if (p <= 0 || p >= 1) return error(cell_error::num);
-    h = p * (n + 1) - 1;
-    if (h < 0 || h > n - 1) return error(cell_error::num);
-  } else {
-    if (p < 0 || p > 1) return error(cell_error::num);
-    h = p * (n - 1);
-  }
-  size_t lo = static_cast<size_t>(std::floor(h));
-  double frac = h - std::floor(h);
-  if (lo + 1 >= xs.size()) return num(xs[lo]);
-  return num(xs[lo] + frac * (xs[lo + 1] - xs[lo]));
-}
 Operand f_percentile(Args& a) {
   return percentile(numbers_of(a, 0, 1), number(a, 1), false);
 }

@@ -2,6 +2,7 @@
 // aggregates read their arguments. Internal to the calc component.
 #pragma once
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <vector>
@@ -202,6 +203,27 @@ void each_multi_match(Args& a, size_t first, F&& visit) {
       if (!crits[k].matches(at_offset(ev, *ranges[k], r, c))) return;
     visit(r, c);
   });
+}
+
+/// The p-th percentile of `xs`, interpolated between neighbours: over the whole range
+/// (PERCENTILE, QUARTILE, AGGREGATE 16/17) or excluding the ends (the .EXC variants).
+inline Operand percentile(std::vector<double> xs, double p, bool exclusive) {
+  if (xs.empty()) return error(cell_error::num);
+  std::sort(xs.begin(), xs.end());
+  double n = static_cast<double>(xs.size());
+  double h;
+  if (exclusive) {
+    if (p <= 0 || p >= 1) return error(cell_error::num);
+    h = p * (n + 1) - 1;
+    if (h < 0 || h > n - 1) return error(cell_error::num);
+  } else {
+    if (p < 0 || p > 1) return error(cell_error::num);
+    h = p * (n - 1);
+  }
+  size_t lo = static_cast<size_t>(std::floor(h));
+  double frac = h - std::floor(h);
+  if (lo + 1 >= xs.size()) return num(xs[lo]);
+  return num(xs[lo] + frac * (xs[lo + 1] - xs[lo]));
 }
 
 }  // namespace qz::engine::calc::fn
