@@ -962,6 +962,32 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
     }
     return std::string_view::npos;
   };
+  // Reads the next attribute of a start tag, or its end: ">" leaves the element open, "/>"
+  // closes it. Anything unusual sends the cell to the general reader.
+  enum class Attr { Read, Open, Closed, Bad };
+  auto attribute = [&](std::string_view& name, std::string_view& value) {
+    while (i < n && blank(t[i])) ++i;
+    if (i >= n) return Attr::Bad;
+    if (t[i] == '>') {
+      ++i;
+      return Attr::Open;
+    }
+    if (t[i] == '/') {
+      if (i + 1 >= n || t[i + 1] != '>') return Attr::Bad;
+      i += 2;
+      return Attr::Closed;
+    }
+    size_t ns = i;
+    while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
+    if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return Attr::Bad;
+    name = t.substr(ns, i - ns);
+    size_t vs = i + 2;
+    size_t ve = value_end(vs, t[i + 1]);
+    if (ve == std::string_view::npos) return Attr::Bad;
+    value = t.substr(vs, ve - vs);
+    i = ve + 1;
+    return Attr::Read;
+  };
   // Whether the text at `at` begins with `lit` (short literals: compared in place).
   auto is = [&](size_t at, std::string_view lit) {
     if (n - at < lit.size()) return false;
@@ -980,27 +1006,13 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
   // Attributes.
   bool empty = false;
   for (;;) {
-    while (i < n && blank(t[i])) ++i;
-    if (i >= n) return false;
-    if (t[i] == '>') {
-      ++i;
+    std::string_view name, value;
+    const Attr got = attribute(name, value);
+    if (got == Attr::Bad) return false;
+    if (got != Attr::Read) {
+      empty = got == Attr::Closed;
       break;
     }
-    if (t[i] == '/') {
-      if (i + 1 >= n || t[i + 1] != '>') return false;
-      i += 2;
-      empty = true;
-      break;
-    }
-    size_t ns = i;
-    while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
-    if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return false;
-    std::string_view name = t.substr(ns, i - ns);
-    size_t vs = i + 2;
-    size_t ve = value_end(vs, t[i + 1]);
-    if (ve == std::string_view::npos) return false;
-    std::string_view value = t.substr(vs, ve - vs);
-    i = ve + 1;
     if (name.size() != 1) return false;
     if (name[0] == 'r') {
       auto c = parse_cell(value);
@@ -1038,28 +1050,13 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
         i += 2;
         bool closed = false;
         for (;;) {
-          while (i < n && blank(t[i])) ++i;
-          if (i >= n) return false;
-          if (t[i] == '>') {
-            ++i;
+          std::string_view name, value;
+          const Attr got = attribute(name, value);
+          if (got == Attr::Bad || name.find(':') != std::string_view::npos) return false;
+          if (got != Attr::Read) {
+            closed = got == Attr::Closed;
             break;
           }
-          if (t[i] == '/') {
-            if (i + 1 >= n || t[i + 1] != '>') return false;
-            i += 2;
-            closed = true;
-            break;
-          }
-          size_t ns = i;
-          while (i < n && t[i] != '=' && !blank(t[i]) && t[i] != '>') ++i;
-          if (i + 1 >= n || t[i] != '=' || (t[i + 1] != '"' && t[i + 1] != '\'')) return false;
-          std::string_view name = t.substr(ns, i - ns);
-          size_t vs = i + 2;
-          size_t ve = value_end(vs, t[i + 1]);
-          if (ve == std::string_view::npos || name.find(':') != std::string_view::npos)
-            return false;
-          std::string_view value = t.substr(vs, ve - vs);
-          i = ve + 1;
           if (name == "t")
             ff->type = widen(value);
           else if (name == "ref")
