@@ -9,9 +9,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <fstream>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <unordered_set>
 
 #include "qzxl/error.hpp"
@@ -684,8 +689,8 @@ void ZipWriter::add(std::string_view name, std::string_view content, const ZipEn
 
 void EntrySink::flush() {
   if (text.empty()) return;
-  consume_(text);
   flushed_ += text.size();
+  consume_(text);
   text.clear();
 }
 
@@ -726,13 +731,83 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
       write(out.data(), out.size() - z.avail_out);
     } while (z.avail_out == 0 || (mode == Z_FINISH && z.avail_in > 0));
   };
-  EntrySink sink;
-  sink.consume_ = [&](std::string_view piece) {
+  auto deflate_piece = [&](std::string_view piece) {
     crc = libdeflate_crc32(crc, piece.data(), piece.size());
     pump(piece, Z_NO_FLUSH);
   };
+
+  // Deflating a large worksheet takes about as long as producing its text, so once the first
+  // piece is full a second thread deflates it while the next one is produced. One piece waits
+  // at most: the producer blocks until the deflater has taken the previous one, which bounds
+  // the memory to two pieces.
+  struct Overlap {
+    std::mutex m;
+    std::condition_variable cv;
+    std::string pending;  // the next piece for the deflater
+    bool full = false;    // `pending` holds a piece
+    bool closing = false;
+    std::exception_ptr error;
+    std::thread worker;
+    bool started = false;
+    void close() {
+      {
+        std::lock_guard lock(m);
+        closing = true;
+      }
+      cv.notify_all();
+      if (worker.joinable()) worker.join();
+    }
+    ~Overlap() { close(); }
+  } overlap;
+  auto deflater = [&] {
+    std::string work;
+    for (;;) {
+      {
+        std::unique_lock lock(overlap.m);
+        overlap.cv.wait(lock, [&] { return overlap.full || overlap.closing; });
+        if (!overlap.full) return;
+        work.swap(overlap.pending);
+        overlap.full = false;
+      }
+      overlap.cv.notify_all();
+      // After a failure the remaining pieces are dropped; the producer learns of it at the end.
+      if (!overlap.error) try {
+          deflate_piece(work);
+        } catch (...) {
+          overlap.error = std::current_exception();
+        }
+      work.clear();
+    }
+  };
+  EntrySink sink;
+  bool producing = true;
+  sink.consume_ = [&](std::string& piece) {
+    if (!overlap.started && producing) {
+      overlap.started = true;
+      try {
+        overlap.worker = std::thread(deflater);
+      } catch (const std::system_error&) {
+        // No thread to be had: deflate on this one.
+      }
+    }
+    if (!overlap.worker.joinable()) {
+      deflate_piece(piece);
+      return;
+    }
+    std::unique_lock lock(overlap.m);
+    overlap.cv.wait(lock, [&] { return !overlap.full; });
+    // The deflater's spent buffer comes back in exchange, so pieces reuse two allocations.
+    overlap.pending.swap(piece);
+    overlap.full = true;
+    lock.unlock();
+    overlap.cv.notify_all();
+  };
   produce(sink);
+  // A part that fit in one piece is deflated here: a thread would only add its start-up.
+  producing = false;
   sink.flush();
+  overlap.close();
+  if (overlap.error) std::rethrow_exception(overlap.error);
   pump({}, Z_FINISH);
   c.size = sink.total();
   c.crc32 = crc;

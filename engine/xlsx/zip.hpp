@@ -128,7 +128,9 @@ class ZipReader {
 bool looks_like_compound_file(std::string_view bytes);
 
 /// Collects a streamed entry's content: callers append to `text` and call `flush_if_full`
-/// now and then; what has been flushed is compressed and written.
+/// now and then; what has been flushed is compressed and written. The compression of a
+/// flushed piece may run while the caller fills the next one, so `text` is handed over (it
+/// comes back empty, possibly as another buffer) rather than read in place.
 class EntrySink {
  public:
   std::string text;
@@ -142,7 +144,7 @@ class EntrySink {
   friend class ZipWriter;
   static constexpr size_t kChunk = 1 << 20;
   void flush();
-  std::function<void(std::string_view)> consume_;
+  std::function<void(std::string&)> consume_;
   uint64_t flushed_ = 0;
 };
 
@@ -170,7 +172,10 @@ class ZipWriter {
   void add(std::string_view name, std::string_view content, const ZipEntry* like = nullptr);
 
   /// Adds an entry whose content `produce` writes into a sink piece by piece; it is deflated
-  /// as it comes, so the whole content never needs to be in memory.
+  /// as it comes, so the whole content never needs to be in memory. Once a first piece is
+  /// flushed, deflating runs on a second thread beside `produce`; the pieces reach the
+  /// deflater in the same order and sizes either way, so the bytes written do not depend on
+  /// the timing.
   void add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
                   const ZipEntry* like = nullptr);
 

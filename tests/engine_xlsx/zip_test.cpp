@@ -372,6 +372,46 @@ TEST(ZipWrite, StreamsEntriesAndReadsThemBackInPagesGivenUpBehind) {
       << "text after the range stays";
 }
 
+// Deflating runs beside the producer once a part outgrows one piece: the bytes must not
+// depend on which side was quicker, and a producer failing half-way must not leave the
+// deflater running or a file behind.
+TEST(ZipWrite, StreamedEntriesAreTheSameWhateverTheTimingAndFailCleanly) {
+  TempDir dir;
+  const std::string big = compressible(5 << 20);
+  auto write = [&](const fs::path& target, size_t step) {
+    ZipWriter w(target);
+    w.add_stream("xl/worksheets/sheet1.xml", [&](EntrySink& sink) {
+      for (size_t at = 0; at < big.size(); at += step) {
+        sink.text.append(big, at, step);
+        sink.flush_if_full();
+      }
+    });
+    w.commit();
+  };
+  write(dir / "a.xlsx", 4096);
+  write(dir / "b.xlsx", 4096);
+  EXPECT_EQ(slurp(dir / "a.xlsx"), slurp(dir / "b.xlsx"));
+  ZipReader z = ZipReader::open(dir / "a.xlsx");
+  EXPECT_EQ(z.read(z.entries()[0]), big);
+
+  {
+    ZipWriter w(dir / "c.xlsx");
+    EXPECT_THROW(w.add_stream("x.xml",
+                              [&](EntrySink& sink) {
+                                for (int i = 0; i < 3; ++i) {
+                                  sink.text.append(big, 0, 1 << 20);
+                                  sink.flush_if_full();
+                                }
+                                throw Error(err::host_failure, "stopped");
+                              }),
+                 Error);
+  }
+  EXPECT_FALSE(fs::exists(dir / "c.xlsx"));
+  for (const auto& e : fs::directory_iterator(dir.path()))
+    EXPECT_EQ(e.path().filename().string().find(".qzxl-"), std::string::npos)
+        << "temporary file left: " << e.path();
+}
+
 TEST(ZipWrite, ReplacesTheTargetOnlyWhenComplete) {
   TempDir dir;
   fs::path target = dir / "book.xlsx";
