@@ -1,10 +1,8 @@
 #include "formula/tokenizer.hpp"
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <vector>
 
@@ -183,28 +181,6 @@ void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren,
   }
 }
 
-// Copies `n` characters. Most pieces are one to eight characters long; those are moved as
-// two overlapping fixed-size words, which needs no call and no loop.
-QZXL_ALWAYS_INLINE void copy_chars(char16_t* to, const char16_t* from, size_t n) {
-  if (n >= 4 && n <= 8) {
-    uint64_t head, tail;
-    std::memcpy(&head, from, 8);
-    std::memcpy(&tail, from + n - 4, 8);
-    std::memcpy(to, &head, 8);
-    std::memcpy(to + n - 4, &tail, 8);
-  } else if (n >= 2 && n < 4) {
-    uint32_t head, tail;
-    std::memcpy(&head, from, 4);
-    std::memcpy(&tail, from + n - 2, 4);
-    std::memcpy(to, &head, 4);
-    std::memcpy(to + n - 2, &tail, 4);
-  } else if (n == 1) {
-    *to = *from;
-  } else if (n > 8) {
-    std::memcpy(to, from, n * sizeof(char16_t));
-  }
-}
-
 // Fills the caller's piece array in place: pieces already there are overwritten rather than
 // destroyed and rebuilt, so a caller that reads many formulas into one array reuses the
 // buffers of its longer pieces.
@@ -226,16 +202,12 @@ class PieceWriter {
       ++size_;
     }
     ++used_;
-    // The new text is written over the slot's old one, and the string is then cut or
-    // extended to length. For the usual short piece all of this stays inline, where a
-    // general assignment is a call with checks that cost more than the copy itself.
+    // Emptied and refilled, the slot keeps its buffer, and the only test left is whether
+    // the buffer is large enough, which almost always holds. Comparing the new length with
+    // the slot's old one (a leftover of another formula) would be guessed wrong half the time.
     String& s = p->ThePiece;
-    const size_t kept = std::min(s.size(), text.size());
-    copy_chars(s.data(), text.data(), kept);
-    if (text.size() <= s.size())
-      s.erase(text.size());
-    else
-      s.append(text.data() + kept, text.size() - kept);
+    s.clear();
+    s.append(text.data(), text.size());
     p->StartPos = start;
     return *p;
   }
