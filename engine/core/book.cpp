@@ -221,7 +221,7 @@ void Book::rename_sheet(Sheet& s, StringView new_name) {
   s.name = String(new_name);
   for (auto& sh : sheets)
     for (auto& f : sh->formulas)
-      if (f.live && f.file && f.parsed && instr_text(1, f.file->text, old) > 0) {
+      if (f.live && f.file && f.parsed && instr_text(1, f.file->text16(), old) > 0) {
         f.file.reset();
         sh->changed.cells = true;
       }
@@ -612,7 +612,7 @@ String Book::formula_text(Sheet& s, int32_t row, int32_t col, calc::Notation not
   FormulaCell& f = s.formula(*c);
   if (calc::FormulaPtr p = parsed_for_reading(s, f))
     return u"=" + calc::render(*p, notation, f.at, s.id, *this);
-  if (f.file) return u"=" + f.file->text;
+  if (f.file) return u"=" + f.file->text16();
   return String();
 }
 
@@ -637,10 +637,11 @@ void Book::drop_formula(Sheet& s, Cell& c) {
   if (c.kind() != CellKind::Formula) return;
   FormulaCell& f = s.formula(c);
   // A shared formula's members lean on the master's text: they stand alone from now on.
-  if (f.file && f.file->type == u"shared") {
+  if (f.file && f.file->type == FileFormula::Type::Shared) {
     int32_t si = f.file->shared_index;
     for (auto& g : s.formulas)
-      if (g.live && &g != &f && g.file && g.file->type == u"shared" && g.file->shared_index == si) {
+      if (g.live && &g != &f && g.file && g.file->type == FileFormula::Type::Shared &&
+          g.file->shared_index == si) {
         ensure_parsed(s, g);
         g.file.reset();
         g.shared_master.reset();
@@ -996,7 +997,7 @@ const calc::Formula* Book::ensure_parsed(Sheet& s, FormulaCell& f) {
     }
   } else if (f.file && !f.file->text.empty()) {
     try {
-      f.parsed = calc::parse(f.file->text, calc::Notation::A1, f.at, s.id, *this);
+      f.parsed = calc::parse(f.file->text16(), calc::Notation::A1, f.at, s.id, *this);
     } catch (const Error&) {
       // Left unparsed: the loaded value stands and the text is written back as read.
     }
@@ -1019,7 +1020,7 @@ calc::FormulaPtr Book::parsed_for_reading(Sheet& s, const FormulaCell& f) {
     }
   } else if (f.file && !f.file->text.empty()) {
     try {
-      return calc::parse(f.file->text, calc::Notation::A1, f.at, s.id, *this);
+      return calc::parse(f.file->text16(), calc::Notation::A1, f.at, s.id, *this);
     } catch (const Error&) {
       // Unparsable text is shown as read.
     }
@@ -1522,14 +1523,14 @@ void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<File
   f.at = CellRef{row, col};
   f.value = cached;
   if (file) {
-    if (file->type == u"shared") {
+    if (file->type == FileFormula::Type::Shared) {
       if (!file->text.empty())
         s.shared_masters[file->shared_index] = f.at;
       else if (auto m = s.shared_masters.find(file->shared_index); m != s.shared_masters.end())
         f.shared_master = m->second;
     }
-    if (file->type == u"array" && !file->ref.empty()) {
-      if (auto r = parse_area(file->ref)) {
+    if (file->type == FileFormula::Type::Array && !file->ref().empty()) {
+      if (auto r = parse_area(file->ref())) {
         f.array = true;
         f.array_ref = *r;
       }

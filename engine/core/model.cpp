@@ -5,6 +5,7 @@
 #include <queue>
 
 #include "engine/numfmt/numfmt.hpp"
+#include "qzxl/convert.hpp"
 
 namespace qz::engine {
 
@@ -588,6 +589,51 @@ uint32_t Sheet::style_at(int32_t row, int32_t col) const {
   if (auto r = rows.find(row); r != rows.end() && r->second.has_style) return r->second.style;
   if (auto c = cols.find(col); c != cols.end() && c->second.has_style) return c->second.style;
   return 0;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Formulas as read
+
+const String& FileFormula::ref() const {
+  static const String none;
+  return rare ? rare->ref : none;
+}
+
+String FileFormula::type_text() const {
+  switch (type) {
+    case Type::None:
+      return String();
+    case Type::Normal:
+      return u"normal";
+    case Type::Shared:
+      return u"shared";
+    case Type::Array:
+      return u"array";
+    case Type::DataTable:
+      return u"dataTable";
+    case Type::Other:
+      return rare ? rare->type : String();
+  }
+  return String();
+}
+
+void FileFormula::set_type(std::string_view t) {
+  if (t == "shared") {
+    type = Type::Shared;
+  } else if (t == "array") {
+    type = Type::Array;
+  } else if (t == "normal") {
+    type = Type::Normal;
+  } else if (t == "dataTable") {
+    type = Type::DataTable;
+  } else {
+    type = Type::Other;
+    more().type = from_utf8(t);
+  }
+}
+
+String FileFormula::text16() const {
+  return from_utf8(text);
 }
 
 uint32_t Sheet::new_formula() {

@@ -21,12 +21,15 @@
 // recalculation) is in book.hpp; the host objects are in host_objects.hpp.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -285,16 +288,48 @@ struct Cell {
 static_assert(sizeof(Cell) == 16);
 
 /// How a formula was written in the file it came from; kept so that an unchanged formula is
-/// written back exactly as read.
+/// written back exactly as read. A loaded workbook holds one per formula cell, often millions,
+/// so the record is small: the text stays in the file's UTF-8 (formulas are nearly always
+/// short ASCII, which fits inside the string itself) and is widened only when someone reads or
+/// parses it; what only some formulas carry sits behind one pointer.
 struct FileFormula {
-  String text;  ///< the <f> text as read (without "="); "" for a shared child
-  String type;  ///< "", "shared", "array", "dataTable"
-  String ref;   ///< the ref attribute (shared master, array, data table)
+  /// The <f> element's t attribute.
+  enum class Type : uint8_t {
+    None,       ///< no t attribute
+    Normal,     ///< t="normal"
+    Shared,     ///< t="shared"
+    Array,      ///< t="array"
+    DataTable,  ///< t="dataTable"
+    Other,      ///< another value, kept in `rare->type`
+  };
+  /// What few formulas have.
+  struct Rare {
+    String type;  ///< the t attribute when `Type::Other`
+    String ref;   ///< the ref attribute (shared master, array, data table)
+    /// Other attributes of <f> as name/value pairs (aca, ca, dt2D, ...).
+    std::vector<std::pair<String, String>> attrs;
+    /// Attributes of the <c> element the model does not describe (cm, vm, ph).
+    std::vector<std::pair<String, String>> cell_attrs;
+  };
+
+  std::string text;  ///< the <f> text as read (UTF-8, without "="); "" for a shared child
+  Type type = Type::None;
   int32_t shared_index = -1;
-  /// Other attributes of <f> as name/value pairs (aca, ca, dt2D, ...).
-  std::vector<std::pair<String, String>> attrs;
-  /// Attributes of the <c> element the model does not describe (cm, vm, ph).
-  std::vector<std::pair<String, String>> cell_attrs;
+  std::unique_ptr<Rare> rare;  ///< nullptr when there is nothing rare
+
+  /// `rare`, made when absent (for a loader).
+  Rare& more() {
+    if (!rare) rare = std::make_unique<Rare>();
+    return *rare;
+  }
+  /// The ref attribute; "" when absent.
+  const String& ref() const;
+  /// The t attribute as the file wrote it; "" when absent.
+  String type_text() const;
+  /// Sets `type` (and `rare->type` for values without a name here) from a t attribute.
+  void set_type(std::string_view t);
+  /// The text, widened.
+  String text16() const;
 };
 
 /// A formula cell's state.

@@ -923,15 +923,15 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
           std::string v;
           x.decode(a.value, v);
           if (a.name == "t")
-            d.ff->type = from_utf8(v);
+            d.ff->set_type(v);
           else if (a.name == "ref")
-            d.ff->ref = from_utf8(v);
+            d.ff->more().ref = from_utf8(v);
           else if (a.name == "si")
             d.ff->shared_index = static_cast<int32_t>(parse_int(v).value_or(-1));
           else
-            d.ff->attrs.emplace_back(from_utf8(a.name), from_utf8(v));
+            d.ff->more().attrs.emplace_back(from_utf8(a.name), from_utf8(v));
         }
-        d.ff->text = widen(x.element_text());
+        d.ff->text = x.element_text();
       } else if (tag == "is") {
         d.has_is = true;
         read_rich(x, d.is_text, d.is_runs);
@@ -1058,13 +1058,13 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
             break;
           }
           if (name == "t")
-            ff->type = widen(value);
+            ff->set_type(value);
           else if (name == "ref")
-            ff->ref = widen(value);
+            ff->more().ref = widen(value);
           else if (name == "si")
             ff->shared_index = static_cast<int32_t>(parse_int(value).value_or(-1));
           else
-            ff->attrs.emplace_back(widen(name), widen(value));
+            ff->more().attrs.emplace_back(widen(name), widen(value));
         }
         if (!closed) {
           size_t e = t.find('<', i);
@@ -1072,11 +1072,9 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
           std::string_view text = t.substr(i, e - i);
           if (text.find('&') != std::string_view::npos ||
               text.find('\r') != std::string_view::npos) {
-            std::string decoded;
-            x.decode(text, decoded);
-            ff->text = widen(decoded);
+            x.decode(text, ff->text);
           } else {
-            ff->text = widen(text);
+            ff->text = text;
           }
           i = e + 4;
         }
@@ -1126,7 +1124,7 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
       } else if (auto dv = parse_double(value))
         cached = calc::Value::num(*dv);
     }
-    for (auto& [n, v] : d.extra) d.ff->cell_attrs.emplace_back(from_utf8(n), from_utf8(v));
+    for (auto& [n, v] : d.extra) d.ff->more().cell_attrs.emplace_back(from_utf8(n), from_utf8(v));
     book_->load_formula(s, row, col, std::move(d.ff), cached, d.style);
     return;
   }

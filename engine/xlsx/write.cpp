@@ -987,7 +987,7 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
   // as formulas of their own.
   std::set<int32_t> live_groups;
   for (const FormulaCell& f : s.formulas)
-    if (f.live && f.file && f.file->type == u"shared" && !f.file->text.empty())
+    if (f.live && f.file && f.file->type == FileFormula::Type::Shared && !f.file->text.empty())
       live_groups.insert(f.file->shared_index);
 
   const StringPool& pool = book_.strings;
@@ -1139,7 +1139,7 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         cell_t.clear();
         cell_body.clear();
         bool has_value = value_text(f.value, cell_t, cell_body);
-        if (f.file) extra(f.file->cell_attrs);
+        if (f.file && f.file->rare) extra(f.file->rare->cell_attrs);
         if (!cell_t.empty()) {
           out += " t=\"";
           out += cell_t;
@@ -1148,18 +1148,29 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         out += '>';
         out += f_open;
         const FileFormula* ff = f.file.get();
-        bool as_read = ff && !(ff->type == u"shared" && ff->text.empty() &&
+        bool as_read = ff && !(ff->type == FileFormula::Type::Shared && ff->text.empty() &&
                                !live_groups.count(ff->shared_index));
         std::string ftext;
         if (as_read) {
-          if (!ff->type.empty()) {
-            out += " t=\"";
-            append_text16(out, ff->type, true);
-            out += '"';
+          switch (ff->type) {
+            case FileFormula::Type::None:
+              break;
+            case FileFormula::Type::Shared:
+              out += " t=\"shared\"";
+              break;
+            case FileFormula::Type::Array:
+              out += " t=\"array\"";
+              break;
+            default:
+              if (String t = ff->type_text(); !t.empty()) {
+                out += " t=\"";
+                append_text16(out, t, true);
+                out += '"';
+              }
           }
-          if (!ff->ref.empty()) {
+          if (!ff->ref().empty()) {
             out += " ref=\"";
-            append_text16(out, ff->ref, true);
+            append_text16(out, ff->ref(), true);
             out += '"';
           }
           if (ff->shared_index >= 0) {
@@ -1167,13 +1178,13 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
             append_uint(out, static_cast<uint64_t>(ff->shared_index));
             out += '"';
           }
-          extra(ff->attrs);
+          if (ff->rare) extra(ff->rare->attrs);
           // The formula text as read goes straight in.
           if (ff->text.empty()) {
             out += "/>";
           } else {
             out += '>';
-            append_text16(out, ff->text, false);
+            append_escaped(out, ff->text, false);
             out += f_close;
           }
         } else {
@@ -1181,15 +1192,15 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
           if (const calc::Formula* parsed = book_.ensure_parsed(s, f))
             text = calc::render(*parsed, calc::Notation::A1, f.at, s.id, book_);
           else if (ff)
-            text = ff->text;
+            text = ff->text16();
           auto written = std::make_unique<FileFormula>();
-          written->text = text;
+          ftext = to_utf8(text);
+          written->text = ftext;
           if (f.array) {
-            written->type = u"array";
-            written->ref = from_utf8(ref_text(f.array_ref));
+            written->type = FileFormula::Type::Array;
+            written->more().ref = from_utf8(ref_text(f.array_ref));
             out += " t=\"array\" ref=\"" + ref_text(f.array_ref) + "\"";
           }
-          ftext = to_utf8(text);
           written_formulas_.emplace_back(&s, c.index, std::move(written));
           if (ftext.empty()) {
             out += "/>";
@@ -1239,7 +1250,6 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         open_row = row;
       }
       write_cell(row, col, c);
-      return true;
     });
     if (open_row >= 0) out += row_end;
   }

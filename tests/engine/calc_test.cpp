@@ -116,10 +116,10 @@ TEST_F(Calc, ManualModeKeepsOldValuesUntilCalculate) {
 TEST_F(Calc, LoadedValuesStandUntilRecalculated) {
   Book& b = book();
   auto file = std::make_unique<FileFormula>();
-  file->text = u"1+1";
+  file->text = "1+1";
   b.load_formula(sheet(), 0, 0, std::move(file), calc::Value::num(42), 0);
   auto child = std::make_unique<FileFormula>();
-  child->text = u"A1*2";
+  child->text = "A1*2";
   b.load_formula(sheet(), 1, 0, std::move(child), calc::Value::num(84), 0);
   b.loaded();
   EXPECT_EQ(num(value("A1")), 42);
@@ -136,14 +136,14 @@ TEST_F(Calc, LoadedValuesStandUntilRecalculated) {
 TEST_F(Calc, SharedFormulaChildrenTakeTheMastersFormula) {
   Book& b = book();
   auto master = std::make_unique<FileFormula>();
-  master->text = u"A1*10";
-  master->type = u"shared";
-  master->ref = u"B1:B3";
+  master->text = "A1*10";
+  master->type = FileFormula::Type::Shared;
+  master->more().ref = u"B1:B3";
   master->shared_index = 0;
   b.load_formula(sheet(), 0, 1, std::move(master), calc::Value::num(0), 0);
   for (int r = 1; r < 3; ++r) {
     auto child = std::make_unique<FileFormula>();
-    child->type = u"shared";
+    child->type = FileFormula::Type::Shared;
     child->shared_index = 0;
     b.load_formula(sheet(), r, 1, std::move(child), calc::Value::num(0), 0);
   }

@@ -9,7 +9,7 @@ using Model = EngineTest;
 
 std::unique_ptr<FileFormula> file_formula(const char* text) {
   auto f = std::make_unique<FileFormula>();
-  f->text = u16(text);
+  f->text = text;
   return f;
 }
 
@@ -75,8 +75,8 @@ TEST_F(Model, LoadedFormulasKeepTheirFileFormUntilChanged) {
   Book& b = book();
   Sheet& s = sheet();
   auto arr = file_formula("A1:A2*2");
-  arr->type = u"array";
-  arr->ref = u"C1:C2";
+  arr->type = FileFormula::Type::Array;
+  arr->more().ref = u"C1:C2";
   b.load_formula(s, 0, 2, std::move(arr), calc::Value::num(0), 0);
   b.load_formula(s, 0, 3, file_formula("_xlfn.NOSUCH(1)"), calc::Value::str(u"kept"), 0);
   b.load_formula(s, 0, 4, file_formula("SUM(("), calc::Value::num(7), 0);
@@ -86,7 +86,7 @@ TEST_F(Model, LoadedFormulasKeepTheirFileFormUntilChanged) {
   EXPECT_TRUE(a.array);
   EXPECT_EQ(a.array_ref, (Rect{0, 2, 1, 2}));
   ASSERT_NE(a.file, nullptr);
-  EXPECT_EQ(to_utf8(a.file->text), "A1:A2*2");
+  EXPECT_EQ(a.file->text, "A1:A2*2");
   // A formula that does not parse keeps its value and its text.
   EXPECT_EQ(value("E1"), Variant(7.0));
   EXPECT_EQ(formula("E1"), "=SUM((");

@@ -381,7 +381,7 @@ std::string calc_probe(const fs::path& file) {
       if (!f.live) continue;
       Item it{sp.get(), i, {}, f.value};
       const calc::Formula* parsed = book->ensure_parsed(*sp, f);
-      if (!parsed || (f.file && f.file->type == u"dataTable")) {
+      if (!parsed || (f.file && f.file->type == FileFormula::Type::DataTable)) {
         it.computable = false;
       } else {
         it.text = to_utf8(book->formula_text(*sp, f.at.row, f.at.col, calc::Notation::A1));

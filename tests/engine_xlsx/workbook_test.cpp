@@ -171,17 +171,20 @@ TEST_F(Workbooks, LoadsFormulasAsWrittenWithTheirCachedValues) {
             R"(<row r="2"><c r="A2"><f t="shared" si="0"/><v>3</v></c><c r="B2"><f t="array" ref="B2:C3">B1:C2*2</f><v>4</v></c></row>)")}}));
   Sheet& s = sheet(*b, 0);
   const FormulaCell& master = s.formula(*s.cells.find(0, 0));
-  EXPECT_EQ(master.file->text, u"B1+1");
-  EXPECT_EQ(master.file->type, u"shared");
+  EXPECT_EQ(master.file->text, "B1+1");
+  EXPECT_EQ(master.file->type, FileFormula::Type::Shared);
+  EXPECT_EQ(master.file->ref(), u"A1:A3");
   EXPECT_EQ(master.value, calc::Value::num(2));
   const FormulaCell& child = s.formula(*s.cells.find(1, 0));
-  EXPECT_EQ(child.file->text, u"");
+  EXPECT_EQ(child.file->text, "");
+  EXPECT_EQ(child.file->rare, nullptr) << "a plain shared child keeps nothing rare";
   ASSERT_TRUE(child.shared_master.has_value());
   EXPECT_EQ(*child.shared_master, (CellRef{0, 0}));
   EXPECT_EQ(b->formula_text(s, 1, 0, calc::Notation::A1), u"=B2+1")
       << "the child moves the master's references";
   const FormulaCell& ca = s.formula(*s.cells.find(0, 1));
-  EXPECT_EQ(ca.file->attrs, (std::vector<std::pair<String, String>>{{u"ca", u"1"}}));
+  ASSERT_NE(ca.file->rare, nullptr);
+  EXPECT_EQ(ca.file->rare->attrs, (std::vector<std::pair<String, String>>{{u"ca", u"1"}}));
   EXPECT_EQ(s.formula(*s.cells.find(0, 2)).value, calc::Value::str(u"text"));
   EXPECT_EQ(s.formula(*s.cells.find(0, 3)).value, calc::Value::boolean(true));
   EXPECT_EQ(s.formula(*s.cells.find(0, 4)).value, calc::Value::error(cell_error::div0));
