@@ -286,7 +286,8 @@ class EWorksheetFunction final : public host::WorksheetFunction {
   // A range argument stands for its first cell's value.
   static Variant value(const Variant& arg) {
     if (auto r = arg.as<host::Range>()) {
-      Variant v = r->cell(1, 1)->value();
+      std::optional<Variant> first = first_cell_value(*r);
+      Variant v = first ? std::move(*first) : r->cell(1, 1)->value();
       if (v.is_date()) return Variant(v.date().serial);
       return v;
     }
@@ -386,7 +387,9 @@ class EApplication final : public host::Application {
   }
   void volatile_(bool) override { ++app_->volatile_calls; }
   host::WorksheetFunctionPtr worksheet_function() override {
-    return std::make_shared<EWorksheetFunction>();
+    // It keeps no state, so one serves every call (the library asks for it per cell).
+    if (!worksheet_function_) worksheet_function_ = std::make_shared<EWorksheetFunction>();
+    return worksheet_function_;
   }
 
   void undo() override { application_undo(*app_); }
@@ -425,6 +428,7 @@ class EApplication final : public host::Application {
 
  private:
   std::shared_ptr<AppState> app_;
+  host::WorksheetFunctionPtr worksheet_function_;
 };
 
 }  // namespace

@@ -505,13 +505,38 @@ String Book::format_code(const Sheet& s, int32_t row, int32_t col) const {
   return styles.numfmt_code(styles.xf(s.style_at(row, col)).numfmt);
 }
 
+namespace {
+// Id 0 is General unless a file defined it otherwise: the format nearly every number has,
+// told without building its code.
+bool general_format(const StyleTable& st, uint32_t numfmt_id) {
+  return numfmt_id == 0 && st.numfmts.find(0) == st.numfmts.end();
+}
+
+bool shows_dates(const StyleTable& st, uint32_t numfmt_id) {
+  return !general_format(st, numfmt_id) && numfmt::is_date_format(st.numfmt_code(numfmt_id));
+}
+}  // namespace
+
 Variant Book::value_variant(const Sheet& s, int32_t row, int32_t col) const {
-  calc::Value v = value(s, row, col);
+  const Cell* c = s.cells.find(row, col);
+  if (!c) return Variant();
+  // Numbers and texts are read in place rather than through a copied calc::Value.
+  switch (c->kind()) {
+    case CellKind::Number:
+      if (c->num >= 0 && c->num < 2958466 && shows_dates(styles, styles.xf(c->style()).numfmt))
+        return Variant(Date{numfmt::automation_date(c->num, date1904)});
+      return Variant(c->num);
+    case CellKind::Text:
+      return Variant(String(strings.text(c->index)));
+    default:
+      break;
+  }
+  calc::Value v = cell_value(s, *c);
   switch (v.kind) {
     case calc::Value::Kind::Empty:
       return Variant();
     case calc::Value::Kind::Number:
-      if (v.number >= 0 && v.number < 2958466 && numfmt::is_date_format(format_code(s, row, col)))
+      if (v.number >= 0 && v.number < 2958466 && shows_dates(styles, styles.xf(c->style()).numfmt))
         return Variant(Date{numfmt::automation_date(v.number, date1904)});
       return Variant(v.number);
     case calc::Value::Kind::Text:
@@ -545,8 +570,10 @@ String Book::text(const Sheet& s, int32_t row, int32_t col) const {
     case calc::Value::Kind::Error:
       return String(calc::error_text(v.error_code()));
   }
+  const uint32_t id = styles.xf(s.style_at(row, col)).numfmt;
+  if (general_format(styles, id)) return numfmt::render(cv, u"General", date1904);
   try {
-    return numfmt::render(cv, format_code(s, row, col), date1904);
+    return numfmt::render(cv, styles.numfmt_code(id), date1904);
   } catch (const Error&) {
     return numfmt::render(cv, u"General", date1904);
   }
@@ -577,9 +604,10 @@ String Book::constant_formula(const Sheet& s, const Cell& c, int32_t row, int32_
   }
   // A number reads back as it would be typed to give the same cell: dates and times in the
   // short forms the entry rules accept, percentages with their sign.
-  String code = format_code(s, row, col);
+  const uint32_t id = styles.xf(c.style()).numfmt;
   double v = c.num;
-  numfmt::Kind kind = numfmt::classify(code);
+  numfmt::Kind kind =
+      general_format(styles, id) ? numfmt::Kind::General : numfmt::classify(styles.numfmt_code(id));
   auto render = [&](StringView fmt) {
     numfmt::CellValue cv;
     cv.type = numfmt::CellValue::Type::Number;
@@ -884,15 +912,29 @@ void Book::clear_all(Sheet& s, const Rect& area) {
 
 void Book::restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)>& change) {
   if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
-  std::unordered_map<uint32_t, uint32_t> memo;
-  auto next = [&](uint32_t old) {
-    auto it = memo.find(old);
-    if (it != memo.end()) return it->second;
+  auto restyled = [&](uint32_t old) {
     Xf x = change(styles.xf(old));
     uint32_t idx = styles.xf_index(x);
     if (idx == styles.xfs.size() - 1 && idx != old && styles.xfs[idx].derived_from < 0 &&
         !(styles.xfs[idx] == styles.xf(old)))
       styles.xfs[idx].derived_from = static_cast<int32_t>(old);
+    return idx;
+  };
+  if (area.row1 == area.row2 && area.col1 == area.col2 && !whole_rows(area) &&
+      !whole_columns(area)) {
+    // One cell, as formatting the cells of a run one at a time does: no memo, no walk.
+    if (Cell* c = s.cells.find(area.row1, area.col1))
+      c->set_style(restyled(c->style()));
+    else
+      s.cells.get_or_create(area.row1, area.col1, restyled(s.style_at(area.row1, area.col1)));
+    touch(*this, s);
+    return;
+  }
+  std::unordered_map<uint32_t, uint32_t> memo;
+  auto next = [&](uint32_t old) {
+    auto it = memo.find(old);
+    if (it != memo.end()) return it->second;
+    uint32_t idx = restyled(old);
     memo.emplace(old, idx);
     return idx;
   };
@@ -948,6 +990,22 @@ void Book::restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)
         }
   }
   touch(*this, s);
+}
+
+uint32_t Book::font_with_color(uint32_t font, const Color& color) {
+  // A loader that clears the tables starts them over.
+  if (styles.fonts.size() < recolored_fonts_) recolored_.clear();
+  for (const RecoloredFont& r : recolored_)
+    if (r.font == font && r.color == color) return r.result;
+  FontRec f = styles.font(font);
+  f.color = color;
+  const uint32_t result = styles.font_index(f);
+  // Few fonts meet few colours; past that the search would cost more than it saves.
+  if (recolored_.size() < 64) {
+    recolored_.push_back({font, color, result});
+    recolored_fonts_ = styles.fonts.size();
+  }
+  return result;
 }
 
 std::vector<uint32_t> Book::styles_in(const Sheet& s, const Rect& area, size_t cap) const {

@@ -132,6 +132,10 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// Changes the format of every cell in `area` through `change` (memoised per distinct xf).
   /// Whole rows and columns change their line style rather than creating every cell.
   void restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)>& change);
+  /// The index of font `font` with its colour set to `color`, found or added once and then
+  /// remembered: colouring cells asks for the same few recoloured fonts over and over, and
+  /// the style tables only grow, so a remembered index stays right.
+  uint32_t font_with_color(uint32_t font, const Color& color);
   /// The distinct xf indices the cells of `area` show (capped: stops after 2 distinct).
   std::vector<uint32_t> styles_in(const Sheet& s, const Rect& area, size_t cap = 2) const;
 
@@ -207,6 +211,13 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   mutable std::vector<size_t> sorted_;
   int32_t eval_depth_ = 0;
   std::optional<std::pair<SheetId, uint32_t>> deferred_;
+  struct RecoloredFont {
+    uint32_t font;
+    Color color;
+    uint32_t result;
+  };
+  std::vector<RecoloredFont> recolored_;
+  size_t recolored_fonts_ = 0;  // the font table's size when `recolored_` was last added to
 };
 
 }  // namespace qz::engine

@@ -219,7 +219,7 @@ class EFont final : public host::Font {
   }
   void set_color(const Variant& v) override {
     Color c = Color::rgb(to_long(v));
-    apply([&](FontRec& f) { f.color = c; });
+    apply([&](FontRec& f) { f.color = c; }, &c);
   }
   Variant color_index() override {
     const Book& b = *t_.book;
@@ -306,7 +306,16 @@ class EFont final : public host::Font {
         mixed = true;
       return !mixed;
     };
-    if (t_.chars) {
+    if (!t_.chars && one_cell()) {
+      // One cell (what a colouring run asks of every cell it visits): its format's font and,
+      // for a rich text, its runs, without walking the store.
+      int32_t row = t_.areas[0].row1, col = t_.areas[0].col1;
+      const Cell* cell = s.cells.find(row, col);
+      see(b.styles.font(b.styles.xf(cell ? cell->style() : s.style_at(row, col)).font));
+      if (cell && cell->kind() == CellKind::Text && !b.strings.runs(cell->index).empty())
+        for (auto& sp : spans_of(b, s, row, col, cell))
+          if (!see(sp.font)) break;
+    } else if (t_.chars) {
       int32_t row = t_.areas[0].row1, col = t_.areas[0].col1;
       const Cell* cell = s.cells.find(row, col);
       auto spans = spans_of(b, s, row, col, cell);
@@ -345,7 +354,9 @@ class EFont final : public host::Font {
     return seen ? *seen : Variant::null();
   }
 
-  void apply(const std::function<void(FontRec&)>& change) {
+  // `color`, when the change only sets the colour, lets the workbook's remembered recoloured
+  // fonts answer instead of comparing whole font records.
+  void apply(const std::function<void(FontRec&)>& change, const Color* color = nullptr) {
     Book& b = *t_.book;
     Sheet& s = live(t_.sheet);
     if (t_.chars) {
@@ -358,26 +369,44 @@ class EFont final : public host::Font {
       }
       // Characters of a number or formula are the whole cell's.
     }
-    std::unordered_map<uint32_t, uint32_t> fonts;
+    // Old font index -> new one; a change meets few distinct fonts.
+    std::vector<std::pair<uint32_t, uint32_t>> fonts;
+    struct Context {
+      Book& b;
+      std::vector<std::pair<uint32_t, uint32_t>>& fonts;
+      const std::function<void(FontRec&)>& change;
+      const Color* color;
+    } ctx{b, fonts, change, color};
     for (const Rect& a : t_.areas) {
-      b.restyle(s, a, [&](const Xf& x) {
+      b.restyle(s, a, [c = &ctx](const Xf& x) {
         Xf y = x;
-        auto it = fonts.find(x.font);
-        if (it == fonts.end()) {
-          FontRec f = b.styles.font(x.font);
-          change(f);
-          it = fonts.emplace(x.font, b.styles.font_index(f)).first;
+        if (c->color) {
+          y.font = c->b.font_with_color(x.font, *c->color);
+          return y;
+        }
+        auto it = std::find_if(c->fonts.begin(), c->fonts.end(),
+                               [&](const auto& p) { return p.first == x.font; });
+        if (it == c->fonts.end()) {
+          FontRec f = c->b.styles.font(x.font);
+          c->change(f);
+          c->fonts.emplace_back(x.font, c->b.styles.font_index(f));
+          it = c->fonts.end() - 1;
         }
         y.font = it->second;
         return y;
       });
       // Rich texts take the change in every run.
       std::vector<CellRef> rich;
-      s.cells.for_each(a, [&](int32_t r, int32_t c, const Cell& cell) {
+      auto note_rich = [&](int32_t r, int32_t c, const Cell& cell) {
         if (cell.kind() == CellKind::Text && !b.strings.runs(cell.index).empty())
           rich.push_back({r, c});
         return true;
-      });
+      };
+      if (a.row1 == a.row2 && a.col1 == a.col2) {
+        if (const Cell* cell = s.cells.find(a.row1, a.col1)) note_rich(a.row1, a.col1, *cell);
+      } else {
+        s.cells.for_each(a, note_rich);
+      }
       for (CellRef at : rich) {
         Cell* cell = s.cells.find(at.row, at.col);
         auto spans = spans_of(b, s, at.row, at.col, cell);
@@ -416,6 +445,11 @@ class EFont final : public host::Font {
       }
     }
     b.set_rich_text(s, row, col, text, runs_from(out, b.cell_font(s, row, col)));
+  }
+
+  bool one_cell() const {
+    return t_.areas.size() == 1 && t_.areas[0].row1 == t_.areas[0].row2 &&
+           t_.areas[0].col1 == t_.areas[0].col2;
   }
 
   FontTarget t_;
@@ -584,6 +618,7 @@ class ERange final : public host::Range {
         mode_(mode) {}
 
   const std::shared_ptr<Sheet>& sheet_ptr() const { return sheet_; }
+  const Book& book() const { return *book_; }
   const std::vector<Rect>& rects() const { return areas_; }
 
   host::ApplicationPtr application() override { return app_->application(); }
@@ -810,6 +845,10 @@ class ERange final : public host::Range {
 
   RangePtr range(const Variant& cell1, const Variant& cell2) override {
     CellRef base{areas_[0].row1, areas_[0].col1};
+    // Range("A1") is how the library narrows any range to its first cell, once per cell it
+    // classifies: that answer needs no address parsing.
+    if (cell2.is_missing() && cell1.is_string() && cell1.str() == u"A1")
+      return app_->range(book_, sheet_, {Rect{base.row, base.col, base.row, base.col}});
     auto one = [&](const Variant& v) -> Resolved {
       if (auto r = v.as<ERange>()) return Resolved{book_, r->sheet_, r->areas_};
       if (!v.is_string()) throw Error(err::type_mismatch, "Range needs an address or a Range");
@@ -1193,6 +1232,13 @@ host::RangePtr AppState::range(const BookPtr& book, const std::shared_ptr<Sheet>
                                std::vector<Rect> areas, RangeMode mode) {
   if (areas.empty()) fail("a range needs at least one cell");
   return std::make_shared<ERange>(shared_from_this(), book, sheet, std::move(areas), mode);
+}
+
+std::optional<Variant> first_cell_value(const host::Range& range) {
+  auto* r = dynamic_cast<const ERange*>(&range);
+  if (!r) return std::nullopt;
+  const Rect& a = r->rects()[0];
+  return r->book().value_variant(live(r->sheet_ptr()), a.row1, a.col1);
 }
 
 host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& book,

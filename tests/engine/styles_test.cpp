@@ -150,6 +150,43 @@ TEST_F(Styles, TableIsAppendOnlyAndDeduplicates) {
   EXPECT_TRUE(st.changed);
 }
 
+TEST_F(Styles, ColouringCellByCellReusesFormatsAndKeepsWhatElseTheyHave) {
+  StyleTable& st = book().styles;
+  const int32_t red = 255, blue = 0xFF0000;
+  ws->range(V("3:3"))->font()->set_bold(Variant(true));
+  put("A1", "1");
+  put("A2", "=A1*2");
+  const size_t fonts = st.fonts.size(), xfs = st.xfs.size();
+  // A value, a formula and an empty cell take one shared red format.
+  for (const char* a : {"A1", "A2", "B1"}) r(a)->font()->set_color(Variant(red));
+  EXPECT_EQ(st.fonts.size(), fonts + 1);
+  EXPECT_EQ(st.xfs.size(), xfs + 1);
+  EXPECT_EQ(sheet().cells.find(0, 0)->style(), sheet().cells.find(1, 0)->style());
+  EXPECT_EQ(sheet().cells.find(0, 1)->style(), sheet().cells.find(1, 0)->style());
+  EXPECT_EQ(r("A1:B1")->font()->color(), Variant(red));
+  // An empty cell of a bold row keeps the row's boldness under its new colour.
+  r("B3")->font()->set_color(Variant(red));
+  EXPECT_EQ(r("B3")->font()->bold(), Variant(true));
+  EXPECT_EQ(r("B3")->font()->color(), Variant(red));
+  EXPECT_EQ(r("C3")->font()->color(), Variant(int32_t{0}));
+  EXPECT_EQ(r("A1")->font()->bold(), Variant(false));
+  // Back and forth between two colours finds the formats made the first time.
+  r("A1")->font()->set_color(Variant(blue));
+  const size_t after_blue = st.xfs.size();
+  r("A1")->font()->set_color(Variant(red));
+  r("A2")->font()->set_color(Variant(blue));
+  EXPECT_EQ(st.xfs.size(), after_blue);
+  EXPECT_EQ(sheet().cells.find(0, 0)->style(), sheet().cells.find(0, 1)->style());
+  EXPECT_TRUE(r("A1:A2")->font()->color().is_null());
+  // A run of its own colour makes a single cell's colour mixed; colouring the cell reaches it.
+  put("C1", "ab");
+  r("C1")->characters(V(2), V(1))->font()->set_color(Variant(blue));
+  EXPECT_TRUE(r("C1")->font()->color().is_null());
+  r("C1")->font()->set_color(Variant(red));
+  EXPECT_EQ(r("C1")->font()->color(), Variant(red));
+  EXPECT_EQ(r("C1")->characters(V(2), V(1))->font()->color(), Variant(red));
+}
+
 TEST_F(Styles, ThemeAndIndexedColoursResolve) {
   Book& b = book();
   Color c;
