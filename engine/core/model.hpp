@@ -362,6 +362,12 @@ class CellStore {
   /// false.
   void for_each(const Rect& area,
                 const std::function<bool(int32_t row, int32_t col, const Cell&)>& visit) const;
+  /// The same walk over the whole store for visitors called once per stored cell (writing a
+  /// sheet out): `visit(row, col, cell)` is called directly, without a std::function, and
+  /// sheets of up to kMergeByScan used columns merge their columns by a scan per row instead
+  /// of through a heap. Never stops early.
+  template <class Visit>
+  void for_each_cell(Visit&& visit) const;
   /// Mutable visit (same order); the visitor may change the cell but not add or erase cells.
   void for_each_mut(const Rect& area,
                     const std::function<void(int32_t row, int32_t col, Cell&)>& visit);
@@ -396,10 +402,62 @@ class CellStore {
     std::vector<Chunk> chunks;
   };
   static constexpr size_t kChunk = 512;
+  /// Up to this many used columns a row-order walk scans every column's cursor per row; the
+  /// scan costs one comparison per column and row, which beats a heap's reordering per cell
+  /// until rows hold few of the columns.
+  static constexpr size_t kMergeByScan = 64;
   static Cell* find_in(Column& c, int32_t row);
   std::vector<Column> cols_;
   size_t size_ = 0;
 };
+
+template <class Visit>
+void CellStore::for_each_cell(Visit&& visit) const {
+  struct Cursor {
+    int32_t col;
+    const Chunk* chunk;  // the chunk `at` is in
+    const Chunk* last;   // the column's last chunk
+    const Cell* at;
+  };
+  std::vector<Cursor> cur;
+  for (size_t col = 0; col < cols_.size(); ++col) {
+    const auto& chunks = cols_[col].chunks;
+    if (!chunks.empty())
+      cur.push_back(
+          {static_cast<int32_t>(col), &chunks.front(), &chunks.back(), chunks.front().data()});
+  }
+  if (cur.size() > kMergeByScan) {
+    for_each(Rect{0, 0, kLastRow, kLastCol}, [&](int32_t r, int32_t c, const Cell& cell) {
+      visit(r, c, cell);
+      return true;
+    });
+    return;
+  }
+  // Cursors stay in column order; each pass visits the cells of the lowest row left and finds
+  // the next lowest row on the way. Empty chunks do not occur (erasing drops them).
+  constexpr int32_t kDone = kLastRow + 1;
+  int32_t row = kDone;
+  for (const Cursor& c : cur) row = std::min(row, c.at->row);
+  while (row != kDone) {
+    int32_t next = kDone;
+    for (Cursor& c : cur) {
+      if (c.at == nullptr) continue;
+      if (c.at->row == row) {
+        visit(row, c.col, *c.at);
+        if (++c.at == c.chunk->data() + c.chunk->size()) {
+          if (c.chunk == c.last) {
+            c.at = nullptr;
+            continue;
+          }
+          ++c.chunk;
+          c.at = c.chunk->data();
+        }
+      }
+      next = std::min(next, c.at->row);
+    }
+    row = next;
+  }
+}
 
 // ---------------------------------------------------------------------------------------------
 // Rows and columns

@@ -1231,9 +1231,8 @@ void Saver::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
       ++line;
     }
   };
-  if (auto ext = s.cells.extent()) {
-    Rect all{0, 0, kLastRow, kLastCol};
-    s.cells.for_each(all, [&](int32_t row, int32_t col, const Cell& c) {
+  if (s.cells.extent()) {
+    s.cells.for_each_cell([&](int32_t row, int32_t col, const Cell& c) {
       if (row != open_row) {
         if (open_row >= 0) {
           out += row_end;

@@ -2,6 +2,7 @@
 // sparse store underneath.
 #include <algorithm>
 #include <random>
+#include <tuple>
 
 #include "engine_fixture.hpp"
 
@@ -247,6 +248,38 @@ TEST(CellStoreTest, KeepsCellsOrderedWhateverTheInsertionOrder) {
   ASSERT_TRUE(e);
   EXPECT_EQ(e->row2, 2997);
   EXPECT_EQ(e->col2, 3);
+}
+
+// The writer's whole-store walk merges columns its own way; it must see exactly what the
+// general row-order walk sees: ragged columns, rows crossing chunk ends, cells erased, and
+// sheets too wide for the per-row scan.
+TEST(CellStoreTest, WholeStoreWalkMatchesTheRowOrderWalk) {
+  using Seen = std::vector<std::tuple<int32_t, int32_t, double>>;
+  auto walks = [](const CellStore& store) {
+    Seen general, whole;
+    store.for_each(Rect{0, 0, kLastRow, kLastCol}, [&](int32_t r, int32_t c, const Cell& cell) {
+      general.emplace_back(r, c, cell.num);
+      return true;
+    });
+    store.for_each_cell(
+        [&](int32_t r, int32_t c, const Cell& cell) { whole.emplace_back(r, c, cell.num); });
+    return std::make_pair(general, whole);
+  };
+  std::mt19937 rng(11);
+  for (int32_t columns : {1, 3, 12, 70, 300}) {
+    CellStore store;
+    for (int32_t r = 0; r < 2500; ++r)
+      for (int32_t c = 0; c < columns; ++c)
+        if (rng() % 4 != 0) store.get_or_create(r * 2 + (c % 3 == 0), c * 2).num = r * 1000 + c;
+    store.get_or_create(kLastRow, 5).num = -1;            // the last row, in a column of its own
+    for (int32_t r = 0; r < 600; ++r) store.erase(r, 0);  // a column's head, whole chunks
+    auto [general, whole] = walks(store);
+    EXPECT_EQ(whole.size(), store.size()) << columns << " columns";
+    EXPECT_EQ(whole, general) << columns << " columns";
+  }
+  CellStore empty;
+  auto [general, whole] = walks(empty);
+  EXPECT_TRUE(whole.empty());
 }
 
 TEST(CellStoreTest, AppendedColumnsStayNearSixteenBytesACell) {
