@@ -346,6 +346,13 @@ Cell& CellStore::get_or_create(int32_t row, int32_t col, uint32_t style) {
     ++size_;
     return chunks.back().back();
   }
+  // Loading and filling go down the column: a cell past the last one is appended without a
+  // search, to the last chunk or (when that is full) a new one, so chunks stay full.
+  if (Chunk& last = chunks.back(); row > last.back().row) {
+    ++size_;
+    if (last.size() < kChunk) return last.emplace_back(fresh);
+    return chunks.emplace_back(Chunk{fresh}).front();
+  }
   auto it = std::upper_bound(chunks.begin(), chunks.end(), row,
                              [](int32_t r, const Chunk& ch) { return r < ch.front().row; });
   if (it != chunks.begin()) --it;
