@@ -89,6 +89,25 @@ std::optional<double> parse_double(std::string_view t) {
     t.remove_suffix(1);
   if (!t.empty() && t.front() == '+') t.remove_prefix(1);
   if (t.empty()) return std::nullopt;
+  // Nearly every number in a sheet is a short decimal such as "12" or "-48.25". With at most
+  // 15 digits those digits make an integer a double holds exactly, and one division by an
+  // exact power of ten rounds once, correctly: the same double the general conversion gives,
+  // for a fraction of its work. Anything else (exponents, long digit strings) goes to it.
+  {
+    static constexpr double kTens[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    size_t i = t.front() == '-' ? 1 : 0;
+    uint64_t m = 0;
+    size_t whole = 0, fraction = 0;
+    for (; i < t.size() && t[i] >= '0' && t[i] <= '9'; ++i, ++whole) m = m * 10 + (t[i] - '0');
+    if (i < t.size() && t[i] == '.')
+      for (++i; i < t.size() && t[i] >= '0' && t[i] <= '9'; ++i, ++fraction)
+        m = m * 10 + (t[i] - '0');
+    if (i == t.size() && whole > 0 && (fraction > 0 || t.back() != '.') && whole + fraction <= 15) {
+      double d = static_cast<double>(m) / kTens[fraction];
+      return t.front() == '-' ? -d : d;
+    }
+  }
   double d = 0;
   auto r = std::from_chars(t.data(), t.data() + t.size(), d);
   if (r.ec != std::errc() || r.ptr != t.data() + t.size() || !std::isfinite(d)) return std::nullopt;
