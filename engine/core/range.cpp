@@ -311,10 +311,13 @@ class EFont final : public host::Font {
       // for a rich text, its runs, without walking the store.
       int32_t row = t_.areas[0].row1, col = t_.areas[0].col1;
       const Cell* cell = s.cells.find(row, col);
-      see(b.styles.font(b.styles.xf(cell ? cell->style() : s.style_at(row, col)).font));
-      if (cell && cell->kind() == CellKind::Text && !b.strings.runs(cell->index).empty())
-        for (auto& sp : spans_of(b, s, row, col, cell))
-          if (!see(sp.font)) break;
+      const FontRec& font =
+          b.styles.font(b.styles.xf(cell ? cell->style() : s.style_at(row, col)).font);
+      if (!cell || cell->kind() != CellKind::Text || b.strings.runs(cell->index).empty())
+        return get(font);
+      see(font);
+      for (auto& sp : spans_of(b, s, row, col, cell))
+        if (!see(sp.font)) break;
     } else if (t_.chars) {
       int32_t row = t_.areas[0].row1, col = t_.areas[0].col1;
       const Cell* cell = s.cells.find(row, col);
@@ -938,14 +941,16 @@ class ERange final : public host::Range {
   RangePtr columns() override { return app_->range(book_, sheet_, areas_, RangeMode::Columns); }
   RangePtr entire_row() override {
     std::vector<Rect> out;
+    out.reserve(areas_.size());
     for (const Rect& a : areas_) out.push_back(Rect{a.row1, 0, a.row2, kLastCol});
-    join_areas(out);
+    if (out.size() > 1) join_areas(out);
     return app_->range(book_, sheet_, std::move(out), RangeMode::Rows);
   }
   RangePtr entire_column() override {
     std::vector<Rect> out;
+    out.reserve(areas_.size());
     for (const Rect& a : areas_) out.push_back(Rect{0, a.col1, kLastRow, a.col2});
-    join_areas(out);
+    if (out.size() > 1) join_areas(out);
     return app_->range(book_, sheet_, std::move(out), RangeMode::Columns);
   }
 
@@ -1161,6 +1166,12 @@ class ERange final : public host::Range {
   Variant line_common(bool rows, Get get) {
     Sheet& s = sh();
     auto& lines = rows ? s.rows : s.cols;
+    if (areas_.size() == 1 &&
+        (rows ? areas_[0].row1 == areas_[0].row2 : areas_[0].col1 == areas_[0].col2)) {
+      // One line, as the entire row or column of one cell is.
+      auto it = lines.find(rows ? areas_[0].row1 : areas_[0].col1);
+      return get(it == lines.end() ? nullptr : &it->second);
+    }
     std::optional<Variant> seen;
     for (const Rect& a : areas_) {
       int32_t lo = rows ? a.row1 : a.col1, hi = rows ? a.row2 : a.col2;
