@@ -17,9 +17,16 @@ QZCellType iRange::CellType(const host::RangePtr& vRange) {
   Variant value;
   const bool have_value = step([&] { value = require(cell)->value(); });
   if (have_value && value.is_empty()) return CellEmpty;
+  // The three tests share one argument and one WorksheetFunction: this runs for every cell
+  // of a colouring run.
+  host::WorksheetFunctionPtr functions;
+  step([&] { functions = xl().worksheet_function(); });
+  const Variant argument = cell ? Variant(ObjectPtr(cell)) : Variant();
   auto worksheet_test = [&](bool (host::WorksheetFunction::*test)(const Variant&)) {
-    return value_or(
-        false, [&] { return (*require(xl().worksheet_function()).*test)(Variant(require(cell))); });
+    return value_or(false, [&] {
+      require(cell);
+      return (*require(functions).*test)(argument);
+    });
   };
   if (worksheet_test(&host::WorksheetFunction::is_text)) return CellText;
   if (worksheet_test(&host::WorksheetFunction::is_logical)) return CellBool;
