@@ -186,30 +186,40 @@ void classify_operand(FmlaPiece& piece, StringView text, bool followed_by_paren,
 // buffers of its longer pieces.
 class PieceWriter {
  public:
-  explicit PieceWriter(FmlaPieces& pieces) : pieces_(pieces), size_(pieces.size()) {}
+  /// `text` is the formula the pieces are cut from; the pieces of add_cut lie inside it.
+  PieceWriter(FmlaPieces& pieces, StringView text)
+      : pieces_(pieces), size_(pieces.size()), text_end_(text.data() + text.size()) {}
   ~PieceWriter() { pieces_.resize(used_); }
   PieceWriter(const PieceWriter&) = delete;
   PieceWriter& operator=(const PieceWriter&) = delete;
 
+  /// A piece with any text.
   QZXL_ALWAYS_INLINE FmlaPiece& add(StringView text, int32_t start) {
-    FmlaPiece* p;
-    if (used_ < size_) {
-      p = &pieces_[used_];
-      p->IsOperator = p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText =
-          false;
-    } else {
-      p = &pieces_.emplace_back();
-      ++size_;
-    }
-    ++used_;
+    FmlaPiece& p = next_slot(start);
     // Emptied and refilled, the slot keeps its buffer, and the only test left is whether
     // the buffer is large enough, which almost always holds. Comparing the new length with
     // the slot's old one (a leftover of another formula) would be guessed wrong half the time.
-    String& s = p->ThePiece;
+    p.ThePiece.clear();
+    p.ThePiece.append(text.data(), text.size());
+    return p;
+  }
+  /// A piece whose text is part of the formula.
+  QZXL_ALWAYS_INLINE FmlaPiece& add_cut(StringView text, int32_t start) {
+    FmlaPiece& p = next_slot(start);
+    String& s = p.ThePiece;
     s.clear();
-    s.append(text.data(), text.size());
-    p->StartPos = start;
-    return *p;
+    // Most pieces are a few characters long. Copying a fixed number of characters and then
+    // cutting the string back is a handful of moves, where a copy of the exact length goes
+    // through a general copy routine that first works out which way to copy that length.
+    // The window fits the buffer every string has, and it may reach past the piece into the
+    // rest of the formula, up to its terminating null.
+    if (text.size() <= kWindow && text_end_ - text.data() >= static_cast<ptrdiff_t>(kWindow) - 1) {
+      s.append(text.data(), kWindow);
+      s.erase(text.size());
+    } else {
+      s.append(text.data(), text.size());
+    }
+    return p;
   }
   // An operator piece: one character, written straight into the slot's buffer. A slot's old
   // piece is almost never empty, so the string is simply cut to one character, with no test
@@ -238,9 +248,31 @@ class PieceWriter {
   FmlaPiece& last() { return pieces_[used_ - 1]; }
 
  private:
+  // The characters an empty string holds without allocating (seven UTF-16 units with the
+  // standard library we build with; with a smaller buffer the copy still works, it just
+  // allocates).
+  static constexpr size_t kWindow = 7;
+
+  // The next slot, with its flags cleared and its position set; its text is left to the caller.
+  QZXL_ALWAYS_INLINE FmlaPiece& next_slot(int32_t start) {
+    FmlaPiece* p;
+    if (used_ < size_) {
+      p = &pieces_[used_];
+      p->IsOperator = p->IsFunction = p->IsRange = p->IsObjectKey = p->IsValue = p->IsSimpleText =
+          false;
+    } else {
+      p = &pieces_.emplace_back();
+      ++size_;
+    }
+    ++used_;
+    p->StartPos = start;
+    return *p;
+  }
+
   FmlaPieces& pieces_;
   size_t size_;  // pieces_.size(), kept at hand
   size_t used_ = 0;
+  const char16_t* text_end_;  // where the formula's terminating null is
 };
 
 // Expands the reference `segment` (untrimmed, as it stands in the formula) into its cells
@@ -280,16 +312,17 @@ std::optional<int32_t> replace_range(String& formula, PieceWriter& out, StringVi
 }  // namespace
 
 void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
-  PieceWriter out(pieces);
   const bool may_rewrite = !mode.keep_ranges && mode.mark_ranges;
   // Segments are always cut from the text as it was on entry; only the reported positions
   // follow the rewritten formula. A copy is needed only when the formula may change.
   String entry_copy;
   if (may_rewrite) entry_copy = formula;
   const StringView f = may_rewrite ? StringView(entry_copy) : StringView(formula);
+  // Both texts are strings, so the character after the last is their null.
+  PieceWriter out(pieces, f);
 
   if (f.empty() || f.front() != u'=') {
-    FmlaPiece& whole = out.add(f, 1);
+    FmlaPiece& whole = out.add_cut(f, 1);
     if (parse_number(f))
       whole.IsValue = true;
     else
@@ -316,8 +349,8 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
     if (text.empty()) return;
     FmlaPiece& piece =
         mode.trim
-            ? out.add(text, at + shift + static_cast<int32_t>(text.data() - segment.data()) + 1)
-            : out.add(segment, at + shift + 1);
+            ? out.add_cut(text, at + shift + static_cast<int32_t>(text.data() - segment.data()) + 1)
+            : out.add_cut(segment, at + shift + 1);
     const bool followed_by_paren = next <= length && f[static_cast<size_t>(next - 1)] == u'(';
     classify_operand(piece, text, followed_by_paren, hash_seen, mode.mark_ranges, loc);
     hash_seen = false;
