@@ -285,13 +285,15 @@ class EWorksheetFunction final : public host::WorksheetFunction {
  private:
   // A range argument stands for its first cell's value.
   static Variant value(const Variant& arg) {
-    if (auto r = arg.as<host::Range>()) {
-      std::optional<Variant> first = first_cell_value(*r);
-      Variant v = first ? std::move(*first) : r->cell(1, 1)->value();
-      if (v.is_date()) return Variant(v.date().serial);
-      return v;
+    std::optional<Variant> v;
+    if (arg.is_object() && arg.object()) v = first_cell_value(*arg.object());
+    if (!v) {
+      auto r = arg.as<host::Range>();
+      if (!r) return arg;
+      v = r->cell(1, 1)->value();
     }
-    return arg;
+    if (v->is_date()) return Variant(v->date().serial);
+    return std::move(*v);
   }
 };
 

@@ -550,7 +550,9 @@ Variant Book::value_variant(const Sheet& s, int32_t row, int32_t col) const {
 }
 
 String Book::text(const Sheet& s, int32_t row, int32_t col) const {
-  calc::Value v = value(s, row, col);
+  const Cell* c = s.cells.find(row, col);
+  if (!c) return String();
+  calc::Value v = cell_value(s, *c);
   numfmt::CellValue cv;
   switch (v.kind) {
     case calc::Value::Kind::Empty:
@@ -570,7 +572,7 @@ String Book::text(const Sheet& s, int32_t row, int32_t col) const {
     case calc::Value::Kind::Error:
       return String(calc::error_text(v.error_code()));
   }
-  const uint32_t id = styles.xf(s.style_at(row, col)).numfmt;
+  const uint32_t id = styles.xf(c->style()).numfmt;
   if (general_format(styles, id)) return numfmt::render(cv, u"General", date1904);
   try {
     return numfmt::render(cv, styles.numfmt_code(id), date1904);

@@ -106,8 +106,8 @@ host::DialogPtr make_dialog(const std::shared_ptr<AppState>& app, int32_t id);
 /// separator too, since the library writes folder & "\" & name as the application expects.
 String native_path(const String& path);
 /// `Cells(1, 1).Value` of an engine range, read without making the one-cell range; nothing
-/// for another host's range.
-std::optional<Variant> first_cell_value(const host::Range& range);
+/// for any other object.
+std::optional<Variant> first_cell_value(const Object& object);
 host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& book,
                         const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas,
                         std::optional<std::pair<int32_t, int32_t>> chars = std::nullopt);

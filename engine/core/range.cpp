@@ -381,6 +381,13 @@ class EFont final : public host::Font {
       const Color* color;
     } ctx{b, fonts, change, color};
     for (const Rect& a : t_.areas) {
+      const bool one = a.row1 == a.row2 && a.col1 == a.col2;
+      // Whether the one cell is a rich text, asked before restyling: a cell that restyling
+      // creates is blank.
+      bool one_rich = false;
+      if (one)
+        if (const Cell* cell = s.cells.find(a.row1, a.col1))
+          one_rich = cell->kind() == CellKind::Text && !b.strings.runs(cell->index).empty();
       b.restyle(s, a, [c = &ctx](const Xf& x) {
         Xf y = x;
         if (c->color) {
@@ -405,8 +412,8 @@ class EFont final : public host::Font {
           rich.push_back({r, c});
         return true;
       };
-      if (a.row1 == a.row2 && a.col1 == a.col2) {
-        if (const Cell* cell = s.cells.find(a.row1, a.col1)) note_rich(a.row1, a.col1, *cell);
+      if (one) {
+        if (one_rich) rich.push_back({a.row1, a.col1});
       } else {
         s.cells.for_each(a, note_rich);
       }
@@ -1245,8 +1252,8 @@ host::RangePtr AppState::range(const BookPtr& book, const std::shared_ptr<Sheet>
   return std::make_shared<ERange>(shared_from_this(), book, sheet, std::move(areas), mode);
 }
 
-std::optional<Variant> first_cell_value(const host::Range& range) {
-  auto* r = dynamic_cast<const ERange*>(&range);
+std::optional<Variant> first_cell_value(const Object& object) {
+  auto* r = dynamic_cast<const ERange*>(&object);
   if (!r) return std::nullopt;
   const Rect& a = r->rects()[0];
   return r->book().value_variant(live(r->sheet_ptr()), a.row1, a.col1);
