@@ -156,12 +156,21 @@ TEST(TokenizerCorpus, Invariants) {
   }
   const auto formulas = load_corpus_formulas(dir / "formulas");
   ASSERT_GT(formulas.size(), 15675u);
+  // One array read into again and again, as AutoColor reads cell after cell: each reading
+  // overwrites pieces of other lengths, kinds and modes, and must leave nothing of them.
+  FmlaPieces reused;
   for (const auto& [source, text] : formulas) {
     for (int opts = 0; opts < 4; ++opts) {
       SCOPED_TRACE(source + " " + to_utf8(text) + " mode " + std::to_string(opts));
       String formula = text;
       const FmlaPieces pieces = parse(formula, opts);
       ASSERT_FALSE(pieces.empty());
+      String again = text;
+      if (opts & kR1C1)
+        iFormula().ParseCellFormulaR1C1(again, reused, opts & kTrim, false);
+      else
+        iFormula().ParseCellFormula(again, reused, opts & kTrim, false);
+      ASSERT_EQ(render(reused), render(pieces));
       String laid(text.size(), u' ');
       for (const auto& p : pieces) {
         ASSERT_LE(
