@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <exception>
 #include <fstream>
 #include <mutex>
@@ -702,6 +703,66 @@ int stream_level(int level) {
   return std::clamp(level - 4, 1, 9);
 }
 
+namespace {
+
+// A streamed entry is deflated in segments of a fixed size, each as a continuation of the
+// one before: the 32 KiB preceding it are its dictionary, and it ends on a byte boundary
+// (a sync flush) so that the next one's output simply follows; the last one ends the stream.
+// Segments are cut by position only, so the bytes written depend on the content alone, not
+// on how it was handed over or on which thread deflated which segment.
+constexpr size_t kSegment = size_t{1} << 20;
+constexpr size_t kWindow = size_t{1} << 15;
+
+struct Segment {
+  std::string in;
+  std::string dict;  // the kWindow bytes before `in`
+  std::string out;
+  bool last = false;
+  enum class State : uint8_t { Queued, Taken, Done } state = State::Queued;
+};
+
+class SegmentDeflater {
+ public:
+  explicit SegmentDeflater(int level) {
+    ready_ = deflateInit2(&z_, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) == Z_OK;
+  }
+  ~SegmentDeflater() {
+    if (ready_) deflateEnd(&z_);
+  }
+  SegmentDeflater(const SegmentDeflater&) = delete;
+  SegmentDeflater& operator=(const SegmentDeflater&) = delete;
+
+  // Returns false when zlib reports a fault.
+  bool run(Segment& s) {
+    if (!ready_ || deflateReset(&z_) != Z_OK) return false;
+    if (!s.dict.empty() && deflateSetDictionary(&z_, reinterpret_cast<const Bytef*>(s.dict.data()),
+                                                static_cast<uInt>(s.dict.size())) != Z_OK)
+      return false;
+    z_.next_in = reinterpret_cast<Bytef*>(s.in.data());
+    z_.avail_in = static_cast<uInt>(s.in.size());
+    s.out.resize(deflateBound(&z_, s.in.size()) + 64);
+    size_t made = 0;
+    const int mode = s.last ? Z_FINISH : Z_SYNC_FLUSH;
+    for (;;) {
+      if (made == s.out.size()) s.out.resize(s.out.size() * 2);
+      z_.next_out = reinterpret_cast<Bytef*>(s.out.data() + made);
+      z_.avail_out = static_cast<uInt>(s.out.size() - made);
+      int r = deflate(&z_, mode);
+      made = s.out.size() - z_.avail_out;
+      if (r == Z_STREAM_ERROR) return false;
+      if (s.last ? r == Z_STREAM_END : (z_.avail_in == 0 && z_.avail_out != 0)) break;
+    }
+    s.out.resize(made);
+    return true;
+  }
+
+ private:
+  z_stream z_{};
+  bool ready_ = false;
+};
+
+}  // namespace
+
 void ZipWriter::add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
                            const ZipEntry* like) {
   Central c = begin_entry(name, like);
@@ -710,45 +771,18 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
   flush();
   const uint64_t header_at = c.offset;
   const uint64_t data_at = offset_;
+  const int level = stream_level(level_);
 
-  z_stream z{};
-  if (deflateInit2(&z, stream_level(level_), Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK)
-    fail("out of memory");
-  struct End {
-    z_stream* z;
-    ~End() { deflateEnd(z); }
-  } end{&z};
-  std::string out(1 << 18, '\0');
-  uint32_t crc = 0;
-  auto pump = [&](std::string_view in, int mode) {
-    z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(in.data()));
-    z.avail_in = static_cast<uInt>(in.size());
-    do {
-      z.next_out = reinterpret_cast<Bytef*>(out.data());
-      z.avail_out = static_cast<uInt>(out.size());
-      int r = deflate(&z, mode);
-      if (r == Z_STREAM_ERROR) fail("compression failed");
-      write(out.data(), out.size() - z.avail_out);
-    } while (z.avail_out == 0 || (mode == Z_FINISH && z.avail_in > 0));
-  };
-  auto deflate_piece = [&](std::string_view piece) {
-    crc = libdeflate_crc32(crc, piece.data(), piece.size());
-    pump(piece, Z_NO_FLUSH);
-  };
-
-  // Deflating a large worksheet takes about as long as producing its text, so once the first
-  // piece is full a second thread deflates it while the next one is produced. One piece waits
-  // at most: the producer blocks until the deflater has taken the previous one, which bounds
-  // the memory to two pieces.
-  struct Overlap {
+  // Deflating takes longer than producing a worksheet's text, so a second thread deflates
+  // segments beside the producer, and the producer deflates one itself whenever two are
+  // waiting. Only this thread writes to the file, in segment order.
+  struct Shared {
     std::mutex m;
     std::condition_variable cv;
-    std::string pending;  // the next piece for the deflater
-    bool full = false;    // `pending` holds a piece
+    std::deque<std::unique_ptr<Segment>> segments;  // not yet written, in order
     bool closing = false;
-    std::exception_ptr error;
+    bool fault = false;
     std::thread worker;
-    bool started = false;
     void close() {
       {
         std::lock_guard lock(m);
@@ -757,58 +791,104 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
       cv.notify_all();
       if (worker.joinable()) worker.join();
     }
-    ~Overlap() { close(); }
-  } overlap;
-  auto deflater = [&] {
-    std::string work;
-    for (;;) {
-      {
-        std::unique_lock lock(overlap.m);
-        overlap.cv.wait(lock, [&] { return overlap.full || overlap.closing; });
-        if (!overlap.full) return;
-        work.swap(overlap.pending);
-        overlap.full = false;
+    ~Shared() { close(); }
+  } sh;
+  auto take_queued = [&]() -> Segment* {
+    for (auto& s : sh.segments)
+      if (s->state == Segment::State::Queued) {
+        s->state = Segment::State::Taken;
+        return s.get();
       }
-      overlap.cv.notify_all();
-      // After a failure the remaining pieces are dropped; the producer learns of it at the end.
-      if (!overlap.error) try {
-          deflate_piece(work);
-        } catch (...) {
-          overlap.error = std::current_exception();
-        }
-      work.clear();
+    return nullptr;
+  };
+  auto work = [&] {
+    std::unique_ptr<SegmentDeflater> d;
+    std::unique_lock lock(sh.m);
+    for (;;) {
+      Segment* s = nullptr;
+      sh.cv.wait(lock, [&] { return sh.closing || (s = take_queued()) != nullptr; });
+      if (!s) return;
+      lock.unlock();
+      bool ok = false;
+      try {
+        if (!d) d = std::make_unique<SegmentDeflater>(level);
+        ok = d->run(*s);
+      } catch (const std::bad_alloc&) {
+        // Reported below as a failed compression.
+      }
+      lock.lock();
+      s->state = Segment::State::Done;
+      if (!ok) sh.fault = true;
+      sh.cv.notify_all();
     }
+  };
+  SegmentDeflater own(level);
+  bool threaded = false;
+  // Writes the finished segments at the front; with `all`, waits for every segment, helping.
+  auto drain = [&](bool all) {
+    std::unique_lock lock(sh.m);
+    for (;;) {
+      while (!sh.segments.empty() && sh.segments.front()->state == Segment::State::Done) {
+        std::unique_ptr<Segment> s = std::move(sh.segments.front());
+        sh.segments.pop_front();
+        if (sh.fault) fail("compression failed");
+        lock.unlock();
+        write(s->out.data(), s->out.size());
+        lock.lock();
+      }
+      size_t waiting = sh.segments.size();
+      if (waiting == 0 || (!all && waiting < 2)) return;
+      if (Segment* s = take_queued()) {
+        lock.unlock();
+        bool ok = own.run(*s);
+        lock.lock();
+        s->state = Segment::State::Done;
+        if (!ok) sh.fault = true;
+      } else {
+        sh.cv.wait(lock, [&] { return sh.segments.front()->state == Segment::State::Done; });
+      }
+    }
+  };
+  uint32_t crc = 0;
+  std::string window;  // the last kWindow bytes of the previous segment
+  auto cut = std::make_unique<Segment>();
+  auto dispatch = [&](bool last) {
+    cut->last = last;
+    cut->dict = window;
+    // Segments before the last are full, so the next one's dictionary is this one's tail.
+    if (!last) window.assign(cut->in, cut->in.size() - kWindow, kWindow);
+    {
+      std::lock_guard lock(sh.m);
+      sh.segments.push_back(std::move(cut));
+    }
+    cut = std::make_unique<Segment>();
+    if (!last && !threaded && parallel_) {
+      threaded = true;
+      try {
+        sh.worker = std::thread(work);
+      } catch (const std::system_error&) {
+        // No second thread to be had: this one deflates everything.
+      }
+    }
+    sh.cv.notify_all();
+    drain(last || !sh.worker.joinable());
   };
   EntrySink sink;
-  bool producing = true;
   sink.consume_ = [&](std::string& piece) {
-    if (!overlap.started && producing) {
-      overlap.started = true;
-      try {
-        overlap.worker = std::thread(deflater);
-      } catch (const std::system_error&) {
-        // No thread to be had: deflate on this one.
-      }
+    crc = libdeflate_crc32(crc, piece.data(), piece.size());
+    std::string_view rest = piece;
+    while (!rest.empty()) {
+      if (cut->in.empty()) cut->in.reserve(kSegment);
+      size_t n = std::min(rest.size(), kSegment - cut->in.size());
+      cut->in.append(rest.data(), n);
+      rest.remove_prefix(n);
+      if (cut->in.size() == kSegment) dispatch(false);
     }
-    if (!overlap.worker.joinable()) {
-      deflate_piece(piece);
-      return;
-    }
-    std::unique_lock lock(overlap.m);
-    overlap.cv.wait(lock, [&] { return !overlap.full; });
-    // The deflater's spent buffer comes back in exchange, so pieces reuse two allocations.
-    overlap.pending.swap(piece);
-    overlap.full = true;
-    lock.unlock();
-    overlap.cv.notify_all();
   };
   produce(sink);
-  // A part that fit in one piece is deflated here: a thread would only add its start-up.
-  producing = false;
   sink.flush();
-  overlap.close();
-  if (overlap.error) std::rethrow_exception(overlap.error);
-  pump({}, Z_FINISH);
+  dispatch(true);
+  sh.close();
   c.size = sink.total();
   c.crc32 = crc;
   c.compressed_size = offset_ - data_at;

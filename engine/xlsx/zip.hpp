@@ -128,9 +128,7 @@ class ZipReader {
 bool looks_like_compound_file(std::string_view bytes);
 
 /// Collects a streamed entry's content: callers append to `text` and call `flush_if_full`
-/// now and then; what has been flushed is compressed and written. The compression of a
-/// flushed piece may run while the caller fills the next one, so `text` is handed over (it
-/// comes back empty, possibly as another buffer) rather than read in place.
+/// now and then; what has been flushed is compressed and written.
 class EntrySink {
  public:
   std::string text;
@@ -172,12 +170,16 @@ class ZipWriter {
   void add(std::string_view name, std::string_view content, const ZipEntry* like = nullptr);
 
   /// Adds an entry whose content `produce` writes into a sink piece by piece; it is deflated
-  /// as it comes, so the whole content never needs to be in memory. Once a first piece is
-  /// flushed, deflating runs on a second thread beside `produce`; the pieces reach the
-  /// deflater in the same order and sizes either way, so the bytes written do not depend on
-  /// the timing.
+  /// as it comes, so the whole content never needs to be in memory. Content is deflated in
+  /// 1 MiB segments, each continuing the stream from the one before, on a second thread
+  /// beside `produce` (unless `set_parallel(false)`); segments are cut by position, so the
+  /// bytes written depend on the content only, not on the pieces or the timing.
   void add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
                   const ZipEntry* like = nullptr);
+
+  /// Whether streamed entries may be deflated on a second thread (on by default). The
+  /// output is the same either way.
+  void set_parallel(bool on) { parallel_ = on; }
 
   /// Writes the central directory, flushes the file to disk and renames it over the target.
   void commit();
@@ -201,6 +203,7 @@ class ZipWriter {
   std::unordered_set<std::string> names_;
   void* compressor_ = nullptr;
   bool committed_ = false;
+  bool parallel_ = true;
 };
 
 }  // namespace qz::engine::xlsx
