@@ -65,22 +65,23 @@ inline uint32_t short_mask(const char16_t* p, int32_t n) {
 // The same for the 16 characters from `p` on.
 inline uint32_t block_mask(const char16_t* p) {
 #if defined(__SSE2__)
+  // The characters are first narrowed to bytes with saturation: every character above 0xFF
+  // becomes 0x00 or 0xFF, neither of them special (a plain cut to the low byte would take
+  // U+0128 for "("), so that one test of 16 bytes covers 16 characters.
   // The special characters are 0x22..0x23, 0x26..0x2D, 0x2F, 0x3C..0x3E, 0x5B, 0x5D, 0x5E.
-  auto specials = [](__m128i v) {
-    const __m128i zero = _mm_setzero_si128();
-    auto below = [&](int16_t lo, int16_t count) {  // lo <= v < lo + count, unsigned
-      const __m128i d = _mm_sub_epi16(v, _mm_set1_epi16(lo));
-      return _mm_cmpeq_epi16(_mm_subs_epu16(d, _mm_set1_epi16(static_cast<int16_t>(count - 1))),
-                             zero);
-    };
-    auto equal = [&](int16_t c) { return _mm_cmpeq_epi16(v, _mm_set1_epi16(c)); };
-    return _mm_or_si128(_mm_or_si128(_mm_or_si128(below(0x26, 8), below(0x3C, 3)),
-                                     _mm_or_si128(below(0x5D, 2), below(0x22, 2))),
-                        _mm_or_si128(equal(0x2F), equal(0x5B)));
+  const __m128i v = _mm_packus_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)),
+                                     _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
+  const __m128i zero = _mm_setzero_si128();
+  auto within = [&](char lo, char count) {  // lo <= v < lo + count, unsigned
+    const __m128i d = _mm_sub_epi8(v, _mm_set1_epi8(lo));
+    return _mm_cmpeq_epi8(_mm_subs_epu8(d, _mm_set1_epi8(static_cast<char>(count - 1))), zero);
   };
-  const __m128i lo = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-  const __m128i hi = specials(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 8)));
-  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(lo, hi))) & 0xFFFFu;
+  auto equal = [&](char c) { return _mm_cmpeq_epi8(v, _mm_set1_epi8(c)); };
+  const __m128i specials =
+      _mm_or_si128(_mm_or_si128(_mm_or_si128(within(0x26, 8), within(0x3C, 3)),
+                                _mm_or_si128(within(0x5D, 2), within(0x22, 2))),
+                   _mm_or_si128(equal(0x2F), equal(0x5B)));
+  return static_cast<uint32_t>(_mm_movemask_epi8(specials));
 #else
   uint32_t mask = 0;
   for (int32_t i = 0; i < 16; ++i)
@@ -159,6 +160,23 @@ bool is_number(StringView text, const Locale& loc) {
     if (plain && any_digit) return true;
   }
   return parse_number(text).has_value();
+}
+
+// Whether, with this locale, an operand that begins with an ASCII letter, or with "$" and a
+// letter, never reads as a number: true unless the decimal point or the currency symbol
+// begins with a letter or "$" (a currency of "$" alone is fine: is_number turns down "$"
+// before a letter itself).
+bool names_never_numbers(const Locale& loc) {
+  auto name_start = [](char16_t c) { return c == u'$' || (c < 128 && kAsciiLetter[c]); };
+  return !name_start(loc.decimal) &&
+         (loc.currency.empty() || loc.currency == u"$" || !name_start(loc.currency.front()));
+}
+
+// Whether `text` (not empty) begins like a name or a reference: a letter, or "$" and a letter.
+inline bool begins_as_name(StringView text) {
+  const char16_t c = text[0];
+  return (c < 128 && kAsciiLetter[c]) ||
+         (c == u'$' && text.size() > 1 && text[1] < 128 && kAsciiLetter[text[1]]);
 }
 
 // One operand is classified in a fixed order; the first test that holds decides, so a
@@ -331,6 +349,7 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
   }
 
   const Locale& loc = current_locale();
+  const bool names_plain = names_never_numbers(loc);
   const auto length = static_cast<int32_t>(f.size());
   int32_t shift = 0;       // growth of the formula from the replacements made so far
   bool hash_seen = false;  // a "#" since the last operator
@@ -352,7 +371,17 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
             ? out.add_cut(text, at + shift + static_cast<int32_t>(text.data() - segment.data()) + 1)
             : out.add_cut(segment, at + shift + 1);
     const bool followed_by_paren = next <= length && f[static_cast<size_t>(next - 1)] == u'(';
-    classify_operand(piece, text, followed_by_paren, hash_seen, mode.mark_ranges, loc);
+    if (begins_as_name(text) && names_plain && !hash_seen) {
+      // Most operands are function names and references. Such an operand is neither a text
+      // nor, in this locale, a number, and holds no "#REF!", so of the tests in
+      // classify_operand only the first and the last two can hold; their flags are set
+      // without branching on which.
+      piece.IsFunction = followed_by_paren;
+      piece.IsRange = !followed_by_paren & mode.mark_ranges;
+      piece.IsObjectKey = !followed_by_paren & !mode.mark_ranges;
+    } else {
+      classify_operand(piece, text, followed_by_paren, hash_seen, mode.mark_ranges, loc);
+    }
     hash_seen = false;
     if (may_rewrite && piece.IsRange && text.find(u':') != StringView::npos) {
       const StringView rest = f.substr(static_cast<size_t>(next - 1));
