@@ -86,6 +86,29 @@ TEST_F(Tokenizer, GoldenFile) {
   EXPECT_EQ(actual, expected.str());
 }
 
+// Whether an operand that looks like a name is a number depends on the locale's currency:
+// written with letters, or as "$" with letters after it, the symbol makes numbers of
+// operands that read as names or references elsewhere.
+TEST(TokenizerLocale, ACurrencyOfLettersMakesNumbersOfNames) {
+  const std::vector<std::pair<String, std::string>> cases = {
+      {u"kr",
+       "1 op = | 2 num kr5 | 5 op + | 6 ref A1 | 8 op * | 9 num kr 5 | 13 op - | 14 ref krA"},
+      {u"US$", "1 op = | 2 num US$5 | 6 op + | 7 ref A1 | 9 op - | 10 ref $A$1"},
+      {u"$US", "1 op = | 2 num $US5 | 6 op + | 7 ref $A1 | 10 op + | 11 ref $5"},
+      {u"R", "1 op = | 2 num R5 | 4 op + | 5 ref R1C1"}};
+  const std::vector<std::string> formulas = {"=kr5+A1*kr 5-krA", "=US$5+A1-$A$1", "=$US5+$A1+$5",
+                                             "=R5+R1C1"};
+  for (size_t i = 0; i < cases.size(); ++i) {
+    Locale locale;
+    locale.currency = cases[i].first;
+    const Locale old = set_locale(locale);
+    String text = u16(formulas[i]);
+    const std::string actual = render(parse(text, kTrim));
+    set_locale(old);
+    EXPECT_EQ(actual, cases[i].second) << formulas[i];
+  }
+}
+
 struct CorpusFormula {
   std::string source;  // file and line
   String text;
