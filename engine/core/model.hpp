@@ -364,8 +364,8 @@ class CellStore {
                 const std::function<bool(int32_t row, int32_t col, const Cell&)>& visit) const;
   /// The same walk over the whole store for visitors called once per stored cell (writing a
   /// sheet out): `visit(row, col, cell)` is called directly, without a std::function, and
-  /// sheets of up to kMergeByScan used columns merge their columns by a scan per row instead
-  /// of through a heap. Never stops early.
+  /// narrow or dense sheets merge their columns by a scan per row instead of through a heap.
+  /// Never stops early.
   template <class Visit>
   void for_each_cell(Visit&& visit) const;
   /// Mutable visit (same order); the visitor may change the cell but not add or erase cells.
@@ -402,9 +402,10 @@ class CellStore {
     std::vector<Chunk> chunks;
   };
   static constexpr size_t kChunk = 512;
-  /// Up to this many used columns a row-order walk scans every column's cursor per row; the
-  /// scan costs one comparison per column and row, which beats a heap's reordering per cell
-  /// until rows hold few of the columns.
+  /// Up to this many used columns (or more, when the cells fill most of their rows) a
+  /// row-order walk scans every column's cursor per row; the scan costs one comparison per
+  /// column and row, which beats a heap's reordering per cell until rows hold few of the
+  /// columns.
   static constexpr size_t kMergeByScan = 64;
   static Cell* find_in(Column& c, int32_t row);
   std::vector<Column> cols_;
@@ -426,7 +427,17 @@ void CellStore::for_each_cell(Visit&& visit) const {
       cur.push_back(
           {static_cast<int32_t>(col), &chunks.front(), &chunks.back(), chunks.front().data()});
   }
-  if (cur.size() > kMergeByScan) {
+  // The scan costs a step per cursor and row; beyond kMergeByScan columns it is used only when
+  // rows hold a good share of the columns (a wide block of data), and a heap merges sparse
+  // ones.
+  int32_t first = kLastRow, last = 0;
+  for (const Cursor& c : cur) {
+    first = std::min(first, c.at->row);
+    last = std::max(last, c.last->back().row);
+  }
+  const uint64_t scan_steps =
+      static_cast<uint64_t>(cur.size()) * (cur.empty() ? 0 : last - first + 1);
+  if (cur.size() > kMergeByScan && scan_steps > 4 * static_cast<uint64_t>(size_)) {
     for_each(Rect{0, 0, kLastRow, kLastCol}, [&](int32_t r, int32_t c, const Cell& cell) {
       visit(r, c, cell);
       return true;
