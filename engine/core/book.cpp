@@ -994,11 +994,41 @@ void Book::restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)
   touch(*this, s);
 }
 
+void Book::recolor_cell(Sheet& s, int32_t row, int32_t col, const Color& color) {
+  if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
+  Cell* c = s.cells.find(row, col);
+  const uint32_t old = c ? c->style() : s.style_at(row, col);
+  if (styles.xfs.size() < recolored_xf_count_) recolored_xfs_.clear();
+  uint32_t idx = 0;
+  auto hit = std::find_if(recolored_xfs_.begin(), recolored_xfs_.end(),
+                          [&](const Recolored& r) { return r.from == old && r.color == color; });
+  if (hit != recolored_xfs_.end()) {
+    idx = hit->result;
+  } else {
+    // Made as restyle makes it, provenance included.
+    Xf x = styles.xf(old);
+    x.font = font_with_color(x.font, color);
+    idx = styles.xf_index(x);
+    if (idx == styles.xfs.size() - 1 && idx != old && styles.xfs[idx].derived_from < 0 &&
+        !(styles.xfs[idx] == styles.xf(old)))
+      styles.xfs[idx].derived_from = static_cast<int32_t>(old);
+    if (recolored_xfs_.size() < 64) {
+      recolored_xfs_.push_back({old, color, idx});
+      recolored_xf_count_ = styles.xfs.size();
+    }
+  }
+  if (c)
+    c->set_style(idx);
+  else
+    s.cells.get_or_create(row, col, idx);
+  touch(*this, s);
+}
+
 uint32_t Book::font_with_color(uint32_t font, const Color& color) {
   // A loader that clears the tables starts them over.
   if (styles.fonts.size() < recolored_fonts_) recolored_.clear();
-  for (const RecoloredFont& r : recolored_)
-    if (r.font == font && r.color == color) return r.result;
+  for (const Recolored& r : recolored_)
+    if (r.from == font && r.color == color) return r.result;
   FontRec f = styles.font(font);
   f.color = color;
   const uint32_t result = styles.font_index(f);

@@ -132,6 +132,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// Changes the format of every cell in `area` through `change` (memoised per distinct xf).
   /// Whole rows and columns change their line style rather than creating every cell.
   void restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)>& change);
+  /// Sets the font colour of one cell's format (rich-text runs aside), as `restyle` with that
+  /// change does; the format each format becomes in each colour is remembered, as fonts are.
+  void recolor_cell(Sheet& s, int32_t row, int32_t col, const Color& color);
   /// The index of font `font` with its colour set to `color`, found or added once and then
   /// remembered: colouring cells asks for the same few recoloured fonts over and over, and
   /// the style tables only grow, so a remembered index stays right.
@@ -211,13 +214,16 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   mutable std::vector<size_t> sorted_;
   int32_t eval_depth_ = 0;
   std::optional<std::pair<SheetId, uint32_t>> deferred_;
-  struct RecoloredFont {
-    uint32_t font;
+  // What a font or a format (`from`) becomes in a colour.
+  struct Recolored {
+    uint32_t from;
     Color color;
     uint32_t result;
   };
-  std::vector<RecoloredFont> recolored_;
+  std::vector<Recolored> recolored_;
   size_t recolored_fonts_ = 0;  // the font table's size when `recolored_` was last added to
+  std::vector<Recolored> recolored_xfs_;  // the same for formats: xf, colour -> xf
+  size_t recolored_xf_count_ = 0;
 };
 
 }  // namespace qz::engine

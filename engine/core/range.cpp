@@ -388,23 +388,26 @@ class EFont final : public host::Font {
       if (one)
         if (const Cell* cell = s.cells.find(a.row1, a.col1))
           one_rich = cell->kind() == CellKind::Text && !b.strings.runs(cell->index).empty();
-      b.restyle(s, a, [c = &ctx](const Xf& x) {
-        Xf y = x;
-        if (c->color) {
-          y.font = c->b.font_with_color(x.font, *c->color);
+      if (one && color)
+        b.recolor_cell(s, a.row1, a.col1, *color);
+      else
+        b.restyle(s, a, [c = &ctx](const Xf& x) {
+          Xf y = x;
+          if (c->color) {
+            y.font = c->b.font_with_color(x.font, *c->color);
+            return y;
+          }
+          auto it = std::find_if(c->fonts.begin(), c->fonts.end(),
+                                 [&](const auto& p) { return p.first == x.font; });
+          if (it == c->fonts.end()) {
+            FontRec f = c->b.styles.font(x.font);
+            c->change(f);
+            c->fonts.emplace_back(x.font, c->b.styles.font_index(f));
+            it = c->fonts.end() - 1;
+          }
+          y.font = it->second;
           return y;
-        }
-        auto it = std::find_if(c->fonts.begin(), c->fonts.end(),
-                               [&](const auto& p) { return p.first == x.font; });
-        if (it == c->fonts.end()) {
-          FontRec f = c->b.styles.font(x.font);
-          c->change(f);
-          c->fonts.emplace_back(x.font, c->b.styles.font_index(f));
-          it = c->fonts.end() - 1;
-        }
-        y.font = it->second;
-        return y;
-      });
+        });
       // Rich texts take the change in every run.
       std::vector<CellRef> rich;
       auto note_rich = [&](int32_t r, int32_t c, const Cell& cell) {

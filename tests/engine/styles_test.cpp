@@ -161,6 +161,7 @@ TEST_F(Styles, ColouringCellByCellReusesFormatsAndKeepsWhatElseTheyHave) {
   for (const char* a : {"A1", "A2", "B1"}) r(a)->font()->set_color(Variant(red));
   EXPECT_EQ(st.fonts.size(), fonts + 1);
   EXPECT_EQ(st.xfs.size(), xfs + 1);
+  EXPECT_EQ(st.xfs.back().derived_from, 0);  // a writer copies what the model leaves out
   EXPECT_EQ(sheet().cells.find(0, 0)->style(), sheet().cells.find(1, 0)->style());
   EXPECT_EQ(sheet().cells.find(0, 1)->style(), sheet().cells.find(1, 0)->style());
   EXPECT_EQ(r("A1:B1")->font()->color(), Variant(red));
