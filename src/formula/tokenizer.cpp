@@ -2,6 +2,7 @@
 
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
@@ -231,7 +232,8 @@ class PieceWriter {
     // through a general copy routine that first works out which way to copy that length.
     // The window fits the buffer every string has, and it may reach past the piece into the
     // rest of the formula, up to its terminating null.
-    if (text.size() <= kWindow && text_end_ - text.data() >= static_cast<ptrdiff_t>(kWindow) - 1) {
+    if (text.size() <= kWindow &&
+        text_end_ - text.data() >= static_cast<std::ptrdiff_t>(kWindow) - 1) {
       s.append(text.data(), kWindow);
       s.erase(text.size());
     } else {
