@@ -200,6 +200,11 @@ TEST_F(Calc, WorksheetFunctionTestsCells) {
   EXPECT_TRUE(wf->is_error(Variant(ObjectPtr(r("A3")))));
   EXPECT_FALSE(wf->is_error(Variant(ObjectPtr(r("A5")))));
   EXPECT_TRUE(wf->is_text(V("x")));
+  // A larger range stands for its first cell, of any shape and on any sheet.
+  EXPECT_TRUE(wf->is_text(Variant(ObjectPtr(r("A1:B4")))));
+  EXPECT_TRUE(wf->is_logical(Variant(ObjectPtr(ws->range(V("A2:A4,C1"))))));
+  EXPECT_FALSE(wf->is_text(Variant(ObjectPtr(ws->range(V("4:4"))))));
+  EXPECT_TRUE(wf->is_error(Variant(ObjectPtr(r("A3")->entire_row()))));
 }
 
 }  // namespace

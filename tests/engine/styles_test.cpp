@@ -188,6 +188,20 @@ TEST_F(Styles, ColouringCellByCellReusesFormatsAndKeepsWhatElseTheyHave) {
   EXPECT_EQ(r("C1")->characters(V(2), V(1))->font()->color(), Variant(red));
 }
 
+TEST_F(Styles, FormatIdZeroGivenACodeOfItsOwnIsNotGeneral) {
+  // Reading takes id 0 for General without building its code; a code kept for id 0 wins.
+  r("A1")->set_value(Variant(1.5));
+  r("A2")->set_value(Variant(46340.0));
+  EXPECT_EQ(text("A1"), "1.5");
+  EXPECT_FALSE(r("A2")->value().is_date());
+  book().styles.numfmts[0] = u"0.00";
+  EXPECT_EQ(text("A1"), "1.50");
+  book().styles.numfmts[0] = u"d-mmm-yy";
+  EXPECT_TRUE(r("A2")->value().is_date());
+  EXPECT_EQ(text("A2"), "14-Nov-26");
+  EXPECT_EQ(to_utf8(r("A2")->formula()), "11/14/2026");
+}
+
 TEST_F(Styles, ThemeAndIndexedColoursResolve) {
   Book& b = book();
   Color c;
