@@ -351,7 +351,12 @@ Cell& CellStore::get_or_create(int32_t row, int32_t col, uint32_t style) {
   if (Chunk& last = chunks.back(); row > last.back().row) {
     ++size_;
     if (last.size() < kChunk) return last.emplace_back(fresh);
-    return chunks.emplace_back(Chunk{fresh}).front();
+    // A column that filled a chunk this way is being filled densely: the next chunk gets its
+    // full size at once rather than growing (and copying itself) step by step up to it.
+    Chunk next;
+    next.reserve(kChunk);
+    next.push_back(fresh);
+    return chunks.emplace_back(std::move(next)).front();
   }
   auto it = std::upper_bound(chunks.begin(), chunks.end(), row,
                              [](int32_t r, const Chunk& ch) { return r < ch.front().row; });
