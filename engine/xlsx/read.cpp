@@ -1003,9 +1003,52 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
   CellData d;
   d.row = row;
   d.col = col;
-  // Attributes.
+  // Attributes. The reference, the format index and the type (r="B2" s="1" t="s") come with
+  // nearly every cell, so they are read in place; any other spelling of them ("$B$2", single
+  // quotes, a sign, "inlineStr") and every other attribute go through the general reader.
   bool empty = false;
   for (;;) {
+    while (i < n && blank(t[i])) ++i;
+    if (i < n && t[i] == '>') {
+      ++i;
+      break;
+    }
+    if (n - i > 3 && t[i + 1] == '=' && t[i + 2] == '"') {
+      if (t[i] == 'r') {
+        size_t k = i + 3;
+        int32_t c = 0, r = 0;
+        size_t letters = 0, digits = 0;
+        for (; k < n && letters < 3 && t[k] >= 'A' && t[k] <= 'Z'; ++k, ++letters)
+          c = c * 26 + (t[k] - 'A' + 1);
+        for (; k < n && digits < 7 && t[k] >= '0' && t[k] <= '9'; ++k, ++digits)
+          r = r * 10 + (t[k] - '0');
+        if (letters > 0 && digits > 0 && k < n && t[k] == '"' && c <= calc::kMaxCols &&
+            r == row + 1) {
+          d.col = c - 1;
+          i = k + 1;
+          continue;
+        }
+      } else if (t[i] == 's') {
+        size_t k = i + 3;
+        int64_t v = 0;
+        size_t digits = 0;
+        for (; k < n && digits < 9 && t[k] >= '0' && t[k] <= '9'; ++k, ++digits)
+          v = v * 10 + (t[k] - '0');
+        if (digits > 0 && k < n && t[k] == '"') {
+          d.style = static_cast<uint32_t>(std::min<int64_t>(v, (1 << 27) - 1));
+          i = k + 1;
+          continue;
+        }
+      } else if (t[i] == 't') {
+        size_t k = i + 3;
+        while (k < n && t[k] >= 'a' && t[k] <= 'z') ++k;
+        if (k < n && t[k] == '"') {
+          d.type = t.substr(i + 3, k - i - 3);
+          i = k + 1;
+          continue;
+        }
+      }
+    }
     std::string_view name, value;
     const Attr got = attribute(name, value);
     if (got == Attr::Bad) return false;
@@ -1067,15 +1110,18 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
             ff->more().attrs.emplace_back(widen(name), widen(value));
         }
         if (!closed) {
-          size_t e = t.find('<', i);
-          if (e == std::string_view::npos || !is(e, "</f>")) return false;
+          // One pass finds the end of the text and whether it needs decoding: formulas are
+          // short, and entities or carriage returns in them are rare.
+          size_t e = i;
+          bool decode = false;
+          for (; e < n && t[e] != '<'; ++e)
+            if (t[e] == '&' || t[e] == '\r') decode = true;
+          if (e == n || !is(e, "</f>")) return false;
           std::string_view text = t.substr(i, e - i);
-          if (text.find('&') != std::string_view::npos ||
-              text.find('\r') != std::string_view::npos) {
+          if (decode)
             x.decode(text, ff->text);
-          } else {
-            ff->text = text;
-          }
+          else
+            ff->text.assign(text.data(), text.size());
           i = e + 4;
         }
         d.ff = std::move(ff);
@@ -1096,11 +1142,18 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
   auto fail_cell = [&](const std::string& problem) {
     x.invalid("cell " + cell_text(row, col) + " " + problem);
   };
-  std::string_view type = d.type;
   std::string_view value = d.value;
+  // The t attribute, told apart once: 'S' for "str", 'I' for "inlineStr", the letter itself for
+  // "s", "b", "e" and "d", and 'n' (a number) for anything else.
+  const std::string_view t = d.type;
+  const char type = t.size() == 1 && (t[0] == 's' || t[0] == 'b' || t[0] == 'e' || t[0] == 'd')
+                        ? t[0]
+                    : t == "str"       ? 'S'
+                    : t == "inlineStr" ? 'I'
+                                       : 'n';
   // An empty value is no value (some writers put <v/> in cells they leave blank).
   bool has_v = d.has_v;
-  if (has_v && value.empty() && type != "str" && type != "inlineStr") has_v = false;
+  if (has_v && value.empty() && type != 'S' && type != 'I') has_v = false;
   auto number = [&]() -> double {
     auto v = parse_double(value);
     if (!v) fail_cell("holds '" + std::string(value.substr(0, 40)) + "', which is no number");
@@ -1110,14 +1163,14 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
   if (d.ff) {
     calc::Value cached;
     if (has_v) {
-      if (type == "str")
+      if (type == 'S')
         cached = calc::Value::str(decode_escapes(from_utf8(value)));
-      else if (type == "b")
+      else if (type == 'b')
         cached = calc::Value::boolean(parse_double(value).value_or(0) != 0);
-      else if (type == "e")
+      else if (type == 'e')
         cached =
             calc::Value::error(calc::error_from_text(from_utf8(value)).value_or(cell_error::value));
-      else if (type == "s") {
+      else if (type == 's') {
         auto i = parse_int(value);
         if (i && *i >= 0 && static_cast<size_t>(*i) < book_->strings.size())
           cached = calc::Value::str(String(book_->strings.text(static_cast<uint32_t>(*i))));
@@ -1140,7 +1193,7 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
   c.set_kind(CellKind::Blank);
   c.num = 0;
   if (!is_value) return;
-  if (type == "s") {
+  if (type == 's') {
     auto i = parse_int(value);
     // A reference past the shared strings shows as an empty cell (as other readers show it);
     // the cell keeps its format.
@@ -1148,19 +1201,19 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
       c.set_kind(CellKind::Text);
       c.index = static_cast<uint32_t>(*i);
     }
-  } else if (type == "inlineStr" || type == "str") {
+  } else if (type == 'I' || type == 'S') {
     if (!d.has_is) d.is_text = decode_escapes(from_utf8(value));
     uint32_t idx = book_->strings.append(d.is_text, std::move(d.is_runs));
     state_->inline_strings.insert(idx);
     c.set_kind(CellKind::Text);
     c.index = idx;
-  } else if (type == "b") {
+  } else if (type == 'b') {
     c.set_kind(CellKind::Boolean);
     c.num = number() != 0 ? 1 : 0;
-  } else if (type == "e") {
+  } else if (type == 'e') {
     c.set_kind(CellKind::Error);
     c.num = calc::error_from_text(from_utf8(value)).value_or(cell_error::value);
-  } else if (type == "d") {
+  } else if (type == 'd') {
     auto iso = iso_parts(value);
     if (!iso) fail_cell("holds '" + std::string(value.substr(0, 40)) + "', which is no date");
     c.set_kind(CellKind::Number);

@@ -197,6 +197,35 @@ TEST_F(Workbooks, LoadsFormulasAsWrittenWithTheirCachedValues) {
   EXPECT_EQ(arr.array_ref, (Rect{1, 1, 2, 2}));
 }
 
+// Cells come in many spellings: whatever the writer chose, a cell lands where its reference
+// says and keeps its format, and the common spelling reads the same as the rare ones.
+TEST_F(Workbooks, CellsLandWhereTheirReferenceSaysHoweverItIsSpelled) {
+  auto b = load(book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(R"(<row r="1"><c r="$B$1" s='1'><v>2</v></c><c r="c1" s="+1"><v>3</v></c>)"
+                  R"(<c r="D01"   s="1" ><v>4</v></c><c s="1" r="E1"><v>5</v></c>)"
+                  R"(<c r="F1" s="99999999999"><v>6</v></c><c r="H1"/><c><v>8</v></c>)"
+                  R"(<c r="J1"><f>"x"&amp;"y"</f><v>9</v></c><c r="K1" s="1"><f>1+)"
+                  "\r\n"
+                  R"(2</f><v>3</v></c><c r="XFD1" s="1"><v>1</v></c></row>)"
+                  R"(<row r="1048576"><c r="AB1048576" s="0"><v>7</v></c></row>)")}}));
+  Sheet& s = sheet(*b, 0);
+  for (int32_t col : {1, 2, 3, 4}) {
+    EXPECT_EQ(b->value(s, 0, col), calc::Value::num(col + 1)) << col;
+    ASSERT_NE(s.cells.find(0, col), nullptr) << col;
+    EXPECT_EQ(s.cells.find(0, col)->style(), 1u) << col;
+  }
+  EXPECT_EQ(s.cells.find(0, 5)->style(), (1u << 27) - 1) << "an outsize format index is capped";
+  EXPECT_EQ(s.cells.find(0, 7), nullptr) << "an empty cell without a format carries nothing";
+  EXPECT_EQ(b->value(s, 0, 8), calc::Value::num(8)) << "a cell without r follows the one before";
+  EXPECT_EQ(s.formula(*s.cells.find(0, 9)).file->text, R"("x"&"y")");
+  EXPECT_EQ(s.formula(*s.cells.find(0, 10)).file->text, "1+\n2") << "line ends are normalised";
+  EXPECT_EQ(s.cells.find(0, 10)->style(), 1u);
+  EXPECT_EQ(b->value(s, 0, kLastCol), calc::Value::num(1));
+  EXPECT_EQ(b->value(s, calc::kMaxRows - 1, 27), calc::Value::num(7));
+  EXPECT_EQ(s.cells.size(), 10u);
+}
+
 // Colouring a workbook reads every formula once: reading must not leave a parsed tree on each
 // cell for the life of the workbook, yet what was read still moves with later edits and is
 // written back as read.
