@@ -944,6 +944,15 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
   return d.col;
 }
 
+// Whether `t` holds the literal `lit` at `at`. The length is a constant here, so the compare
+// becomes a word compare: this runs several times for each of a sheet's cells.
+namespace {
+template <size_t N>
+bool starts_with_at(std::string_view t, size_t at, const char (&lit)[N]) {
+  return t.size() - at >= N - 1 && std::memcmp(t.data() + at, lit, N - 1) == 0;
+}
+}  // namespace
+
 // The cells of a sheet are nearly all of one shape: <c r="B2" s="1" t="s"><f>..</f><v>..</v></c>
 // without entities, comments or unusual attributes. This reads that shape straight from the
 // text; anything else is left to the general reader (returns false, having read nothing).
@@ -988,13 +997,7 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
     i = ve + 1;
     return Attr::Read;
   };
-  // Whether the text at `at` begins with `lit` (short literals: compared in place).
-  auto is = [&](size_t at, std::string_view lit) {
-    if (n - at < lit.size()) return false;
-    for (size_t k = 0; k < lit.size(); ++k)
-      if (t[at + k] != lit[k]) return false;
-    return true;
-  };
+  auto is = [&](size_t at, const auto& lit) { return starts_with_at(t, at, lit); };
   while (i < n && blank(t[i])) ++i;
   if (n - i < 4 || t[i] != '<' || t[i + 1] != 'c' ||
       !(blank(t[i + 2]) || t[i + 2] == '>' || t[i + 2] == '/'))
