@@ -912,24 +912,31 @@ void Book::clear_all(Sheet& s, const Rect& area) {
 // ---------------------------------------------------------------------------------------------
 // Styles over areas
 
+uint32_t Book::derived_xf(uint32_t old, const Xf& x) {
+  uint32_t idx = styles.xf_index(x);
+  // A format made from another remembers where it came from.
+  if (idx == styles.xfs.size() - 1 && idx != old && styles.xfs[idx].derived_from < 0 &&
+      !(styles.xfs[idx] == styles.xf(old)))
+    styles.xfs[idx].derived_from = static_cast<int32_t>(old);
+  return idx;
+}
+
+void Book::restyle_one(Sheet& s, int32_t row, int32_t col,
+                       const std::function<uint32_t(uint32_t)>& next) {
+  if (Cell* c = s.cells.find(row, col))
+    c->set_style(next(c->style()));
+  else
+    s.cells.get_or_create(row, col, next(s.style_at(row, col)));
+  touch(*this, s);
+}
+
 void Book::restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)>& change) {
   if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
-  auto restyled = [&](uint32_t old) {
-    Xf x = change(styles.xf(old));
-    uint32_t idx = styles.xf_index(x);
-    if (idx == styles.xfs.size() - 1 && idx != old && styles.xfs[idx].derived_from < 0 &&
-        !(styles.xfs[idx] == styles.xf(old)))
-      styles.xfs[idx].derived_from = static_cast<int32_t>(old);
-    return idx;
-  };
+  auto restyled = [&](uint32_t old) { return derived_xf(old, change(styles.xf(old))); };
   if (area.row1 == area.row2 && area.col1 == area.col2 && !whole_rows(area) &&
       !whole_columns(area)) {
     // One cell, as formatting the cells of a run one at a time does: no memo, no walk.
-    if (Cell* c = s.cells.find(area.row1, area.col1))
-      c->set_style(restyled(c->style()));
-    else
-      s.cells.get_or_create(area.row1, area.col1, restyled(s.style_at(area.row1, area.col1)));
-    touch(*this, s);
+    restyle_one(s, area.row1, area.col1, restyled);
     return;
   }
   std::unordered_map<uint32_t, uint32_t> memo;
@@ -994,49 +1001,42 @@ void Book::restyle(Sheet& s, const Rect& area, const std::function<Xf(const Xf&)
   touch(*this, s);
 }
 
+std::optional<uint32_t> Book::RecolorMemo::find(uint32_t from, const Color& color,
+                                                size_t table_size) {
+  // A loader that clears the tables starts them over.
+  if (table_size < size_) seen_.clear();
+  for (const Entry& e : seen_)
+    if (e.from == from && e.color == color) return e.result;
+  return std::nullopt;
+}
+
+void Book::RecolorMemo::remember(uint32_t from, const Color& color, uint32_t result,
+                                 size_t table_size) {
+  // Few styles meet few colours; past that the search would cost more than it saves.
+  if (seen_.size() >= 64) return;
+  seen_.push_back({from, color, result});
+  size_ = table_size;
+}
+
 void Book::recolor_cell(Sheet& s, int32_t row, int32_t col, const Color& color) {
   if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
-  Cell* c = s.cells.find(row, col);
-  const uint32_t old = c ? c->style() : s.style_at(row, col);
-  if (styles.xfs.size() < recolored_xf_count_) recolored_xfs_.clear();
-  uint32_t idx = 0;
-  auto hit = std::find_if(recolored_xfs_.begin(), recolored_xfs_.end(),
-                          [&](const Recolored& r) { return r.from == old && r.color == color; });
-  if (hit != recolored_xfs_.end()) {
-    idx = hit->result;
-  } else {
+  restyle_one(s, row, col, [&](uint32_t old) {
+    if (auto hit = recolored_xfs_.find(old, color, styles.xfs.size())) return *hit;
     // Made as restyle makes it, provenance included.
     Xf x = styles.xf(old);
     x.font = font_with_color(x.font, color);
-    idx = styles.xf_index(x);
-    if (idx == styles.xfs.size() - 1 && idx != old && styles.xfs[idx].derived_from < 0 &&
-        !(styles.xfs[idx] == styles.xf(old)))
-      styles.xfs[idx].derived_from = static_cast<int32_t>(old);
-    if (recolored_xfs_.size() < 64) {
-      recolored_xfs_.push_back({old, color, idx});
-      recolored_xf_count_ = styles.xfs.size();
-    }
-  }
-  if (c)
-    c->set_style(idx);
-  else
-    s.cells.get_or_create(row, col, idx);
-  touch(*this, s);
+    uint32_t idx = derived_xf(old, x);
+    recolored_xfs_.remember(old, color, idx, styles.xfs.size());
+    return idx;
+  });
 }
 
 uint32_t Book::font_with_color(uint32_t font, const Color& color) {
-  // A loader that clears the tables starts them over.
-  if (styles.fonts.size() < recolored_fonts_) recolored_.clear();
-  for (const Recolored& r : recolored_)
-    if (r.from == font && r.color == color) return r.result;
+  if (auto hit = recolored_fonts_.find(font, color, styles.fonts.size())) return *hit;
   FontRec f = styles.font(font);
   f.color = color;
   const uint32_t result = styles.font_index(f);
-  // Few fonts meet few colours; past that the search would cost more than it saves.
-  if (recolored_.size() < 64) {
-    recolored_.push_back({font, color, result});
-    recolored_fonts_ = styles.fonts.size();
-  }
+  recolored_fonts_.remember(font, color, result, styles.fonts.size());
   return result;
 }
 

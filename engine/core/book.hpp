@@ -214,16 +214,30 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   mutable std::vector<size_t> sorted_;
   int32_t eval_depth_ = 0;
   std::optional<std::pair<SheetId, uint32_t>> deferred_;
-  // What a font or a format (`from`) becomes in a colour.
-  struct Recolored {
-    uint32_t from;
-    Color color;
-    uint32_t result;
+  // What a font or a format (`from`) becomes in a colour, for the few that colouring asks
+  // about over and over. The style tables only grow, so an answer stays right until a
+  // loader starts them over (they shrink), which clears the memo.
+  class RecolorMemo {
+   public:
+    std::optional<uint32_t> find(uint32_t from, const Color& color, size_t table_size);
+    void remember(uint32_t from, const Color& color, uint32_t result, size_t table_size);
+
+   private:
+    struct Entry {
+      uint32_t from;
+      Color color;
+      uint32_t result;
+    };
+    std::vector<Entry> seen_;
+    size_t size_ = 0;  // the table's size when an answer was last remembered
   };
-  std::vector<Recolored> recolored_;
-  size_t recolored_fonts_ = 0;  // the font table's size when `recolored_` was last added to
-  std::vector<Recolored> recolored_xfs_;  // the same for formats: xf, colour -> xf
-  size_t recolored_xf_count_ = 0;
+  RecolorMemo recolored_fonts_;  // font, colour -> font
+  RecolorMemo recolored_xfs_;    // xf, colour -> xf
+  // The xf index of `x`, made from `old`: found or added, a new one noting its origin.
+  uint32_t derived_xf(uint32_t old, const Xf& x);
+  // Sets one cell's format to `next(its format)`, making the cell when needed.
+  void restyle_one(Sheet& s, int32_t row, int32_t col,
+                   const std::function<uint32_t(uint32_t)>& next);
 };
 
 }  // namespace qz::engine
