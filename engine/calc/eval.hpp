@@ -99,11 +99,23 @@ struct FunctionInfo {
   int min_args;
   int max_args;  // -1: up to 255
   FunctionImpl impl;
-  bool is_volatile = false;
   /// Arguments that take one value (bit i for argument i; bit 31 for 31 and on). An array
-  /// there (or a range, in an array formula) makes the function apply element by element.
+  /// there (or a range, in an array formula) makes the function apply element by element,
+  /// so SUMPRODUCT(--ISNUMBER(A1:A9)) and SUM(LEN({"a","bb"})) work.
   uint32_t scalar_args = 0;
+  bool is_volatile = false;
 };
+
+/// Masks for FunctionInfo::scalar_args, named by the arguments (counted from 0) that take
+/// one value each.
+inline constexpr uint32_t whole_args = 0;                      // every argument as given
+inline constexpr uint32_t each_arg = 0xFFFFFFFFu;              // every argument
+inline constexpr uint32_t each_arg_0 = 1u;                     // the lookup value
+inline constexpr uint32_t each_arg_1 = 2u;                     // a criterion after its range
+inline constexpr uint32_t each_arg_0_1 = 3u;                   // the two dates of a span
+inline constexpr uint32_t each_arg_1_2 = 6u;                   // INDEX's row and column
+inline constexpr uint32_t each_odd_arg = 0x2AAAAAAAu;          // criteria of range/criterion pairs
+inline constexpr uint32_t each_even_arg_from_2 = 0x15555554u;  // criteria after a result range
 
 /// Each family adds its functions to the table.
 void add_math_functions(std::vector<FunctionInfo>& table);

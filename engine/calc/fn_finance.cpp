@@ -302,17 +302,28 @@ Operand f_nominal(Args& a) {
 }  // namespace
 
 void add_finance_functions(std::vector<FunctionInfo>& t) {
-  t.insert(
-      t.end(),
-      {
-          {u"CUMIPMT", 6, 6, f_cumipmt}, {u"CUMPRINC", 6, 6, f_cumprinc}, {u"DB", 4, 5, f_db},
-          {u"DDB", 4, 5, f_ddb},         {u"EFFECT", 2, 2, f_effect},     {u"FV", 3, 5, f_fv},
-          {u"IPMT", 4, 6, f_ipmt},       {u"IRR", 1, 2, f_irr},           {u"MIRR", 3, 3, f_mirr},
-          {u"NOMINAL", 2, 2, f_nominal}, {u"NPER", 3, 5, f_nper},         {u"NPV", 2, -1, f_npv},
-          {u"PMT", 3, 5, f_pmt},         {u"PPMT", 4, 6, f_ppmt},         {u"PV", 3, 5, f_pv},
-          {u"RATE", 3, 6, f_rate},       {u"SLN", 3, 3, f_sln},           {u"SYD", 4, 4, f_syd},
-          {u"XIRR", 2, 3, f_xirr},       {u"XNPV", 3, 3, f_xnpv},
-      });
+  t.insert(t.end(), {
+                        {u"CUMIPMT", 6, 6, f_cumipmt},
+                        {u"CUMPRINC", 6, 6, f_cumprinc},
+                        {u"DB", 4, 5, f_db, each_arg},
+                        {u"DDB", 4, 5, f_ddb, each_arg},
+                        {u"EFFECT", 2, 2, f_effect, each_arg},
+                        {u"FV", 3, 5, f_fv, each_arg},
+                        {u"IPMT", 4, 6, f_ipmt, each_arg},
+                        {u"IRR", 1, 2, f_irr},
+                        {u"MIRR", 3, 3, f_mirr},
+                        {u"NOMINAL", 2, 2, f_nominal, each_arg},
+                        {u"NPER", 3, 5, f_nper, each_arg},
+                        {u"NPV", 2, -1, f_npv},
+                        {u"PMT", 3, 5, f_pmt, each_arg},
+                        {u"PPMT", 4, 6, f_ppmt, each_arg},
+                        {u"PV", 3, 5, f_pv, each_arg},
+                        {u"RATE", 3, 6, f_rate, each_arg},
+                        {u"SLN", 3, 3, f_sln, each_arg},
+                        {u"SYD", 4, 4, f_syd, each_arg},
+                        {u"XIRR", 2, 3, f_xirr},
+                        {u"XNPV", 3, 3, f_xnpv},
+                    });
 }
 
 }  // namespace qz::engine::calc

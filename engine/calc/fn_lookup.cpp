@@ -463,22 +463,22 @@ Operand f_transpose(Args& a) {
 
 void add_lookup_functions(std::vector<FunctionInfo>& t) {
   t.insert(t.end(), {
-                        {u"ADDRESS", 2, 5, f_address},
+                        {u"ADDRESS", 2, 5, f_address, each_arg},
                         {u"AREAS", 1, 1, f_areas},
                         {u"COLUMN", 0, 1, f_column},
                         {u"COLUMNS", 1, 1, f_columns},
-                        {u"HLOOKUP", 3, 4, f_hlookup},
-                        {u"INDEX", 2, 4, f_index},
-                        {u"INDIRECT", 1, 2, f_indirect, true},
+                        {u"HLOOKUP", 3, 4, f_hlookup, each_arg_0},
+                        {u"INDEX", 2, 4, f_index, each_arg_1_2},
+                        {u"INDIRECT", 1, 2, f_indirect, whole_args, true},
                         {u"LOOKUP", 2, 3, f_lookup},
-                        {u"MATCH", 2, 3, f_match},
-                        {u"OFFSET", 3, 5, f_offset, true},
+                        {u"MATCH", 2, 3, f_match, each_arg_0},
+                        {u"OFFSET", 3, 5, f_offset, whole_args, true},
                         {u"ROW", 0, 1, f_row},
                         {u"ROWS", 1, 1, f_rows},
                         {u"TRANSPOSE", 1, 1, f_transpose},
-                        {u"VLOOKUP", 3, 4, f_vlookup},
-                        {u"XLOOKUP", 3, 6, f_xlookup},
-                        {u"XMATCH", 2, 4, f_xmatch},
+                        {u"VLOOKUP", 3, 4, f_vlookup, each_arg_0},
+                        {u"XLOOKUP", 3, 6, f_xlookup, each_arg_0},
+                        {u"XMATCH", 2, 4, f_xmatch, each_arg_0},
                     });
 }
 
