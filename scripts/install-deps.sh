@@ -2,7 +2,8 @@
 # Installs the Debian packages the project needs; installs nothing that is already there.
 #   scripts/install-deps.sh          what building and running the tool needs
 #   scripts/install-deps.sh --test   also what the whole test suite needs (readers to check
-#                                    our files with, and the Windows cross-build under Wine)
+#                                    our files with, the Windows cross-build under Wine, and
+#                                    clang with libFuzzer for the fuzz targets)
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config
@@ -10,7 +11,8 @@ packages=(build-essential cmake ninja-build pkg-config
 if [ "${1:-}" = "--test" ]; then
   packages+=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format
              python3-openpyxl libreoffice-calc-nogui
-             wine wine64 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools)
+             wine wine64 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools
+             clang libclang-rt-14-dev llvm)
 fi
 
 missing=()
