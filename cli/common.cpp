@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "engine/xlsx/xlsx.hpp"
 #include "qzxl/convert.hpp"
 #include "vblib/vblib.hpp"

@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "engine/core/objects.hpp"
+#include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
 

@@ -2,8 +2,8 @@
 #include <algorithm>
 #include <mutex>
 
-#include "engine/core/interaction.hpp"
-#include "engine/core/objects.hpp"
+#include "engine/host/interaction.hpp"
+#include "engine/host/objects.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine {
@@ -180,7 +180,7 @@ Resolved resolve(AppState& app, const BookPtr& book, const std::shared_ptr<Sheet
       SheetId scope = s ? s->id : calc::kNoSheet;
       const DefinedName* n = nullptr;
       if (!q.sheet.empty()) {
-        if (auto i = b->find_name(nm, scope)) n = &b->names[*i];
+        if (auto i = b->find_name(nm, scope)) n = &b->names()[*i];
       } else {
         n = b->resolve_name(nm, scope);
       }
@@ -402,9 +402,7 @@ class EApplication final : public host::Application {
     application_on_repeat(*app_, text, procedure);
   }
   String on_entry() override { return interaction(*app_).on_entry; }
-  void set_on_entry(const String& procedure) override {
-    interaction(*app_).on_entry = procedure;
-  }
+  void set_on_entry(const String& procedure) override { interaction(*app_).on_entry = procedure; }
   void on_time(const Variant& earliest, const String& procedure, const Variant& latest,
                const Variant& schedule) override {
     application_on_time(*app_, earliest, procedure, latest, schedule);

@@ -4,7 +4,7 @@
 // to a control is the control, so two lookups of one control give the same object.
 #include <algorithm>
 
-#include "engine/core/interaction.hpp"
+#include "engine/host/interaction.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine::detail {

@@ -13,7 +13,7 @@
 #include <memory>
 #include <vector>
 
-#include "engine/core/book.hpp"
+#include "engine/model/book.hpp"
 #include "host/host.hpp"
 
 namespace qz::engine {

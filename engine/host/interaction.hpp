@@ -11,8 +11,8 @@
 #include <span>
 #include <vector>
 
-#include "engine/core/objects.hpp"
-#include "engine/core/user.hpp"
+#include "engine/host/objects.hpp"
+#include "engine/host/user.hpp"
 
 namespace qz::engine::detail {
 

@@ -8,8 +8,8 @@
 #include <optional>
 #include <vector>
 
-#include "engine/core/address.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
+#include "engine/model/address.hpp"
 
 namespace qz::engine::detail {
 
@@ -90,8 +90,8 @@ String reference_text(const Sheet& sheet, const std::vector<Rect>& areas);
 
 host::NamesPtr make_names(const std::shared_ptr<AppState>& app, const BookPtr& book,
                           std::optional<SheetId> scope);
-host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& book,
-                        const DefinedName& name);
+/// The Name of the book's name at `index` (`Book::names`).
+host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& book, size_t index);
 host::HyperlinksPtr make_hyperlinks(const std::shared_ptr<AppState>& app, const BookPtr& book,
                                     const std::shared_ptr<Sheet>& sheet,
                                     std::optional<std::vector<Rect>> within);

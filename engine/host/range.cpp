@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "engine/core/objects.hpp"
+#include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
 
@@ -1053,9 +1053,8 @@ class ERange final : public host::Range {
   host::NamePtr name() override {
     Sheet& s = sh();
     for (size_t i : book_->sorted_names()) {
-      const DefinedName& n = book_->names[i];
-      auto r = name_areas(book_, n);
-      if (r && r->sheet.get() == &s && r->areas == areas_) return make_name(app_, book_, n);
+      auto r = name_areas(book_, book_->names()[i]);
+      if (r && r->sheet.get() == &s && r->areas == areas_) return make_name(app_, book_, i);
     }
     return nullptr;
   }

@@ -4,7 +4,7 @@
 #include <chrono>
 #include <ctime>
 
-#include "engine/core/interaction.hpp"
+#include "engine/host/interaction.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine::detail {

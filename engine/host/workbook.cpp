@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "engine/core/objects.hpp"
+#include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
 
@@ -171,17 +171,11 @@ class EName final : public host::Name {
 
   String name() override { return book_->qualified_name(rec()); }
   void set_name(const String& name) override {
-    DefinedName& n = rec();
+    const size_t index = index_of();
     String text = name;
     if (size_t bang = text.rfind(u'!'); bang != String::npos) text = text.substr(bang + 1);
-    Book::check_name_text(text);
-    if (auto other = book_->find_name(text, scope_); other && &book_->names[*other] != &n)
-      fail("the name \"" + to_utf8(text) + "\" already exists");
-    n.name = text;
+    book_->rename_name(index, text);
     name_ = text;
-    book_->changed.workbook = true;
-    book_->saved = false;
-    book_->invalidate_graph();
   }
   int32_t index() override {
     auto order = book_->sorted_names();
@@ -191,20 +185,16 @@ class EName final : public host::Name {
     return 0;
   }
   bool visible() override { return !rec().hidden; }
-  void set_visible(bool visible) override {
-    rec().hidden = !visible;
-    book_->changed.workbook = true;
-    book_->saved = false;
-  }
+  void set_visible(bool visible) override { book_->set_name_hidden(index_of(), !visible); }
   String refers_to() override { return u"=" + rec().formula; }
   void set_refers_to(const Variant& refers_to) override {
-    DefinedName& n = rec();
+    const DefinedName& n = rec();
     String text = refers_text(refers_to);
     book_->define_name(n.name, scope_, text, n.hidden);
     book_->commit();
   }
   String refers_to_r1c1() override {
-    DefinedName& n = rec();
+    const DefinedName& n = rec();
     if (!n.parsed) return u"=" + n.formula;
     return u"=" + calc::render(*n.parsed, calc::Notation::R1C1, {}, scope_, *book_);
   }
@@ -245,7 +235,7 @@ class EName final : public host::Name {
   size_t index_of() {
     // Where the name was last found is checked first: walking every name for each member
     // read would make reading all names of a large workbook quadratic.
-    const auto& names = book_->names;
+    const NameTable& names = book_->names();
     if (hint_ < names.size() && names[hint_].scope == scope_ &&
         equals_text(names[hint_].name, name_))
       return hint_;
@@ -254,7 +244,7 @@ class EName final : public host::Name {
     hint_ = *i;
     return *i;
   }
-  DefinedName& rec() { return book_->names[index_of()]; }
+  const DefinedName& rec() { return book_->names()[index_of()]; }
   std::shared_ptr<AppState> app_;
   BookPtr book_;
   String name_;
@@ -275,7 +265,7 @@ class ENames final : public host::Names {
       auto order = book_->sorted_names(scope_);
       if (i < 1 || i > static_cast<int32_t>(order.size()))
         fail("Names(" + std::to_string(i) + "): there is no such name");
-      return make_name(app_, book_, book_->names[order[static_cast<size_t>(i - 1)]]);
+      return make_name(app_, book_, order[static_cast<size_t>(i - 1)]);
     }
     const String& text = index.str();
     QualifiedText q;
@@ -288,15 +278,14 @@ class ENames final : public host::Names {
     if (!q.sheet.empty()) {
       Sheet* s = book_->sheet_by_name(q.sheet);
       if (s && (!scope_ || *scope_ == s->id))
-        if (auto i = book_->find_name(bare, s->id)) return make_name(app_, book_, book_->names[*i]);
+        if (auto i = book_->find_name(bare, s->id)) return make_name(app_, book_, *i);
     } else if (scope_) {
-      if (auto i = book_->find_name(bare, *scope_)) return make_name(app_, book_, book_->names[*i]);
+      if (auto i = book_->find_name(bare, *scope_)) return make_name(app_, book_, *i);
     } else {
       // The workbook-level name first, then sheet-level names of that text in enumeration order.
-      if (auto i = book_->find_name(bare, calc::kNoSheet))
-        return make_name(app_, book_, book_->names[*i]);
+      if (auto i = book_->find_name(bare, calc::kNoSheet)) return make_name(app_, book_, *i);
       for (size_t i : book_->sorted_names())
-        if (equals_text(book_->names[i].name, bare)) return make_name(app_, book_, book_->names[i]);
+        if (equals_text(book_->names()[i].name, bare)) return make_name(app_, book_, i);
     }
     fail("Names(\"" + to_utf8(text) + "\"): there is no such name");
   }
@@ -326,7 +315,7 @@ class ENames final : public host::Names {
     bool hidden = !args.visible.is_missing() && !to_bool(args.visible);
     size_t i = book_->define_name(bare, scope, refers, hidden);
     book_->commit();
-    return make_name(app_, book_, book_->names[i]);
+    return make_name(app_, book_, i);
   }
 
  private:
@@ -909,13 +898,9 @@ host::NamesPtr make_names(const std::shared_ptr<AppState>& app, const BookPtr& b
   return std::make_shared<ENames>(app, book, scope);
 }
 
-host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& book,
-                        const DefinedName& name) {
-  const DefinedName* first = book->names.data();
-  const bool inside =
-      std::less_equal<>()(first, &name) && std::less<>()(&name, first + book->names.size());
-  return std::make_shared<EName>(app, book, name.name, name.scope,
-                                 inside ? static_cast<size_t>(&name - first) : SIZE_MAX);
+host::NamePtr make_name(const std::shared_ptr<AppState>& app, const BookPtr& book, size_t index) {
+  const DefinedName& name = book->names()[index];
+  return std::make_shared<EName>(app, book, name.name, name.scope, index);
 }
 
 host::HyperlinksPtr make_hyperlinks(const std::shared_ptr<AppState>& app, const BookPtr& book,

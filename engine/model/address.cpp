@@ -1,4 +1,4 @@
-#include "engine/core/address.hpp"
+#include "engine/model/address.hpp"
 
 #include <algorithm>
 

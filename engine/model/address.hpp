@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "engine/core/model.hpp"
+#include "engine/model/cells.hpp"
 
 namespace qz::engine {
 

@@ -1,17 +1,63 @@
 // A workbook and what a user does to it: entries, values, formats, names, recalculation and
-// structural changes. The host objects (host_objects.cpp) are thin views over these
-// operations; a file layer fills a Book through the loading members and the model's data.
+// structural changes. The host objects (engine/host/) are thin views over these operations; a
+// file layer fills a Book through the loading members and the model's data.
+//
+// Shape of the model, which stays close to the way the workbook file format keeps a workbook,
+// so that a file layer can fill it from a package and write it back without losing anything:
+//  - Book: sheets in tab order, the style tables (styles.hpp), the shared-string pool
+//    (strings.hpp), defined names (names.hpp), custom document properties, windows, the colour
+//    palette and theme, the 1904 flag.
+//  - Sheet (sheet.hpp): a worksheet or a chart sheet. A worksheet has a sparse cell store
+//    (cells.hpp), row and column properties, hyperlinks, chart objects (by name), merged areas
+//    and its selection.
+//  - Change tracking (Changes, BookChanges) says which parts of a workbook differ from what was
+//    loaded, so a saver rewrites only those.
+//  - Formula cells loaded from a file keep the text and attributes they were read with
+//    (FileFormula) until they change; parsing is lazy.
+//  - `file_state` slots on Book and Sheet hold whatever a file layer keeps between load and save.
+//
+// The members are implemented by topic: book.cpp (identity, sheets, loading), values.cpp
+// (reading and writing cells), styles.cpp (formats and colours), names.cpp, recalc.cpp
+// (calculation) and structure.cpp (rows, columns and sheets inserted, deleted, renamed; copies).
 #pragma once
 
+#include <array>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
-#include "engine/core/model.hpp"
+#include "engine/model/cells.hpp"
+#include "engine/model/names.hpp"
+#include "engine/model/sheet.hpp"
+#include "engine/model/strings.hpp"
+#include "engine/model/styles.hpp"
 
 namespace qz::engine {
+
+/// A custom document property. `type` is the automation type (1 number, 2 Boolean, 3 date,
+/// 4 text, 5 float).
+struct CustomProperty {
+  String name;
+  int32_t type = 4;
+  Variant value;
+  /// The file's value element name (vt:lpwstr, vt:i4, vt:filetime, ...), for writing back.
+  String file_type;
+};
+
+struct WindowRec {
+  bool visible = true;
+  /// Attributes of the workbook view the model does not describe.
+  std::vector<std::pair<String, String>> attrs;
+};
+
+/// The workbook's changes besides its sheets'.
+struct BookChanges {
+  bool workbook = false;  ///< sheets added/removed/renamed/reordered, names, windows, 1904
+  bool props = false;     ///< custom document properties
+  // Styles and shared strings carry their own `changed` flags.
+};
 
 class Book;
 using BookPtr = std::shared_ptr<Book>;
@@ -35,7 +81,6 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   int32_t active_sheet = 0;                    ///< index into `sheets`
   StyleTable styles;
   StringPool strings;
-  std::vector<DefinedName> names;  ///< in no particular order; see `sorted_names`
   std::vector<CustomProperty> props;
   std::vector<WindowRec> windows{WindowRec{}};
   std::array<int32_t, 56> palette;
@@ -70,6 +115,8 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<SheetId> sheets_between(SheetId first, SheetId last) const override;
 
   // --- names ---------------------------------------------------------------------------------
+  /// The defined names, in the order they were added; changed only through the members below.
+  const NameTable& names() const { return names_; }
   /// Index of the name of that text at exactly that scope.
   std::optional<size_t> find_name(StringView text, SheetId scope) const;
   /// The name as a formula sees it from `from`: sheet-level first, then workbook-level.
@@ -81,6 +128,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<size_t> sorted_names(std::optional<SheetId> scope = std::nullopt) const;
   /// Adds or redefines a name; `formula` is A1 text without "=". Raises for invalid names.
   size_t define_name(StringView text, SheetId scope, StringView formula, bool hidden);
+  /// Renames the name at `index`; raises for an invalid text or one its scope already has.
+  void rename_name(size_t index, StringView text);
+  void set_name_hidden(size_t index, bool hidden);
   void delete_name(size_t index);
   /// "Sheet1!Total" for sheet-level names, "Total" otherwise.
   String qualified_name(const DefinedName& n) const;
@@ -182,12 +232,15 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void name_changed(StringView text);
   /// Adds a name as a file defines it (no recalculation; `formula` is parsed if it can be).
   void load_name(DefinedName name);
-  /// Call after changing `names` directly (the enumeration order is kept between calls).
-  void names_changed() { ++names_gen_; }
   void note_cell_change(Sheet& s, int32_t row, int32_t col);
 
  private:
   friend class CalcContext;
+  // A new formula, a changed cell or a new format makes a workbook unsaved.
+  void touch(Sheet& s) {
+    s.changed.cells = true;
+    saved = false;
+  }
   Cell& writable_cell(Sheet& s, int32_t row, int32_t col);
   void drop_formula(Sheet& s, Cell& c);
   void rebuild_graph();
@@ -200,6 +253,7 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void recalc_everything();
   String constant_formula(const Sheet& s, const Cell& c, int32_t row, int32_t col) const;
 
+  NameTable names_;
   SheetId next_sheet_id_ = 0;
   calc::DependencyGraph graph_;
   bool graph_valid_ = false;
@@ -209,9 +263,6 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   // Formula slots by the (upper-case) names they use, so a name's change reaches its users.
   std::unordered_map<String, std::vector<std::pair<SheetId, uint32_t>>> name_users_;
   uint64_t evaluations_ = 0;
-  uint64_t names_gen_ = 0;
-  mutable uint64_t sorted_gen_ = UINT64_MAX;
-  mutable std::vector<size_t> sorted_;
   int32_t eval_depth_ = 0;
   std::optional<std::pair<SheetId, uint32_t>> deferred_;
   // What a font or a format (`from`) becomes in a colour, for the few that colouring asks

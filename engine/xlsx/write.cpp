@@ -1423,7 +1423,7 @@ void Saver::write_workbook() {
   // Defined names: rebuilt when they differ from the part's.
   {
     std::string xml;
-    for (const DefinedName& d : book_.names) {
+    for (const DefinedName& d : book_.names()) {
       xml += "<definedName name=\"";
       append_escaped(xml, to_utf8(d.name), true);
       xml += "\"";

@@ -2,7 +2,7 @@
 // any script client rely on when they reach the application's objects by name.
 #include <gtest/gtest.h>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "host/dispatch.hpp"
 #include "host/host.hpp"
 #include "qzxl/convert.hpp"
