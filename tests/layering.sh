@@ -3,6 +3,9 @@
 #   qzxl (public vocabulary) < host < vblib < frame < range < formula < menu < undo
 #   < autocolor < workbook < chart < control < frame/factory (the top)
 # The engine stands beside the library: it may use only the vocabulary and the host model.
+# Inside it, lowest first: numfmt < calc < model < host < xlsx. The model knows nothing of the
+# host model (host/); of the file layer, only register.cpp, which plugs the format into the
+# host objects, includes the engine's host/.
 set -u
 cd "$(dirname "$0")/.."
 
@@ -25,6 +28,31 @@ rank_of_file() {
   esac
 }
 
+# The engine's own parts, lowest first; 0 for what is not in one.
+engine_part() {
+  case "$1" in
+    engine/numfmt/*) echo 1 ;; engine/calc/*) echo 2 ;; engine/model/*) echo 3 ;;
+    engine/host/*) echo 4 ;; engine/xlsx/*) echo 5 ;; *) echo 0 ;;
+  esac
+}
+
+check_engine() {
+  local file=$1 inc=$2 fpart ipart
+  fpart=$(engine_part "$file")
+  ipart=$(engine_part "$inc")
+  [ "$fpart" -eq 0 ] && return
+  if [ "$ipart" -gt "$fpart" ]; then
+    echo "$file includes $inc, a part of the engine above its own"; bad=1
+  elif [ "$ipart" -eq 4 ] && [ "$fpart" -eq 5 ] && [ "$file" != engine/xlsx/register.cpp ]; then
+    echo "$file includes $inc (of the file layer, only register.cpp sees the host objects)"; bad=1
+  elif [ "$(rank_of_include "$inc")" -eq 1 ] && [ "$fpart" -lt 4 ]; then
+    echo "$file includes $inc (numfmt, calc and the model know nothing of the host model)"; bad=1
+  elif [ "$(rank_of_include "$inc")" -eq 1 ] && [ "$fpart" -eq 5 ] &&
+    [ "$file" != engine/xlsx/register.cpp ]; then
+    echo "$file includes $inc (of the file layer, only register.cpp sees the host model)"; bad=1
+  fi
+}
+
 bad=0
 while IFS= read -r file; do
   frank=$(rank_of_file "$file")
@@ -37,6 +65,7 @@ while IFS= read -r file; do
       if [ "$irank" -ne 50 ] && [ "$irank" -gt 1 ]; then
         echo "$file includes $inc (the engine may use only qzxl/ and host/)"; bad=1
       fi
+      check_engine "$file" "$inc"
     elif [ "$irank" -gt "$frank" ]; then
       echo "$file includes $inc, a layer above its own"; bad=1
     fi
