@@ -50,6 +50,11 @@ void not_found(const std::string& what) {
   throw Error(err::subscript, "Subscript out of range: " + what);
 }
 
+Sheet& live(const std::shared_ptr<Sheet>& sheet) {
+  if (!sheet || sheet->deleted()) fail("the sheet has been deleted");
+  return *sheet;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Application state
 

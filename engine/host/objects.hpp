@@ -17,6 +17,8 @@ enum class RangeMode : uint8_t { Cells, Rows, Columns };
 
 [[noreturn]] void fail(const std::string& message);
 [[noreturn]] void not_found(const std::string& what);
+/// The sheet a host object shows; raises once the sheet has been deleted.
+Sheet& live(const std::shared_ptr<Sheet>& sheet);
 
 struct Interaction;  // command bars, undo of an entry, macros (interaction.hpp)
 
@@ -111,5 +113,12 @@ std::optional<Variant> first_cell_value(const Object& object);
 host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& book,
                         const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas,
                         std::optional<std::pair<int32_t, int32_t>> chars = std::nullopt);
+host::InteriorPtr make_interior(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                                const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas);
+/// `Characters(start, length)` of the cell at `at`: `start` counts from 0, `length` -1 means to
+/// the end of the text.
+host::CharactersPtr make_characters(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                                    const std::shared_ptr<Sheet>& sheet, CellRef at, int32_t start,
+                                    int32_t length);
 
 }  // namespace qz::engine::detail
