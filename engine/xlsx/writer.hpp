@@ -3,10 +3,11 @@
 // was compressed, and each changed part is patched — its tree edited where the model differs,
 // its cell data regenerated — so what the engine does not model stays as the file had it.
 //
-// A save (write.cpp) runs the writers in this order: shared strings and the workbook part
-// (write_workbook.cpp; strings first, since sheets refer to their indices), the sheets
-// (write_sheet.cpp), the styles (write_styles.cpp) and the custom document properties
-// (write_props.cpp). Each edits the package only through the PackageWriter.
+// A save (write.cpp) runs the writers in this order: the shared strings (first, since sheets
+// refer to their indices) and the sheets (write_sheet.cpp), the workbook part
+// (write_workbook.cpp, which writes the shared strings too), the styles (write_styles.cpp) and
+// the custom document properties (write_props.cpp). Each edits the package only through the
+// PackageWriter.
 #pragma once
 
 #include <filesystem>
