@@ -13,33 +13,33 @@ class DApplication final : public Adapter<Application> {
   ObjectPtr active_sheet() override { return as_host<Object>(late_get(u"ActiveSheet")); }
   RangePtr active_cell() override { return as_host<Range>(late_get(u"ActiveCell")); }
   ObjectPtr selection() override { return as_host<Object>(late_get(u"Selection")); }
-  RangePtr range(const Variant& cell1, const Variant& cell2) override { return as_host<Range>(late_call(u"Range", arg(cell1), arg(cell2))); }
-  RangePtr union_(const RangePtr& a, const RangePtr& b) override { return as_host<Range>(late_call(u"Union", arg(a), arg(b))); }
-  RangePtr intersect(const RangePtr& a, const RangePtr& b) override { return as_host<Range>(late_call(u"Intersect", arg(a), arg(b))); }
+  RangePtr range(const Variant& cell1, const Variant& cell2) override { return as_host<Range>(late_call(u"Range", to_arg(cell1), to_arg(cell2))); }
+  RangePtr union_(const RangePtr& a, const RangePtr& b) override { return as_host<Range>(late_call(u"Union", to_arg(a), to_arg(b))); }
+  RangePtr intersect(const RangePtr& a, const RangePtr& b) override { return as_host<Range>(late_call(u"Intersect", to_arg(a), to_arg(b))); }
   int32_t calculation() override { return to_long(late_get(u"Calculation")); }
-  void set_calculation(int32_t mode) override { late_put(u"Calculation", arg(mode)); }
+  void set_calculation(int32_t mode) override { late_put(u"Calculation", to_arg(mode)); }
   bool calculate_before_save() override { return to_bool(late_get(u"CalculateBeforeSave")); }
-  void set_calculate_before_save(bool on) override { late_put(u"CalculateBeforeSave", arg(on)); }
+  void set_calculate_before_save(bool on) override { late_put(u"CalculateBeforeSave", to_arg(on)); }
   bool display_alerts() override { return to_bool(late_get(u"DisplayAlerts")); }
-  void set_display_alerts(bool on) override { late_put(u"DisplayAlerts", arg(on)); }
+  void set_display_alerts(bool on) override { late_put(u"DisplayAlerts", to_arg(on)); }
   bool screen_updating() override { return to_bool(late_get(u"ScreenUpdating")); }
-  void set_screen_updating(bool on) override { late_put(u"ScreenUpdating", arg(on)); }
+  void set_screen_updating(bool on) override { late_put(u"ScreenUpdating", to_arg(on)); }
   void calculate() override { late_call(u"Calculate"); }
-  void volatile_(bool is_volatile) override { late_call(u"Volatile", arg(is_volatile)); }
+  void volatile_(bool is_volatile) override { late_call(u"Volatile", to_arg(is_volatile)); }
   WorksheetFunctionPtr worksheet_function() override { return as_host<WorksheetFunction>(late_get(u"WorksheetFunction")); }
   void undo() override { late_call(u"Undo"); }
-  void on_undo(const String& text, const String& procedure) override { late_call(u"OnUndo", arg(text), arg(procedure)); }
-  void on_repeat(const String& text, const String& procedure) override { late_call(u"OnRepeat", arg(text), arg(procedure)); }
+  void on_undo(const String& text, const String& procedure) override { late_call(u"OnUndo", to_arg(text), to_arg(procedure)); }
+  void on_repeat(const String& text, const String& procedure) override { late_call(u"OnRepeat", to_arg(text), to_arg(procedure)); }
   String on_entry() override { return to_string(late_get(u"OnEntry")); }
-  void set_on_entry(const String& procedure) override { late_put(u"OnEntry", arg(procedure)); }
-  void on_time(const Variant& earliest_time, const String& procedure, const Variant& latest_time, const Variant& schedule) override { late_call(u"OnTime", arg(earliest_time), arg(procedure), arg(latest_time), arg(schedule)); }
-  Variant run(const String& macro, std::span<Variant> args) override { return late_all(u"Run", {arg(macro)}, args); }
-  void send_keys(const String& keys, bool wait) override { late_call(u"SendKeys", arg(keys), arg(wait)); }
-  DialogPtr dialogs(int32_t id) override { return as_host<Dialog>(late_call(u"Dialogs", arg(id))); }
+  void set_on_entry(const String& procedure) override { late_put(u"OnEntry", to_arg(procedure)); }
+  void on_time(const Variant& earliest_time, const String& procedure, const Variant& latest_time, const Variant& schedule) override { late_call(u"OnTime", to_arg(earliest_time), to_arg(procedure), to_arg(latest_time), to_arg(schedule)); }
+  Variant run(const String& macro, std::span<Variant> args) override { return late_all(u"Run", {to_arg(macro)}, args); }
+  void send_keys(const String& keys, bool wait) override { late_call(u"SendKeys", to_arg(keys), to_arg(wait)); }
+  DialogPtr dialogs(int32_t id) override { return as_host<Dialog>(late_call(u"Dialogs", to_arg(id))); }
   CommandBarsPtr command_bars() override { return as_host<CommandBars>(late_get(u"CommandBars")); }
   AddInsPtr add_ins() override { return as_host<AddIns>(late_get(u"AddIns")); }
   String alt_startup_path() override { return to_string(late_get(u"AltStartupPath")); }
-  void set_alt_startup_path(const String& path) override { late_put(u"AltStartupPath", arg(path)); }
+  void set_alt_startup_path(const String& path) override { late_put(u"AltStartupPath", to_arg(path)); }
   String startup_path() override { return to_string(late_get(u"StartupPath")); }
   String path() override { return to_string(late_get(u"Path")); }
   void quit() override { late_call(u"Quit"); }
@@ -49,8 +49,8 @@ class DWorkbooks final : public Adapter<Workbooks> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  WorkbookPtr item(const Variant& index) override { return as_host<Workbook>(late_get(u"Item", arg(index))); }
-  WorkbookPtr add(const Variant& template_) override { return as_host<Workbook>(late_call(u"Add", arg(template_))); }
+  WorkbookPtr item(const Variant& index) override { return as_host<Workbook>(late_get(u"Item", to_arg(index))); }
+  WorkbookPtr add(const Variant& template_) override { return as_host<Workbook>(late_call(u"Add", to_arg(template_))); }
   WorkbookPtr open(const OpenArgs& args) override { return as_host<Workbook>(late_named(u"Open", {{u"Filename", 0, Variant(args.filename)}, {u"UpdateLinks", 1, args.update_links}, {u"ReadOnly", 2, args.read_only}, {u"Format", 3, args.format}, {u"Password", 4, args.password}, {u"WriteResPassword", 5, args.write_res_password}, {u"IgnoreReadOnlyRecommended", 6, args.ignore_read_only_recommended}, {u"Origin", 7, args.origin}, {u"Delimiter", 8, args.delimiter}, {u"Editable", 9, args.editable}, {u"Notify", 10, args.notify}, {u"Converter", 11, args.converter}, {u"AddToMru", 12, args.add_to_mru}})); }
 };
 
@@ -64,19 +64,19 @@ class DWorkbook final : public Adapter<Workbook> {
   String code_name() override { return to_string(late_get(u"CodeName")); }
   bool read_only() override { return to_bool(late_get(u"ReadOnly")); }
   bool saved() override { return to_bool(late_get(u"Saved")); }
-  void set_saved(bool saved) override { late_put(u"Saved", arg(saved)); }
+  void set_saved(bool saved) override { late_put(u"Saved", to_arg(saved)); }
   bool date1904() override { return to_bool(late_get(u"Date1904")); }
   void activate() override { late_call(u"Activate"); }
-  void close(const Variant& save_changes, const Variant& filename) override { late_call(u"Close", arg(save_changes), arg(filename)); }
+  void close(const Variant& save_changes, const Variant& filename) override { late_call(u"Close", to_arg(save_changes), to_arg(filename)); }
   void save() override { late_call(u"Save"); }
-  void save_as(const String& filename) override { late_call(u"SaveAs", arg(filename)); }
+  void save_as(const String& filename) override { late_call(u"SaveAs", to_arg(filename)); }
   WindowsPtr windows() override { return as_host<Windows>(late_get(u"Windows")); }
   SheetsPtr sheets() override { return as_host<Sheets>(late_get(u"Sheets")); }
   WorksheetsPtr worksheets() override { return as_host<Worksheets>(late_get(u"Worksheets")); }
   ChartsPtr charts() override { return as_host<Charts>(late_get(u"Charts")); }
   NamesPtr names() override { return as_host<Names>(late_get(u"Names")); }
-  int32_t colors(int32_t index) override { return to_long(late_get(u"Colors", arg(index))); }
-  void set_colors(int32_t index, int32_t color) override { late_put(u"Colors", arg(index), arg(color)); }
+  int32_t colors(int32_t index) override { return to_long(late_get(u"Colors", to_arg(index))); }
+  void set_colors(int32_t index, int32_t color) override { late_put(u"Colors", to_arg(index), to_arg(color)); }
   DocumentPropertiesPtr custom_document_properties() override { return as_host<DocumentProperties>(late_get(u"CustomDocumentProperties")); }
 };
 
@@ -84,14 +84,14 @@ class DWindows final : public Adapter<Windows> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  WindowPtr item(const Variant& index) override { return as_host<Window>(late_get(u"Item", arg(index))); }
+  WindowPtr item(const Variant& index) override { return as_host<Window>(late_get(u"Item", to_arg(index))); }
 };
 
 class DWindow final : public Adapter<Window> {
  public:
   using Adapter::Adapter;
   bool visible() override { return to_bool(late_get(u"Visible")); }
-  void set_visible(bool visible) override { late_put(u"Visible", arg(visible)); }
+  void set_visible(bool visible) override { late_put(u"Visible", to_arg(visible)); }
   String caption() override { return to_string(late_get(u"Caption")); }
 };
 
@@ -99,14 +99,14 @@ class DSheets final : public Adapter<Sheets> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  ObjectPtr item(const Variant& index) override { return as_host<Object>(late_get(u"Item", arg(index))); }
+  ObjectPtr item(const Variant& index) override { return as_host<Object>(late_get(u"Item", to_arg(index))); }
 };
 
 class DWorksheets final : public Adapter<Worksheets> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  WorksheetPtr item(const Variant& index) override { return as_host<Worksheet>(late_get(u"Item", arg(index))); }
+  WorksheetPtr item(const Variant& index) override { return as_host<Worksheet>(late_get(u"Item", to_arg(index))); }
   WorksheetPtr add(const Variant& before, const Variant& after) override { return as_host<Worksheet>(late_named(u"Add", {{u"Before", 0, before}, {u"After", 1, after}})); }
 };
 
@@ -116,14 +116,14 @@ class DWorksheet final : public Adapter<Worksheet> {
   ApplicationPtr application() override { return as_host<Application>(late_get(u"Application")); }
   WorkbookPtr parent() override { return as_host<Workbook>(late_get(u"Parent")); }
   String name() override { return to_string(late_get(u"Name")); }
-  void set_name(const String& name) override { late_put(u"Name", arg(name)); }
+  void set_name(const String& name) override { late_put(u"Name", to_arg(name)); }
   String code_name() override { return to_string(late_get(u"CodeName")); }
   int32_t index() override { return to_long(late_get(u"Index")); }
   int32_t type() override { return to_long(late_get(u"Type")); }
   int32_t visible() override { return to_long(late_get(u"Visible")); }
-  void set_visible(int32_t visibility) override { late_put(u"Visible", arg(visibility)); }
+  void set_visible(int32_t visibility) override { late_put(u"Visible", to_arg(visibility)); }
   NamesPtr names() override { return as_host<Names>(late_get(u"Names")); }
-  RangePtr range(const Variant& cell1, const Variant& cell2) override { return as_host<Range>(late_call(u"Range", arg(cell1), arg(cell2))); }
+  RangePtr range(const Variant& cell1, const Variant& cell2) override { return as_host<Range>(late_call(u"Range", to_arg(cell1), to_arg(cell2))); }
   RangePtr cells() override { return as_host<Range>(late_get(u"Cells")); }
   RangePtr cell(int32_t row, int32_t column) override;
   RangePtr rows() override { return as_host<Range>(late_get(u"Rows")); }
@@ -140,7 +140,7 @@ class DCharts final : public Adapter<Charts> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  ChartPtr item(const Variant& index) override { return as_host<Chart>(late_get(u"Item", arg(index))); }
+  ChartPtr item(const Variant& index) override { return as_host<Chart>(late_get(u"Item", to_arg(index))); }
 };
 
 class DChart final : public Adapter<Chart> {
@@ -149,17 +149,17 @@ class DChart final : public Adapter<Chart> {
   ApplicationPtr application() override { return as_host<Application>(late_get(u"Application")); }
   ObjectPtr parent() override { return as_host<Object>(late_get(u"Parent")); }
   String name() override { return to_string(late_get(u"Name")); }
-  void set_name(const String& name) override { late_put(u"Name", arg(name)); }
+  void set_name(const String& name) override { late_put(u"Name", to_arg(name)); }
   int32_t type() override { return to_long(late_get(u"Type")); }
   void activate() override { late_call(u"Activate"); }
-  void copy_picture(int32_t appearance, int32_t format, int32_t size) override { late_call(u"CopyPicture", arg(appearance), arg(format), arg(size)); }
+  void copy_picture(int32_t appearance, int32_t format, int32_t size) override { late_call(u"CopyPicture", to_arg(appearance), to_arg(format), to_arg(size)); }
 };
 
 class DChartObjects final : public Adapter<ChartObjects> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  ChartObjectPtr item(const Variant& index) override { return as_host<ChartObject>(late_get(u"Item", arg(index))); }
+  ChartObjectPtr item(const Variant& index) override { return as_host<ChartObject>(late_get(u"Item", to_arg(index))); }
 };
 
 class DChartObject final : public Adapter<ChartObject> {
@@ -167,7 +167,7 @@ class DChartObject final : public Adapter<ChartObject> {
   using Adapter::Adapter;
   WorksheetPtr parent() override { return as_host<Worksheet>(late_get(u"Parent")); }
   String name() override { return to_string(late_get(u"Name")); }
-  void set_name(const String& name) override { late_put(u"Name", arg(name)); }
+  void set_name(const String& name) override { late_put(u"Name", to_arg(name)); }
   ChartPtr chart() override { return as_host<Chart>(late_get(u"Chart")); }
   void activate() override { late_call(u"Activate"); }
 };
@@ -181,28 +181,28 @@ class DRange final : public Adapter<Range> {
   void set_value(const Variant& value) override;
   String text() override { return to_string(late_get(u"Text")); }
   String formula() override { return to_string(late_get(u"Formula")); }
-  void set_formula(const String& text) override { late_put(u"Formula", arg(text)); }
+  void set_formula(const String& text) override { late_put(u"Formula", to_arg(text)); }
   String formula_r1c1() override { return to_string(late_get(u"FormulaR1C1")); }
-  void set_formula_r1c1(const String& text) override { late_put(u"FormulaR1C1", arg(text)); }
+  void set_formula_r1c1(const String& text) override { late_put(u"FormulaR1C1", to_arg(text)); }
   bool has_formula() override { return to_bool(late_get(u"HasFormula")); }
   String prefix_character() override { return to_string(late_get(u"PrefixCharacter")); }
   Variant number_format() override { return late_get(u"NumberFormat"); }
-  void set_number_format(const String& format) override { late_put(u"NumberFormat", arg(format)); }
+  void set_number_format(const String& format) override { late_put(u"NumberFormat", to_arg(format)); }
   Variant horizontal_alignment() override { return late_get(u"HorizontalAlignment"); }
-  void set_horizontal_alignment(const Variant& alignment) override { late_put(u"HorizontalAlignment", arg(alignment)); }
+  void set_horizontal_alignment(const Variant& alignment) override { late_put(u"HorizontalAlignment", to_arg(alignment)); }
   FontPtr font() override { return as_host<Font>(late_get(u"Font")); }
   InteriorPtr interior() override { return as_host<Interior>(late_get(u"Interior")); }
-  CharactersPtr characters(const Variant& start, const Variant& length) override { return as_host<Characters>(late_call(u"Characters", arg(start), arg(length))); }
+  CharactersPtr characters(const Variant& start, const Variant& length) override { return as_host<Characters>(late_call(u"Characters", to_arg(start), to_arg(length))); }
   RangePtr cells() override { return as_host<Range>(late_get(u"Cells")); }
-  RangePtr cell(int32_t row, int32_t column) override { return as_host<Range>(late_get(u"Item", arg(row), arg(column))); }
-  RangePtr item(int64_t index) override { return as_host<Range>(late_get(u"Item", arg(index))); }
+  RangePtr cell(int32_t row, int32_t column) override { return as_host<Range>(late_get(u"Item", to_arg(row), to_arg(column))); }
+  RangePtr item(int64_t index) override { return as_host<Range>(late_get(u"Item", to_arg(index))); }
   int64_t count() override;
   void for_each_cell(const std::function<bool(const RangePtr& cell)>& visit) override;
   AreasPtr areas() override { return as_host<Areas>(late_get(u"Areas")); }
-  RangePtr range(const Variant& cell1, const Variant& cell2) override { return as_host<Range>(late_call(u"Range", arg(cell1), arg(cell2))); }
-  RangePtr offset(int32_t rows, int32_t columns) override { return as_host<Range>(late_get(u"Offset", arg(rows), arg(columns))); }
-  RangePtr resize(int32_t rows, int32_t columns) override { return as_host<Range>(late_get(u"Resize", arg(rows), arg(columns))); }
-  RangePtr end(int32_t direction) override { return as_host<Range>(late_get(u"End", arg(direction))); }
+  RangePtr range(const Variant& cell1, const Variant& cell2) override { return as_host<Range>(late_call(u"Range", to_arg(cell1), to_arg(cell2))); }
+  RangePtr offset(int32_t rows, int32_t columns) override { return as_host<Range>(late_get(u"Offset", to_arg(rows), to_arg(columns))); }
+  RangePtr resize(int32_t rows, int32_t columns) override { return as_host<Range>(late_get(u"Resize", to_arg(rows), to_arg(columns))); }
+  RangePtr end(int32_t direction) override { return as_host<Range>(late_get(u"End", to_arg(direction))); }
   int32_t row() override { return to_long(late_get(u"Row")); }
   int32_t column() override { return to_long(late_get(u"Column")); }
   RangePtr rows() override { return as_host<Range>(late_get(u"Rows")); }
@@ -210,67 +210,67 @@ class DRange final : public Adapter<Range> {
   RangePtr entire_row() override { return as_host<Range>(late_get(u"EntireRow")); }
   RangePtr entire_column() override { return as_host<Range>(late_get(u"EntireColumn")); }
   Variant hidden() override { return late_get(u"Hidden"); }
-  void set_hidden(bool hidden) override { late_put(u"Hidden", arg(hidden)); }
+  void set_hidden(bool hidden) override { late_put(u"Hidden", to_arg(hidden)); }
   Variant row_height() override { return late_get(u"RowHeight"); }
-  void set_row_height(double points) override { late_put(u"RowHeight", arg(points)); }
+  void set_row_height(double points) override { late_put(u"RowHeight", to_arg(points)); }
   Variant column_width() override { return late_get(u"ColumnWidth"); }
-  void set_column_width(double characters) override { late_put(u"ColumnWidth", arg(characters)); }
+  void set_column_width(double characters) override { late_put(u"ColumnWidth", to_arg(characters)); }
   Variant outline_level() override { return late_get(u"OutlineLevel"); }
-  void set_outline_level(int32_t level) override { late_put(u"OutlineLevel", arg(level)); }
-  String address(bool row_absolute, bool column_absolute, int32_t reference_style, bool external, const RangePtr& relative_to) override { return to_string(late_call(u"Address", arg(row_absolute), arg(column_absolute), arg(reference_style), arg(external), opt(relative_to))); }
+  void set_outline_level(int32_t level) override { late_put(u"OutlineLevel", to_arg(level)); }
+  String address(bool row_absolute, bool column_absolute, int32_t reference_style, bool external, const RangePtr& relative_to) override { return to_string(late_call(u"Address", to_arg(row_absolute), to_arg(column_absolute), to_arg(reference_style), to_arg(external), opt_arg(relative_to))); }
   NamePtr name() override;
   HyperlinksPtr hyperlinks() override { return as_host<Hyperlinks>(late_get(u"Hyperlinks")); }
   void select() override { late_call(u"Select"); }
   void activate() override { late_call(u"Activate"); }
-  void copy(const RangePtr& destination) override { late_call(u"Copy", opt(destination)); }
-  void copy_picture(int32_t appearance, int32_t format) override { late_call(u"CopyPicture", arg(appearance), arg(format)); }
+  void copy(const RangePtr& destination) override { late_call(u"Copy", opt_arg(destination)); }
+  void copy_picture(int32_t appearance, int32_t format) override { late_call(u"CopyPicture", to_arg(appearance), to_arg(format)); }
   void clear_contents() override { late_call(u"ClearContents"); }
   void clear() override { late_call(u"Clear"); }
-  void insert(const Variant& shift) override { late_call(u"Insert", arg(shift)); }
-  void delete_(const Variant& shift) override { late_call(u"Delete", arg(shift)); }
+  void insert(const Variant& shift) override { late_call(u"Insert", to_arg(shift)); }
+  void delete_(const Variant& shift) override { late_call(u"Delete", to_arg(shift)); }
 };
 
 class DAreas final : public Adapter<Areas> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  RangePtr item(int32_t index) override { return as_host<Range>(late_get(u"Item", arg(index))); }
+  RangePtr item(int32_t index) override { return as_host<Range>(late_get(u"Item", to_arg(index))); }
 };
 
 class DFont final : public Adapter<Font> {
  public:
   using Adapter::Adapter;
   Variant name() override { return late_get(u"Name"); }
-  void set_name(const Variant& v) override { late_put(u"Name", arg(v)); }
+  void set_name(const Variant& v) override { late_put(u"Name", to_arg(v)); }
   Variant font_style() override { return late_get(u"FontStyle"); }
-  void set_font_style(const Variant& v) override { late_put(u"FontStyle", arg(v)); }
+  void set_font_style(const Variant& v) override { late_put(u"FontStyle", to_arg(v)); }
   Variant size() override { return late_get(u"Size"); }
-  void set_size(const Variant& v) override { late_put(u"Size", arg(v)); }
+  void set_size(const Variant& v) override { late_put(u"Size", to_arg(v)); }
   Variant underline() override { return late_get(u"Underline"); }
-  void set_underline(const Variant& v) override { late_put(u"Underline", arg(v)); }
+  void set_underline(const Variant& v) override { late_put(u"Underline", to_arg(v)); }
   Variant color() override { return late_get(u"Color"); }
-  void set_color(const Variant& v) override { late_put(u"Color", arg(v)); }
+  void set_color(const Variant& v) override { late_put(u"Color", to_arg(v)); }
   Variant color_index() override { return late_get(u"ColorIndex"); }
-  void set_color_index(const Variant& v) override { late_put(u"ColorIndex", arg(v)); }
+  void set_color_index(const Variant& v) override { late_put(u"ColorIndex", to_arg(v)); }
   Variant bold() override { return late_get(u"Bold"); }
-  void set_bold(const Variant& v) override { late_put(u"Bold", arg(v)); }
+  void set_bold(const Variant& v) override { late_put(u"Bold", to_arg(v)); }
   Variant italic() override { return late_get(u"Italic"); }
-  void set_italic(const Variant& v) override { late_put(u"Italic", arg(v)); }
+  void set_italic(const Variant& v) override { late_put(u"Italic", to_arg(v)); }
   Variant superscript() override { return late_get(u"Superscript"); }
-  void set_superscript(const Variant& v) override { late_put(u"Superscript", arg(v)); }
+  void set_superscript(const Variant& v) override { late_put(u"Superscript", to_arg(v)); }
   Variant subscript() override { return late_get(u"Subscript"); }
-  void set_subscript(const Variant& v) override { late_put(u"Subscript", arg(v)); }
+  void set_subscript(const Variant& v) override { late_put(u"Subscript", to_arg(v)); }
   Variant strikethrough() override { return late_get(u"Strikethrough"); }
-  void set_strikethrough(const Variant& v) override { late_put(u"Strikethrough", arg(v)); }
+  void set_strikethrough(const Variant& v) override { late_put(u"Strikethrough", to_arg(v)); }
 };
 
 class DInterior final : public Adapter<Interior> {
  public:
   using Adapter::Adapter;
   Variant color() override { return late_get(u"Color"); }
-  void set_color(const Variant& v) override { late_put(u"Color", arg(v)); }
+  void set_color(const Variant& v) override { late_put(u"Color", to_arg(v)); }
   Variant color_index() override { return late_get(u"ColorIndex"); }
-  void set_color_index(const Variant& v) override { late_put(u"ColorIndex", arg(v)); }
+  void set_color_index(const Variant& v) override { late_put(u"ColorIndex", to_arg(v)); }
 };
 
 class DCharacters final : public Adapter<Characters> {
@@ -285,7 +285,7 @@ class DNames final : public Adapter<Names> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  NamePtr item(const Variant& index) override { return as_host<Name>(late_get(u"Item", arg(index))); }
+  NamePtr item(const Variant& index) override { return as_host<Name>(late_get(u"Item", to_arg(index))); }
   NamePtr add(const NameAddArgs& args) override { return as_host<Name>(late_named(u"Add", {{u"Name", 0, args.name}, {u"RefersTo", 1, args.refers_to}, {u"Visible", 2, args.visible}, {u"MacroType", 3, args.macro_type}, {u"ShortcutKey", 4, args.shortcut_key}, {u"Category", 5, args.category}, {u"NameLocal", 6, args.name_local}, {u"RefersToLocal", 7, args.refers_to_local}, {u"CategoryLocal", 8, args.category_local}, {u"RefersToR1C1", 9, args.refers_to_r1c1}, {u"RefersToR1C1Local", 10, args.refers_to_r1c1_local}})); }
 };
 
@@ -293,12 +293,12 @@ class DName final : public Adapter<Name> {
  public:
   using Adapter::Adapter;
   String name() override { return to_string(late_get(u"Name")); }
-  void set_name(const String& name) override { late_put(u"Name", arg(name)); }
+  void set_name(const String& name) override { late_put(u"Name", to_arg(name)); }
   int32_t index() override { return to_long(late_get(u"Index")); }
   bool visible() override { return to_bool(late_get(u"Visible")); }
-  void set_visible(bool visible) override { late_put(u"Visible", arg(visible)); }
+  void set_visible(bool visible) override { late_put(u"Visible", to_arg(visible)); }
   String refers_to() override { return to_string(late_get(u"RefersTo")); }
-  void set_refers_to(const Variant& refers_to) override { late_put(u"RefersTo", arg(refers_to)); }
+  void set_refers_to(const Variant& refers_to) override { late_put(u"RefersTo", to_arg(refers_to)); }
   String refers_to_r1c1() override { return to_string(late_get(u"RefersToR1C1")); }
   RangePtr refers_to_range() override { return as_host<Range>(late_get(u"RefersToRange")); }
   ObjectPtr parent() override { return as_host<Object>(late_get(u"Parent")); }
@@ -309,8 +309,8 @@ class DHyperlinks final : public Adapter<Hyperlinks> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  HyperlinkPtr item(int32_t index) override { return as_host<Hyperlink>(late_get(u"Item", arg(index))); }
-  HyperlinkPtr add(const RangePtr& anchor, const String& address, const Variant& sub_address, const Variant& screen_tip, const Variant& text_to_display) override { return as_host<Hyperlink>(late_named(u"Add", {{u"Anchor", 0, arg(anchor)}, {u"Address", 1, arg(address)}, {u"SubAddress", 2, sub_address}, {u"ScreenTip", 3, screen_tip}, {u"TextToDisplay", 4, text_to_display}})); }
+  HyperlinkPtr item(int32_t index) override { return as_host<Hyperlink>(late_get(u"Item", to_arg(index))); }
+  HyperlinkPtr add(const RangePtr& anchor, const String& address, const Variant& sub_address, const Variant& screen_tip, const Variant& text_to_display) override { return as_host<Hyperlink>(late_named(u"Add", {{u"Anchor", 0, to_arg(anchor)}, {u"Address", 1, to_arg(address)}, {u"SubAddress", 2, sub_address}, {u"ScreenTip", 3, screen_tip}, {u"TextToDisplay", 4, text_to_display}})); }
 };
 
 class DHyperlink final : public Adapter<Hyperlink> {
@@ -325,17 +325,17 @@ class DHyperlink final : public Adapter<Hyperlink> {
 class DWorksheetFunction final : public Adapter<WorksheetFunction> {
  public:
   using Adapter::Adapter;
-  bool is_text(const Variant& arg) override { return to_bool(late_call(u"IsText", arg(arg))); }
-  bool is_logical(const Variant& arg) override { return to_bool(late_call(u"IsLogical", arg(arg))); }
-  bool is_error(const Variant& arg) override { return to_bool(late_call(u"IsError", arg(arg))); }
+  bool is_text(const Variant& arg) override { return to_bool(late_call(u"IsText", to_arg(arg))); }
+  bool is_logical(const Variant& arg) override { return to_bool(late_call(u"IsLogical", to_arg(arg))); }
+  bool is_error(const Variant& arg) override { return to_bool(late_call(u"IsError", to_arg(arg))); }
 };
 
 class DAddIns final : public Adapter<AddIns> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  AddInPtr item(const Variant& index) override { return as_host<AddIn>(late_get(u"Item", arg(index))); }
-  AddInPtr add(const String& filename, const Variant& copy_file) override { return as_host<AddIn>(late_call(u"Add", arg(filename), arg(copy_file))); }
+  AddInPtr item(const Variant& index) override { return as_host<AddIn>(late_get(u"Item", to_arg(index))); }
+  AddInPtr add(const String& filename, const Variant& copy_file) override { return as_host<AddIn>(late_call(u"Add", to_arg(filename), to_arg(copy_file))); }
 };
 
 class DAddIn final : public Adapter<AddIn> {
@@ -345,7 +345,7 @@ class DAddIn final : public Adapter<AddIn> {
   String title() override { return to_string(late_get(u"Title")); }
   String full_name() override { return to_string(late_get(u"FullName")); }
   bool installed() override { return to_bool(late_get(u"Installed")); }
-  void set_installed(bool installed) override { late_put(u"Installed", arg(installed)); }
+  void set_installed(bool installed) override { late_put(u"Installed", to_arg(installed)); }
 };
 
 class DDialog final : public Adapter<Dialog> {
@@ -358,7 +358,7 @@ class DCommandBars final : public Adapter<CommandBars> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  CommandBarPtr item(const Variant& index) override { return as_host<CommandBar>(late_get(u"Item", arg(index))); }
+  CommandBarPtr item(const Variant& index) override { return as_host<CommandBar>(late_get(u"Item", to_arg(index))); }
   CommandBarControlPtr find_control(const FindControlArgs& args) override { return as_host<CommandBarControl>(late_named(u"FindControl", {{u"Type", 0, args.type}, {u"Id", 1, args.id}, {u"Tag", 2, args.tag}, {u"Visible", 3, args.visible}, {u"Recursive", 4, args.recursive}})); }
   CommandBarPtr add(const BarAddArgs& args) override { return as_host<CommandBar>(late_named(u"Add", {{u"Name", 0, args.name}, {u"Position", 1, args.position}, {u"MenuBar", 2, args.menu_bar}, {u"Temporary", 3, args.temporary}})); }
 };
@@ -370,7 +370,7 @@ class DCommandBar final : public Adapter<CommandBar> {
   int32_t index() override { return to_long(late_get(u"Index")); }
   int32_t type() override { return to_long(late_get(u"Type")); }
   bool visible() override { return to_bool(late_get(u"Visible")); }
-  void set_visible(bool visible) override { late_put(u"Visible", arg(visible)); }
+  void set_visible(bool visible) override { late_put(u"Visible", to_arg(visible)); }
   CommandBarControlsPtr controls() override { return as_host<CommandBarControls>(late_get(u"Controls")); }
   CommandBarControlPtr find_control(const FindControlArgs& args) override { return as_host<CommandBarControl>(late_named(u"FindControl", {{u"Type", 0, args.type}, {u"Id", 1, args.id}, {u"Tag", 2, args.tag}, {u"Visible", 3, args.visible}, {u"Recursive", 4, args.recursive}})); }
   void delete_() override { late_call(u"Delete"); }
@@ -380,7 +380,7 @@ class DCommandBarControls final : public Adapter<CommandBarControls> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  CommandBarControlPtr item(const Variant& index) override { return as_host<CommandBarControl>(late_get(u"Item", arg(index))); }
+  CommandBarControlPtr item(const Variant& index) override { return as_host<CommandBarControl>(late_get(u"Item", to_arg(index))); }
   CommandBarControlPtr add(const ControlAddArgs& args) override { return as_host<CommandBarControl>(late_named(u"Add", {{u"Type", 0, args.type}, {u"Id", 1, args.id}, {u"Parameter", 2, args.parameter}, {u"Before", 3, args.before}, {u"Temporary", 4, args.temporary}})); }
 };
 
@@ -390,36 +390,36 @@ class DCommandBarControl final : public Adapter<CommandBarControl> {
   int32_t id() override { return to_long(late_get(u"Id")); }
   int32_t type() override { return to_long(late_get(u"Type")); }
   String caption() override { return to_string(late_get(u"Caption")); }
-  void set_caption(const String& caption) override { late_put(u"Caption", arg(caption)); }
+  void set_caption(const String& caption) override { late_put(u"Caption", to_arg(caption)); }
   String on_action() override { return to_string(late_get(u"OnAction")); }
-  void set_on_action(const String& macro) override { late_put(u"OnAction", arg(macro)); }
+  void set_on_action(const String& macro) override { late_put(u"OnAction", to_arg(macro)); }
   bool begin_group() override { return to_bool(late_get(u"BeginGroup")); }
-  void set_begin_group(bool begin) override { late_put(u"BeginGroup", arg(begin)); }
+  void set_begin_group(bool begin) override { late_put(u"BeginGroup", to_arg(begin)); }
   int32_t face_id() override { return to_long(late_get(u"FaceId")); }
-  void set_face_id(int32_t face) override { late_put(u"FaceId", arg(face)); }
+  void set_face_id(int32_t face) override { late_put(u"FaceId", to_arg(face)); }
   String shortcut_text() override { return to_string(late_get(u"ShortcutText")); }
-  void set_shortcut_text(const String& text) override { late_put(u"ShortcutText", arg(text)); }
+  void set_shortcut_text(const String& text) override { late_put(u"ShortcutText", to_arg(text)); }
   String tag() override { return to_string(late_get(u"Tag")); }
-  void set_tag(const String& tag) override { late_put(u"Tag", arg(tag)); }
+  void set_tag(const String& tag) override { late_put(u"Tag", to_arg(tag)); }
   int32_t state() override { return to_long(late_get(u"State")); }
-  void set_state(int32_t state) override { late_put(u"State", arg(state)); }
+  void set_state(int32_t state) override { late_put(u"State", to_arg(state)); }
   bool enabled() override { return to_bool(late_get(u"Enabled")); }
-  void set_enabled(bool enabled) override { late_put(u"Enabled", arg(enabled)); }
+  void set_enabled(bool enabled) override { late_put(u"Enabled", to_arg(enabled)); }
   bool visible() override { return to_bool(late_get(u"Visible")); }
-  void set_visible(bool visible) override { late_put(u"Visible", arg(visible)); }
+  void set_visible(bool visible) override { late_put(u"Visible", to_arg(visible)); }
   int32_t index() override { return to_long(late_get(u"Index")); }
   ObjectPtr parent() override { return as_host<Object>(late_get(u"Parent")); }
   CommandBarControlsPtr controls() override { return as_host<CommandBarControls>(late_get(u"Controls")); }
   void execute() override { late_call(u"Execute"); }
-  void delete_(const Variant& temporary) override { late_call(u"Delete", arg(temporary)); }
+  void delete_(const Variant& temporary) override { late_call(u"Delete", to_arg(temporary)); }
 };
 
 class DDocumentProperties final : public Adapter<DocumentProperties> {
  public:
   using Adapter::Adapter;
   int32_t count() override { return to_long(late_get(u"Count")); }
-  DocumentPropertyPtr item(const Variant& index) override { return as_host<DocumentProperty>(late_get(u"Item", arg(index))); }
-  DocumentPropertyPtr add(const String& name, bool link_to_content, int32_t type, const Variant& value) override { return as_host<DocumentProperty>(late_call(u"Add", arg(name), arg(link_to_content), arg(type), arg(value))); }
+  DocumentPropertyPtr item(const Variant& index) override { return as_host<DocumentProperty>(late_get(u"Item", to_arg(index))); }
+  DocumentPropertyPtr add(const String& name, bool link_to_content, int32_t type, const Variant& value) override { return as_host<DocumentProperty>(late_call(u"Add", to_arg(name), to_arg(link_to_content), to_arg(type), to_arg(value))); }
 };
 
 class DDocumentProperty final : public Adapter<DocumentProperty> {
@@ -427,7 +427,7 @@ class DDocumentProperty final : public Adapter<DocumentProperty> {
   using Adapter::Adapter;
   String name() override { return to_string(late_get(u"Name")); }
   Variant value() override { return late_get(u"Value"); }
-  void set_value(const Variant& value) override { late_put(u"Value", arg(value)); }
+  void set_value(const Variant& value) override { late_put(u"Value", to_arg(value)); }
   int32_t type() override { return to_long(late_get(u"Type")); }
   void delete_() override { late_call(u"Delete"); }
 };

@@ -24,16 +24,16 @@ std::shared_ptr<T> as_host(const Variant& v) {
 }
 
 // An optional object argument: left out when not given.
-Variant opt(const ObjectPtr& o) {
+Variant opt_arg(const ObjectPtr& o) {
   return o ? Variant(o) : Variant::missing();
 }
 
 // A value as an argument of a late-bound call; a count beyond a Long goes as a Double.
 template <class T>
-Variant arg(const T& v) {
+Variant to_arg(const T& v) {
   return Variant(v);
 }
-Variant arg(int64_t i) {
+Variant to_arg(int64_t i) {
   return i >= std::numeric_limits<int32_t>::min() && i <= std::numeric_limits<int32_t>::max()
              ? Variant(static_cast<int32_t>(i))
              : Variant(static_cast<double>(i));

@@ -499,8 +499,8 @@ def com_result(m, expr):
 def com_value(p, expr=None):
     expr = expr or p.name
     if p.category == "pointer" and p.default == "nullptr":
-        return "opt(%s)" % expr
-    return "arg(%s)" % expr
+        return "opt_arg(%s)" % expr
+    return "to_arg(%s)" % expr
 
 
 def gen_adapters(structs, classes):
