@@ -1,4 +1,4 @@
-#include "frame/factory/public.hpp"
+#include "factory/public.hpp"
 
 #include "autocolor/autocolor.hpp"
 #include "chart/chart.hpp"
