@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "host/dispatch.hpp"
 #include "qzxl/convert.hpp"
 
@@ -32,9 +32,10 @@ TEST_F(Intercept, ForwardsEachCallAfterTheHookSawIt) {
   auto sheet = app->active_workbook()->worksheets()->item(Variant(int32_t(1)));
   sheet->range(Variant(u"A1"))->set_formula(u"=1+\"2\"");
   EXPECT_EQ(to_double(inner->range(Variant(u"A1"))->value()), 3);
-  EXPECT_EQ(seen, (std::vector<std::string>{"Application.ActiveWorkbook", "Workbook.Worksheets",
-                                            "Worksheets.Item(1)", "Worksheet.Range(Cell1:=\"A1\")",
-                                            "Range.Formula = \"=1+\"\"2\"\"\""}));
+  EXPECT_EQ(seen,
+            (std::vector<std::string>{"Application.ActiveWorkbook", "Workbook.Worksheets",
+                                      "Worksheets.Item(Index:=1)", "Worksheet.Range(Cell1:=\"A1\")",
+                                      "Range.Formula = \"=1+\"\"2\"\"\""}));
   // What the host hands out comes wrapped, under the host's own type names.
   EXPECT_NE(unwrap(sheet), sheet);
   EXPECT_EQ(unwrap(sheet)->type_name(), u"Worksheet");
