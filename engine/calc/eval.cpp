@@ -51,6 +51,10 @@ const std::vector<FunctionInfo>& table() {
     add_date_functions(v);
     add_lookup_functions(v);
     add_finance_functions(v);
+    add_distribution_functions(v);
+    add_engineering_functions(v);
+    add_database_functions(v);
+    add_securities_functions(v);
     std::sort(v.begin(), v.end(), [](const FunctionInfo& a, const FunctionInfo& b) {
       return StringView(a.name) < StringView(b.name);
     });

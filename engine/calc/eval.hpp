@@ -125,6 +125,10 @@ void add_text_functions(std::vector<FunctionInfo>& table);
 void add_date_functions(std::vector<FunctionInfo>& table);
 void add_lookup_functions(std::vector<FunctionInfo>& table);
 void add_finance_functions(std::vector<FunctionInfo>& table);
+void add_distribution_functions(std::vector<FunctionInfo>& table);
+void add_engineering_functions(std::vector<FunctionInfo>& table);
+void add_database_functions(std::vector<FunctionInfo>& table);
+void add_securities_functions(std::vector<FunctionInfo>& table);
 
 class Evaluator {
  public:
