@@ -55,6 +55,11 @@ const std::vector<FunctionInfo>& table() {
     add_engineering_functions(v);
     add_database_functions(v);
     add_securities_functions(v);
+    add_matrix_functions(v);
+    add_text_split_functions(v);
+    add_text_locale_functions(v);
+    add_info_functions(v);
+    add_array_functions(v);
     std::sort(v.begin(), v.end(), [](const FunctionInfo& a, const FunctionInfo& b) {
       return StringView(a.name) < StringView(b.name);
     });
@@ -82,6 +87,200 @@ std::vector<String> function_names() {
   std::vector<String> out;
   for (const auto& f : table()) out.emplace_back(f.name);
   return out;
+}
+
+namespace {
+
+/// The functions files write with the "_xlfn." prefix: those the application added after
+/// the file format was first published, which older versions must recognise as unknown.
+constexpr const char16_t* kPrefixed[] = {
+    u"ACOT",
+    u"ACOTH",
+    u"AGGREGATE",
+    u"ARABIC",
+    u"ARRAYTOTEXT",
+    u"BASE",
+    u"BETA.DIST",
+    u"BETA.INV",
+    u"BINOM.DIST",
+    u"BINOM.DIST.RANGE",
+    u"BINOM.INV",
+    u"BITAND",
+    u"BITLSHIFT",
+    u"BITOR",
+    u"BITRSHIFT",
+    u"BITXOR",
+    u"BYCOL",
+    u"BYROW",
+    u"CEILING.MATH",
+    u"CEILING.PRECISE",
+    u"CHISQ.DIST",
+    u"CHISQ.DIST.RT",
+    u"CHISQ.INV",
+    u"CHISQ.INV.RT",
+    u"CHISQ.TEST",
+    u"CHOOSECOLS",
+    u"CHOOSEROWS",
+    u"COMBINA",
+    u"CONCAT",
+    u"CONFIDENCE.NORM",
+    u"CONFIDENCE.T",
+    u"COT",
+    u"COTH",
+    u"COVARIANCE.P",
+    u"COVARIANCE.S",
+    u"CSC",
+    u"CSCH",
+    u"DAYS",
+    u"DECIMAL",
+    u"DETECTLANGUAGE",
+    u"DROP",
+    u"ENCODEURL",
+    u"ERF.PRECISE",
+    u"ERFC.PRECISE",
+    u"EXPAND",
+    u"EXPON.DIST",
+    u"F.DIST",
+    u"F.DIST.RT",
+    u"F.INV",
+    u"F.INV.RT",
+    u"F.TEST",
+    u"FIELDVALUE",
+    u"FILTERXML",
+    u"FLOOR.MATH",
+    u"FLOOR.PRECISE",
+    u"FORECAST.ETS",
+    u"FORECAST.ETS.CONFINT",
+    u"FORECAST.ETS.SEASONALITY",
+    u"FORECAST.ETS.STAT",
+    u"FORECAST.LINEAR",
+    u"FORMULATEXT",
+    u"GAMMA",
+    u"GAMMA.DIST",
+    u"GAMMA.INV",
+    u"GAMMALN.PRECISE",
+    u"GAUSS",
+    u"HSTACK",
+    u"HYPGEOM.DIST",
+    u"IFNA",
+    u"IFS",
+    u"IMAGE",
+    u"IMCOSH",
+    u"IMCOT",
+    u"IMCSC",
+    u"IMCSCH",
+    u"IMSEC",
+    u"IMSECH",
+    u"IMSINH",
+    u"IMTAN",
+    u"ISFORMULA",
+    u"ISO.CEILING",
+    u"ISOMITTED",
+    u"ISOWEEKNUM",
+    u"LAMBDA",
+    u"LET",
+    u"LOGNORM.DIST",
+    u"LOGNORM.INV",
+    u"MAKEARRAY",
+    u"MAP",
+    u"MAXIFS",
+    u"MINIFS",
+    u"MODE.MULT",
+    u"MODE.SNGL",
+    u"MUNIT",
+    u"NEGBINOM.DIST",
+    u"NETWORKDAYS.INTL",
+    u"NORM.DIST",
+    u"NORM.INV",
+    u"NORM.S.DIST",
+    u"NORM.S.INV",
+    u"NUMBERVALUE",
+    u"PDURATION",
+    u"PERCENTILE.EXC",
+    u"PERCENTILE.INC",
+    u"PERCENTOF",
+    u"PERCENTRANK.EXC",
+    u"PERCENTRANK.INC",
+    u"PERMUTATIONA",
+    u"PHI",
+    u"POISSON.DIST",
+    u"QUARTILE.EXC",
+    u"QUARTILE.INC",
+    u"RANDARRAY",
+    u"RANK.AVG",
+    u"RANK.EQ",
+    u"REDUCE",
+    u"REGEXEXTRACT",
+    u"REGEXREPLACE",
+    u"REGEXTEST",
+    u"RRI",
+    u"SCAN",
+    u"SEC",
+    u"SECH",
+    u"SEQUENCE",
+    u"SHEET",
+    u"SHEETS",
+    u"SKEW.P",
+    u"STDEV.P",
+    u"STDEV.S",
+    u"STOCKHISTORY",
+    u"SWITCH",
+    u"T.DIST",
+    u"T.DIST.2T",
+    u"T.DIST.RT",
+    u"T.INV",
+    u"T.INV.2T",
+    u"T.TEST",
+    u"TAKE",
+    u"TEXTAFTER",
+    u"TEXTBEFORE",
+    u"TEXTJOIN",
+    u"TEXTSPLIT",
+    u"TOCOL",
+    u"TOROW",
+    u"TRANSLATE",
+    u"UNICHAR",
+    u"UNICODE",
+    u"VALUETOTEXT",
+    u"VAR.P",
+    u"VAR.S",
+    u"VSTACK",
+    u"WEBSERVICE",
+    u"WEIBULL.DIST",
+    u"WORKDAY.INTL",
+    u"WRAPCOLS",
+    u"WRAPROWS",
+    u"XLOOKUP",
+    u"XMATCH",
+    u"XOR",
+    u"Z.TEST",
+};
+
+/// The upper-case name without the file prefixes.
+String bare_name(StringView name) {
+  String upper = upper_text(name);
+  for (;;) {
+    StringView rest = upper;
+    if (rest.substr(0, 6) == u"_XLFN." || rest.substr(0, 6) == u"_XLWS.")
+      upper.erase(0, 6);
+    else
+      return upper;
+  }
+}
+
+}  // namespace
+
+bool function_not_computable(StringView name) {
+  int32_t id = find_function(bare_name(name));
+  return id >= 0 && table()[id].not_computable;
+}
+
+String function_file_name(StringView name) {
+  String bare = bare_name(name);
+  if (find_function(bare) < 0) return String(name);
+  for (const char16_t* p : kPrefixed)
+    if (bare == p) return u"_xlfn." + bare;
+  return bare;
 }
 
 bool is_volatile(const Formula& f) {
@@ -487,7 +686,7 @@ Matrix Evaluator::matrix(const Operand& o) {
   if (o.is_array()) return *o.array;
   if (o.is_value()) {
     Matrix m(1, 1);
-    m.cells[0] = o.value;
+    m.cells[0] = scalar(o);
     return m;
   }
   if (o.areas.size() != 1) {

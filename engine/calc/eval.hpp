@@ -57,6 +57,12 @@ struct Operand {
   bool is_value() const { return kind == Kind::Value; }
 };
 
+/// The newer error values beyond those of qzxl/variant.hpp.
+inline constexpr int32_t kErrorGettingData = 2043;  ///< #GETTING_DATA
+inline constexpr int32_t kErrorConnect = 2046;      ///< #CONNECT!
+inline constexpr int32_t kErrorBlocked = 2047;      ///< #BLOCKED!
+inline constexpr int32_t kErrorCalc = 2050;         ///< #CALC!
+
 /// An error value travelling up through a function; caught where the function was called.
 struct EvalError {
   int32_t code;
@@ -104,6 +110,8 @@ struct FunctionInfo {
   /// so SUMPRODUCT(--ISNUMBER(A1:A9)) and SUM(LEN({"a","bb"})) work.
   uint32_t scalar_args = 0;
   bool is_volatile = false;
+  /// Needs a connection, a server or outside code: see function_not_computable().
+  bool not_computable = false;
 };
 
 /// Masks for FunctionInfo::scalar_args, named by the arguments (counted from 0) that take
@@ -129,6 +137,11 @@ void add_distribution_functions(std::vector<FunctionInfo>& table);
 void add_engineering_functions(std::vector<FunctionInfo>& table);
 void add_database_functions(std::vector<FunctionInfo>& table);
 void add_securities_functions(std::vector<FunctionInfo>& table);
+void add_matrix_functions(std::vector<FunctionInfo>& table);
+void add_text_split_functions(std::vector<FunctionInfo>& table);
+void add_text_locale_functions(std::vector<FunctionInfo>& table);
+void add_info_functions(std::vector<FunctionInfo>& table);
+void add_array_functions(std::vector<FunctionInfo>& table);
 
 class Evaluator {
  public:
