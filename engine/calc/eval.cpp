@@ -1262,6 +1262,15 @@ Operand Evaluator::eval(const Formula& f, uint32_t i) {
       return Value::error(cell_error::ref);
     case NodeKind::Array:
       return array_constant(f, i);
+    case NodeKind::Invoke: {
+      std::vector<uint32_t> kids;
+      f.children(i, kids);
+      try {
+        return invoke_node(f, i, eval(f, kids[0]), 1);
+      } catch (const EvalError& e) {
+        return Value::error(e.code);
+      }
+    }
     case NodeKind::Paren:
     case NodeKind::Spill:  // without spilled blocks, the anchor stands for itself
       return eval(f, i - 1);
