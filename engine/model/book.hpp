@@ -113,6 +113,7 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::optional<SheetId> sheet_id(StringView sheet_name) const override;
   String sheet_name(SheetId id) const override;
   std::vector<SheetId> sheets_between(SheetId first, SheetId last) const override;
+  std::vector<SheetId> sheet_order() const override;
 
   // --- names ---------------------------------------------------------------------------------
   /// The defined names, in the order they were added; changed only through the members below.
