@@ -1,6 +1,5 @@
-// What a typed entry becomes under the en-US entry rules, and under another locale's marks,
-// currency and date order: the cell's value, and the format the entry implies when the cell
-// had General.
+// What a typed entry becomes under the en-US entry rules: the cell's value, and the format
+// the entry implies when the cell had General.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -151,44 +150,6 @@ TEST(Entry, TimesAndDateTimes) {
       {u"14-Nov-2026 13:05:59", nov14 + (13 * 3600 + 5 * 60 + 59) / 86400.0, u"m/d/yyyy h:mm"},
   });
   expect_text({u"9:75", u"9:30:61", u"13:00 PM", u"9:30 XM", u"9::30", u":30", u"11/14/2026 9"});
-}
-
-// A German user's settings: comma decimals, point groups, the euro after the amount, day
-// first.
-class GermanEntry : public ::testing::Test {
- protected:
-  GermanEntry() {
-    Locale de;
-    de.decimal = u',';
-    de.thousands = u'.';
-    de.currency = u"\u20AC";
-    de.currency_position = 3;
-    de.date_order = Locale::DateOrder::DMY;
-    de.date_separator = u'.';
-    old_ = set_locale(de);
-  }
-  ~GermanEntry() override { set_locale(old_); }
-  Locale old_;
-};
-
-TEST_F(GermanEntry, NumbersAndAmountsInTheUsersMarks) {
-  expect_numbers({
-      {u"1,5", 1.5, nullptr},
-      {u"1.234,5", 1234.5, u"#,##0.00"},
-      {u"-1.234", -1234, u"#,##0"},
-      {u"5 \u20AC", 5, u"#,##0\\ \"\u20AC\""},
-      {u"(2,50\u20AC)", -2.5, u"#,##0.00\\ \"\u20AC\";(#,##0.00\\ \"\u20AC\")"},
-      {u"12,5%", 0.125, u"0.00%"},
-      {u"1,5E3", 1500, u"0.00E+00"},
-      {u"14.11.2026", 46340, u"m/d/yyyy"},
-      {u"14.11.2026 9:30", 46340 + 9.5 / 24, u"m/d/yyyy h:mm"},
-  });
-  // Groups of other than three digits are no number; a point between two small numbers is a
-  // day and month of this year, as the application reads "1.5".
-  Entry may = parse_entry(u"1.5", false);
-  EXPECT_EQ(may.number, serial_from_date(this_year(), 5, 1, false));
-  EXPECT_EQ(may.implied_format.value_or(u""), u"d-mmm");
-  expect_text({u"1,234.5", u"\u20AC 5", u"$5", u"1.23,4", u"31.02.2026"});
 }
 
 }  // namespace

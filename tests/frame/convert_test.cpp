@@ -109,15 +109,6 @@ TEST(IsNumeric, FollowsTheLocaleSeam) {
   EXPECT_EQ(parse_date(u"14.11.2026"), 46340.0);
 }
 
-TEST(IsNumeric, TakesAnySpaceWhereTheLocaleGroupsWithOne) {
-  Locale french = german();
-  french.thousands = u'\u202F';
-  LocaleScope scope(french);
-  for (const char16_t* s : {u"1\u202F234,5", u"1 234,5", u"1\u00A0234,5"})
-    EXPECT_EQ(parse_number(s), 1234.5) << to_utf8(s);
-  expect_numeric({u"1.234,5", u"1 234 ,5"}, false);
-}
-
 TEST(IsNumeric, LeavesTheDecisionToThePlatformsReaders) {
   Locale l;
   l.number_reader = [](StringView s) -> std::optional<double> {
@@ -142,14 +133,9 @@ TEST(IsNumeric, LeavesTheDecisionToThePlatformsReaders) {
 
 TEST(ToString, WritesDatesInTheLocalesShortDatePattern) {
   Locale l;
-  l.short_date = u"dd.MM.yyyy";
-  {
-    LocaleScope scope(l);
-    EXPECT_EQ(to_string(Variant(Date{46054.75})), u"01.02.2026 6:00:00 PM");
-  }
   l.short_date = u"yy/M/d";
   LocaleScope scope(l);
-  EXPECT_EQ(to_string(Variant(Date{46054})), u"26/2/1");
+  EXPECT_EQ(to_string(Variant(Date{46054.75})), u"26/2/1 6:00:00 PM");
 }
 
 TEST(ToBool, ReadsTheWordsInAnyCase) {

@@ -611,10 +611,11 @@ double round_even(double d) {
 double whole_number(const Variant& v) {
   if (v.is_string()) {
     // With the platform's reader, it alone decides what is a number; the digits as written
-    // still decide the rounding where the rules here can read them.
+    // still decide the rounding where the rules here read the same number.
     std::optional<double> read;
     if (current_locale().number_reader && !(read = parse_number(v.str()))) mismatch();
-    if (auto scanned = scan_number(v.str())) return round_half_even(*scanned);
+    if (auto scanned = scan_number(v.str()); scanned && (!read || value_of(*scanned) == read))
+      return round_half_even(*scanned);
     if (read) return round_even(*read);
     mismatch();
   }
