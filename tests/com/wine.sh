@@ -56,6 +56,12 @@ case "$cmd" in
     # line names another ("' locale: de_DE.UTF-8"), whatever the machine's own settings.
     user_locale="$(sed -n "1s/^' locale: *//p" "$scenario" | tr -d '\r')"
     export LC_ALL="${user_locale:-C.UTF-8}" LANG="${user_locale:-C.UTF-8}"
+    # The first script run in another locale may still see the old settings in the objects
+    # it creates while Wine records the new ones: let an empty script go first.
+    if [ -n "$user_locale" ]; then
+      printf 'WScript.Quit 0\r\n' > "$prefix/drive_c/qzxl/settle.vbs"
+      timeout 120 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\settle.vbs" >/dev/null 2>&1
+    fi
     output="$(timeout 300 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r')"
     status=$?
     echo "$output"
