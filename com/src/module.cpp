@@ -11,6 +11,7 @@
 #include "com/src/object_dispatch.hpp"
 #include "com/src/registry_settings.hpp"
 #include "com/src/server.hpp"
+#include "com/src/user_locale.hpp"
 #include "com/src/windows_services.hpp"
 #include "host/environment.hpp"
 #include "qzxl/qzxl.hpp"
@@ -52,8 +53,11 @@ ObjectPtr import_foreign_object(IDispatch* d) {
   return adapt_any(d);
 }
 
-// Everything the library needs from Windows, installed once before the first object.
+// Everything the library needs from Windows, installed once before the first object; the
+// user's regional settings are read again whenever a client starts with a new top-level
+// object, so that a session follows settings changed since the last one.
 void enter_module() {
+  set_locale(user_locale());
   static std::once_flag once;
   std::call_once(once, [] {
     object_bridge().import_object = import_foreign_object;

@@ -14,6 +14,7 @@
 #include "com/src/errors.hpp"
 #include "com/src/module_support.hpp"
 #include "com/src/object_dispatch.hpp"
+#include "com/src/user_locale.hpp"
 #include "engine/host/engine.hpp"
 #include "engine/host/user.hpp"
 #include "host/dispatch.hpp"
@@ -124,6 +125,8 @@ class TestEngine final : public Object {
       engine::ApplicationOptions options;
       // A fixed clock: 14 November 2026 09:30, so that NOW() and TODAY() are repeatable.
       options.clock = [] { return 46340.395833333336; };
+      // The application shows and reads values in the user's regional settings.
+      set_locale(user_locale());
       return Variant(ObjectPtr(engine::create_application(options)));
     }
     if (same_member(name, u"NewUser"))

@@ -91,6 +91,12 @@ std::vector<SheetId> Book::sheets_between(SheetId first, SheetId last) const {
   return out;
 }
 
+std::vector<SheetId> Book::sheet_order() const {
+  std::vector<SheetId> out;
+  for (const auto& s : sheets) out.push_back(s->id);
+  return out;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Loading
 

@@ -91,6 +91,41 @@ class CalcContext final : public calc::EvalContext {
     auto it = s->rows.find(row);
     return it != s->rows.end() && it->second.hidden;
   }
+  // CELL reads a cell's format, column width, alignment and protection; CELL and INFO
+  // read where the file is and how it calculates.
+  std::optional<calc::CellFacts> cell_facts(SheetId sid, CellRef c) override {
+    Sheet* s = b_.sheet(sid);
+    if (!s) return std::nullopt;
+    calc::CellFacts f;
+    f.number_format = b_.format_code(*s, c.row, c.col);
+    auto col = s->cols.find(c.col);
+    f.column_width =
+        col != s->cols.end() && col->second.size >= 0 ? col->second.size : s->default_col_width;
+    const Xf& xf = b_.styles.xf(s->style_at(c.row, c.col));
+    f.locked = xf.locked;
+    switch (xf.align.horizontal) {
+      case HAlign::Left:
+        f.alignment = u'l';
+        break;
+      case HAlign::Right:
+        f.alignment = u'r';
+        break;
+      case HAlign::Center:
+      case HAlign::CenterContinuous:
+        f.alignment = u'c';
+        break;
+      case HAlign::Fill:
+        f.alignment = u'f';
+        break;
+      default:
+        break;
+    }
+    return f;
+  }
+  std::optional<calc::WorkbookFacts> workbook_facts() override {
+    return calc::WorkbookFacts{b_.path, b_.name, !b_.auto_calc};
+  }
+
   double now() override {
     // The clock counts in the 1900 system; a 1904 workbook counts 1462 days fewer.
     double n = b_.clock ? b_.clock() : system_now();

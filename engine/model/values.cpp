@@ -108,11 +108,13 @@ String Book::text(const Sheet& s, int32_t row, int32_t col) const {
       return String(calc::error_text(v.error_code()));
   }
   const uint32_t id = styles.xf(c->style()).numfmt;
-  if (general_format(styles, id)) return numfmt::render(cv, u"General", date1904);
+  // The user sees numbers in the marks and short date of the locale, whatever the file says.
+  const Locale& locale = current_locale();
+  if (general_format(styles, id)) return numfmt::render_shown(cv, u"General", date1904, locale);
   try {
-    return numfmt::render(cv, styles.numfmt_code(id), date1904);
+    return numfmt::render_shown(cv, styles.numfmt_code(id), date1904, locale);
   } catch (const Error&) {
-    return numfmt::render(cv, u"General", date1904);
+    return numfmt::render_shown(cv, u"General", date1904, locale);
   }
 }
 

@@ -52,6 +52,12 @@ bool starts_with_text(StringView s, size_t pos, StringView what) {
 }
 }  // namespace
 
+bool groups_digits(const Locale& locale, char16_t c) noexcept {
+  // Spaces that may group digits: the ordinary, the no-break and the narrow no-break one.
+  auto space = [](char16_t x) { return x == u' ' || x == u'\u00A0' || x == u'\u202F'; };
+  return c == locale.thousands || (space(locale.thousands) && space(c));
+}
+
 const Locale& current_locale() noexcept {
   return locale_slot();
 }
@@ -145,7 +151,8 @@ std::optional<ScannedNumber> scan_number(StringView text) {
       out.digits.push_back(static_cast<char>(text[i]));
       ++int_digits;
       ++i;
-    } else if (text[i] == loc.thousands && int_digits > 0 && i + 1 < n && is_digit(text[i + 1])) {
+    } else if (int_digits > 0 && i + 1 < n && is_digit(text[i + 1]) &&
+               groups_digits(loc, text[i])) {
       ++i;  // a grouping separator between digits; the runtime does not check group sizes
     } else {
       break;
@@ -251,7 +258,19 @@ double round_half_even(const ScannedNumber& s) {
 
 }  // namespace
 
+namespace {
+// The &H / &O forms: the runtime reads them as typed whole numbers (&HFFFF is the Integer -1),
+// which the platform's number reader, if it knows them at all, reads as plain magnitudes.
+bool radix_form(StringView text) {
+  size_t i = 0;
+  while (i < text.size() && is_space(text[i])) ++i;
+  return i < text.size() && text[i] == u'&';
+}
+}  // namespace
+
 std::optional<double> parse_number(StringView text) {
+  const Locale::Reader reader = current_locale().number_reader;
+  if (reader && !radix_form(text)) return reader(text);
   auto scanned = scan_number(text);
   if (!scanned) return std::nullopt;
   return value_of(*scanned);
@@ -315,6 +334,7 @@ struct Token {
 
 std::optional<double> parse_date(StringView text) {
   const Locale& loc = current_locale();
+  if (loc.date_reader) return loc.date_reader(text);
   std::vector<Token> toks;
   size_t i = 0, n = text.size();
   while (i < n) {
@@ -590,7 +610,13 @@ double round_even(double d) {
 // rounded on its written digits.
 double whole_number(const Variant& v) {
   if (v.is_string()) {
-    if (auto scanned = scan_number(v.str())) return round_half_even(*scanned);
+    // With the platform's reader, it alone decides what is a number; the digits as written
+    // still decide the rounding where the rules here read the same number.
+    std::optional<double> read;
+    if (current_locale().number_reader && !(read = parse_number(v.str()))) mismatch();
+    if (auto scanned = scan_number(v.str()); scanned && (!read || value_of(*scanned) == read))
+      return round_half_even(*scanned);
+    if (read) return round_even(*read);
     mismatch();
   }
   return round_even(to_double(v));
@@ -645,6 +671,32 @@ String format_number(double d) {
 }
 
 namespace {
+// A date in a short-date pattern: d and M (dd and MM with a leading zero), y or yy (two
+// digits), yyy and longer (the full year); anything else stands as written.
+String short_date_text(StringView pattern, int y, int m, int d) {
+  String out;
+  for (size_t i = 0; i < pattern.size();) {
+    const char16_t c = pattern[i];
+    size_t run = 1;
+    while (i + run < pattern.size() && pattern[i + run] == c) ++run;
+    auto number = [&](int v, int width) {
+      std::string digits = std::to_string(v);
+      if (static_cast<int>(digits.size()) < width) digits.insert(0, width - digits.size(), '0');
+      out += from_utf8(digits);
+    };
+    if (c == u'd' && run <= 2)
+      number(d, static_cast<int>(run));
+    else if (c == u'M' && run <= 2)
+      number(m, static_cast<int>(run));
+    else if (c == u'y')
+      run <= 2 ? number(y % 100, 2) : number(y, 4);
+    else
+      out.append(run, c);
+    i += run;
+  }
+  return out;
+}
+
 String format_date(double serial) {
   const Locale& loc = current_locale();
   // Split into the day and the time of day, rounded to the second; a time that rounds up to
@@ -670,20 +722,8 @@ String format_date(double serial) {
     int64_t dd = doy - (153 * mp + 2) / 5 + 1;
     int64_t mm = mp + (mp < 10 ? 3 : -9);
     y += mm <= 2;
-    char buf[48];
-    char sep = static_cast<char>(loc.date_separator);
-    switch (loc.date_order) {
-      case Locale::DateOrder::MDY:
-        std::snprintf(buf, sizeof buf, "%d%c%d%c%04d", int(mm), sep, int(dd), sep, int(y));
-        break;
-      case Locale::DateOrder::DMY:
-        std::snprintf(buf, sizeof buf, "%02d%c%02d%c%04d", int(dd), sep, int(mm), sep, int(y));
-        break;
-      case Locale::DateOrder::YMD:
-        std::snprintf(buf, sizeof buf, "%04d%c%02d%c%02d", int(y), sep, int(mm), sep, int(dd));
-        break;
-    }
-    out = from_utf8(buf);
+    out = short_date_text(loc.short_date, static_cast<int>(y), static_cast<int>(mm),
+                          static_cast<int>(dd));
   }
   // The day alone when there is no time; the time alone on day zero, so that the zero date
   // itself reads as midnight ("12:00:00 AM"), not as 12/30/1899.

@@ -109,6 +109,35 @@ TEST(IsNumeric, FollowsTheLocaleSeam) {
   EXPECT_EQ(parse_date(u"14.11.2026"), 46340.0);
 }
 
+TEST(IsNumeric, LeavesTheDecisionToThePlatformsReaders) {
+  Locale l;
+  l.number_reader = [](StringView s) -> std::optional<double> {
+    if (s == u"drei") return 3.0;
+    if (s == u"2,5") return 2.5;
+    return std::nullopt;
+  };
+  l.date_reader = [](StringView s) -> std::optional<double> {
+    return s == u"heute" ? std::optional<double>(46340) : std::nullopt;
+  };
+  LocaleScope scope(l);
+  EXPECT_EQ(parse_number(u"drei"), 3.0);
+  EXPECT_FALSE(parse_number(u"3"));
+  EXPECT_EQ(to_long(Variant(u"drei")), 3);
+  EXPECT_EQ(to_long(Variant(u"2,5")), 2);
+  EXPECT_EQ(raised([] { to_long(Variant(u"3")); }), err::type_mismatch);
+  // The radix forms are the runtime's typed whole numbers, whatever the reader says.
+  EXPECT_EQ(parse_number(u" &HFFFF"), -1.0);
+  EXPECT_TRUE(is_date(Variant(u"heute")));
+  EXPECT_FALSE(is_date(Variant(u"11/14/2026")));
+}
+
+TEST(ToString, WritesDatesInTheLocalesShortDatePattern) {
+  Locale l;
+  l.short_date = u"yy/M/d";
+  LocaleScope scope(l);
+  EXPECT_EQ(to_string(Variant(Date{46054.75})), u"26/2/1 6:00:00 PM");
+}
+
 TEST(ToBool, ReadsTheWordsInAnyCase) {
   for (const char16_t* s : {u"true", u"TRUE", u" True ", u"#TRUE#"})
     EXPECT_TRUE(to_bool(Variant(s))) << to_utf8(s);
