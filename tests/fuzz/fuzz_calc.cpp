@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "engine/calc/calc.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "qzxl/convert.hpp"
 
 using namespace qz;
