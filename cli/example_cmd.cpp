@@ -9,6 +9,7 @@
 
 #include "common.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/columns.hpp"
 
 namespace qzcli {
 
@@ -24,7 +25,7 @@ constexpr int kFirstCol = 2;
 
 std::string col(int c) {
   std::string s;
-  for (; c > 0; c = (c - 1) / 26) s.insert(s.begin(), static_cast<char>('A' + (c - 1) % 26));
+  qz::append_column_letters(s, c - 1);
   return s;
 }
 
