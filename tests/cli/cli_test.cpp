@@ -391,6 +391,25 @@ TEST_F(Cli, AuditFindsWhatTheExampleHidesAndFailsOnRequest) {
   EXPECT_EQ(qzxl("audit " + model + " --fail-on dead").status, 0);
 }
 
+// The audit's groups are AutoColor's own outcomes: on every bundled workbook each group counts
+// exactly the cells a run of autocolor puts in its category.
+TEST_F(Cli, AuditAndAutoColorClassifyAlike) {
+  for (const char* file : {"model.xlsx", "market.xlsx"}) {
+    const std::string in = quote((kSource / "examples" / file).string());
+    const Result audit = qzxl("audit --json --max 0 " + in);
+    const Result colour = qzxl("autocolor --dry-run --json " + in);
+    ASSERT_EQ(audit.status, 0) << audit.err;
+    ASSERT_EQ(colour.status, 0) << colour.err;
+    const json groups = json::parse(audit.out)["groups"];
+    const json cats = json::parse(colour.out)["categories"];
+    auto cells = [&](const char* key) { return cats[key]["cells"].get<int64_t>(); };
+    EXPECT_EQ(groups["partial"]["count"].get<int64_t>(), cells("partial_input")) << file;
+    EXPECT_EQ(groups["external"]["count"].get<int64_t>(), cells("workbook_link")) << file;
+    EXPECT_EQ(groups["sheet"]["count"].get<int64_t>(), cells("sheet_link") + cells("named_link"))
+        << file;
+  }
+}
+
 TEST_F(Cli, NamesTidiesTagsIntoACopyOnly) {
   const fs::path in = copy_in(kSource / "examples" / "model.xlsx", "model.xlsx");
   const std::string before = slurp(in);
