@@ -5,7 +5,7 @@
 #
 #   bash bench/cli/run.sh                      the 1,000,000-cell model
 #   CELLS=100000 bash bench/cli/run.sh         a smaller one
-#   QZXL=build/cli/cli/qzxl bash bench/cli/run.sh
+#   QZXL=build/release/cli/qzxl bash bench/cli/run.sh
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
