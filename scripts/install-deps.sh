@@ -3,7 +3,7 @@
 #   scripts/install-deps.sh          what building and running the tool needs
 #   scripts/install-deps.sh --test   also what the whole test suite needs (readers to check
 #                                    our files with, the Windows cross-build under Wine, and
-#                                    the German locale one Wine scenario runs in, and clang
+#                                    the German locale one Wine scenario runs in, and clang 16
 #                                    with libFuzzer for the fuzz targets)
 set -euo pipefail
 
@@ -14,7 +14,7 @@ if [ "${1:-}" = "--test" ]; then
   packages+=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format
              python3-openpyxl libreoffice-calc-nogui
              wine wine64 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools locales
-             clang libclang-rt-14-dev llvm)
+             clang-16 libclang-rt-16-dev llvm-16)
 fi
 
 missing=()

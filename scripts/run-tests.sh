@@ -21,7 +21,7 @@ ctest --preset release
 # (leaks included).
 cmake --preset debug >/dev/null
 cmake --build --preset debug
-ctest --preset debug -L 'unit|cli'
+ctest --preset debug
 # Each fuzz target for a short bounded time, on seeds made from the shared corpus.
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz

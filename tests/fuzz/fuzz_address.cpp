@@ -2,8 +2,8 @@
 // and the library's address services resolving them in a book with two sheets and a name.
 #include <cstdlib>
 
-#include "engine/model/address.hpp"
 #include "engine/host/engine.hpp"
+#include "engine/model/address.hpp"
 #include "qzxl/convert.hpp"
 #include "qzxl/qzxl.hpp"
 #include "vblib/vblib.hpp"
