@@ -42,6 +42,8 @@ Command make_names_command(CLI::App& parent);
 Command make_settings_command(CLI::App& parent);
 Command make_example_command(CLI::App& parent);
 Command make_large_command(CLI::App& parent);
+Command make_recalc_command(CLI::App& parent);
+Command make_functions_command(CLI::App& parent);
 }  // namespace qzcli
 
 int main(int argc, char** argv) {
@@ -62,6 +64,8 @@ int main(int argc, char** argv) {
   commands.push_back({tokenize, run_tokenize_command});
   commands.push_back(qzcli::make_example_command(app));
   commands.push_back(qzcli::make_large_command(app));
+  commands.push_back(qzcli::make_recalc_command(app));
+  commands.push_back(qzcli::make_functions_command(app));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
