@@ -64,7 +64,7 @@ bool agree(const Value& cached, const Value& computed, double tolerance) {
 }
 
 std::string address(const Sheet& s, const CellRef& at) {
-  return qz::to_utf8(qz::engine::sheet_prefix(s.name) + qz::engine::column_letters(at.col)) +
+  return qz::to_utf8(qz::engine::sheet_prefix(s.name) + qz::column_letters(at.col)) +
          std::to_string(at.row + 1);
 }
 
