@@ -18,7 +18,10 @@ def main():
         for row in ws.iter_rows(values_only=True):
             rows.append([v for v in row])
         sheets[ws.title] = rows
-    names = [[n, "=" + d.attr_text] for n, d in wb.defined_names.items()]
+    # openpyxl 3.1 keeps names in a dict; 3.0 (Debian's older releases) in a list.
+    defined = wb.defined_names
+    pairs = defined.items() if hasattr(defined, "items") else ((d.name, d) for d in defined.definedName)
+    names = [[n, "=" + d.attr_text] for n, d in pairs]
     json.dump({"sheets": sheets, "names": names}, open(sys.argv[2], "w"))
 
 
