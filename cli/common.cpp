@@ -54,10 +54,6 @@ void use_locale() {
 
 // --- the person at the terminal ------------------------------------------------------------
 
-namespace {
-
-using Clock = std::chrono::steady_clock;
-
 // Work that ends within about a second needs no bar; and a bar redrawn for every call would
 // cost more than the cells it reports on. QZXL_PROGRESS_AFTER_MS moves the first point, so
 // that a check of the bar need not depend on how fast the machine is.
@@ -69,6 +65,11 @@ std::chrono::milliseconds quiet_start() {
   }
   return std::chrono::milliseconds(1000);
 }
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
 constexpr auto kRedrawEvery = std::chrono::milliseconds(100);
 constexpr int kBarWidth = 24;
 

@@ -63,6 +63,9 @@ void use_locale();
 
 // --- the person at the terminal ------------------------------------------------------------
 
+/// How long work runs before progress shows (a second, or QZXL_PROGRESS_AFTER_MS).
+std::chrono::milliseconds quiet_start();
+
 /// How the library's questions are answered and whether progress is shown.
 struct Interaction {
   /// The answer to "search for links to named cells?" (Yes or No).

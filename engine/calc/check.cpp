@@ -174,15 +174,15 @@ std::string show(const Value& v) {
   return "?";
 }
 
-/// Why a formula cannot be checked against its cached value, or nothing. Names are looked
-/// into, since a name may stand for a table column or another workbook's cell.
-const char* reason_to_skip(const Formula& f, EvalContext& ctx, SheetId sheet, int depth = 0) {
+}  // namespace
+
+const char* reason_not_checked(const Formula& f, EvalContext& ctx, SheetId sheet, int depth) {
   for (const Node& n : f.nodes) {
     if (n.kind == NodeKind::Name && depth < 8) {
       SheetId scope =
           n.ref != kNoRef && f.refs[n.ref].sheet != kNoSheet ? f.refs[n.ref].sheet : sheet;
       if (auto def = ctx.name(f.text(n.str), scope); def && def->formula)
-        if (const char* why = reason_to_skip(*def->formula, ctx, sheet, depth + 1)) return why;
+        if (const char* why = reason_not_checked(*def->formula, ctx, sheet, depth + 1)) return why;
     }
     if (n.kind == NodeKind::Opaque) return "structured reference";
     if ((n.kind == NodeKind::Ref || n.kind == NodeKind::Name) && n.ref != kNoRef &&
@@ -203,7 +203,20 @@ const char* reason_to_skip(const Formula& f, EvalContext& ctx, SheetId sheet, in
   return nullptr;
 }
 
-}  // namespace
+bool reads_other_workbook(const Formula& f, EvalContext& ctx, SheetId sheet, int depth) {
+  for (const Node& n : f.nodes) {
+    if ((n.kind == NodeKind::Ref || n.kind == NodeKind::Name) && n.ref != kNoRef &&
+        f.refs[n.ref].external)
+      return true;
+    if (n.kind == NodeKind::Name && depth < 8) {
+      SheetId scope =
+          n.ref != kNoRef && f.refs[n.ref].sheet != kNoSheet ? f.refs[n.ref].sheet : sheet;
+      if (auto def = ctx.name(f.text(n.str), scope); def && def->formula)
+        if (reads_other_workbook(*def->formula, ctx, sheet, depth + 1)) return true;
+    }
+  }
+  return false;
+}
 
 void CheckReport::add(const CheckReport& other, size_t max_reports) {
   formulas += other.formulas;
@@ -240,7 +253,7 @@ CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports) {
       ++report.skipped["does not parse"];
       continue;
     }
-    if (const char* why = reason_to_skip(*f, ctx, c.sheet)) {
+    if (const char* why = reason_not_checked(*f, ctx, c.sheet)) {
       ++report.skipped[why];
       continue;
     }

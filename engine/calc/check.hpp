@@ -62,4 +62,13 @@ struct CheckReport {
 /// structured references or data tables are counted as skipped, with the reason.
 CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports = 50);
 
+/// Why a formula's value cannot be held against the application's, or nothing: it calls a
+/// volatile function, one outside function_names() or one that needs an outside source, or
+/// reads another workbook or a table column. Names are looked into, since a name may stand
+/// for another workbook's cell.
+const char* reason_not_checked(const Formula& f, EvalContext& ctx, SheetId sheet, int depth = 0);
+
+/// Whether the formula reads another workbook, itself or through a name.
+bool reads_other_workbook(const Formula& f, EvalContext& ctx, SheetId sheet, int depth = 0);
+
 }  // namespace qz::engine::calc

@@ -59,6 +59,21 @@ struct BookChanges {
   // Styles and shared strings carry their own `changed` flags.
 };
 
+/// How the file asks to be calculated (its calcPr): iteratively, for circular references.
+struct CalcSettings {
+  bool iterate = false;
+  int32_t iterate_count = 100;   ///< passes at most
+  double iterate_delta = 0.001;  ///< stop once no value changes by more
+};
+
+/// What a full recalculation met.
+struct CalcOutcome {
+  /// Formula cells met again while being calculated, each once, in the order met.
+  std::vector<std::pair<SheetId, CellRef>> circular;
+  int32_t passes = 1;     ///< more than one when calculating iteratively
+  bool converged = true;  ///< false when the passes ran out before the values settled
+};
+
 class Book;
 using BookPtr = std::shared_ptr<Book>;
 
@@ -205,6 +220,23 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// Number of formula evaluations so far (for measuring what a recalculation touched).
   uint64_t evaluations() const { return evaluations_; }
 
+  /// The file's calculation settings (read by a file layer).
+  CalcSettings calc_settings;
+  /// Whether evaluation marks the formulas whose value may differ from the application's
+  /// for reasons outside the calculation (FormulaCell::uncertain); costs a little time.
+  bool trace_uncertain = false;
+  /// Formulas that read another workbook keep their loaded values instead of #REF!: the
+  /// file's own record of that workbook is all there is to go by without it.
+  bool keep_linked_values = false;
+  /// Told now and then during `recalculate_all` how many formulas are done of how many.
+  std::function<void(uint64_t done, uint64_t total)> progress;
+  /// Recalculates every formula, iterating over circular references when `calc_settings`
+  /// asks for it, and says which cells were met in a circle.
+  CalcOutcome recalculate_all();
+  /// Why a formula cell is uncertain by itself ("volatile", "other workbook", ...); nothing
+  /// when it is certain or only reads uncertain cells.
+  const char* uncertain_reason(Sheet& s, FormulaCell& f);
+
   // --- structure -----------------------------------------------------------------------------
   /// Inserts (count > 0) or deletes (count < 0) whole rows or columns at `at`: cells, line
   /// properties, formulas everywhere, names, hyperlinks and merged areas follow their cells.
@@ -266,6 +298,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::unordered_map<String, std::vector<std::pair<SheetId, uint32_t>>> name_users_;
   uint64_t evaluations_ = 0;
   int32_t eval_depth_ = 0;
+  bool reads_uncertain_ = false;  // the formula being evaluated read an uncertain cell
+  std::vector<std::pair<SheetId, CellRef>> circular_;
+  double largest_change_ = 0;  // between a formula's old and new value, over a pass
   std::optional<std::pair<SheetId, uint32_t>> deferred_;
   // What a font or a format (`from`) becomes in a colour, for the few that colouring asks
   // about over and over. The style tables only grow, so an answer stays right until a

@@ -117,6 +117,10 @@ struct FormulaCell {
   bool in_progress = false;  ///< on the evaluation path (circular references see it)
   bool is_volatile = false;
   bool live = false;  ///< slot in use
+  /// Its value may differ from the application's for reasons outside the calculation: it calls
+  /// a volatile function or one that needs an outside source, reads another workbook, or
+  /// reads a cell that does (followed only when Book::trace_uncertain is set).
+  bool uncertain = false;
 };
 
 /// A sparse cell store for one worksheet: per column, sorted chunks of cells.

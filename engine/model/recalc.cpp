@@ -1,8 +1,12 @@
 // Calculation: parsing formula cells when they are needed, the dependency graph over them, and
 // evaluating dirty formulas after an edit (or all of them), deep chains included.
+#include <algorithm>
 #include <chrono>
+#include <cmath>
+#include <set>
 #include <unordered_set>
 
+#include "engine/calc/check.hpp"
 #include "engine/model/book.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
@@ -138,13 +142,20 @@ class CalcContext final : public calc::EvalContext {
     if (cell.kind() != CellKind::Formula) return b_.cell_value(s, cell);
     uint32_t index = cell.index;
     FormulaCell& f = s.formulas[index];
-    if (f.dirty && !f.in_progress) {
+    if (f.in_progress) {
+      // A circle: the cell gives the value it had (its previous pass when iterating).
+      if (b_.circular_.size() < 100000) b_.circular_.emplace_back(s.id, f.at);
+      // Without iteration that value depends on where the calculation entered the circle.
+      if (!b_.calc_settings.iterate) b_.reads_uncertain_ = true;
+    } else if (f.dirty) {
       if (b_.eval_depth_ < kMaxEvalDepth)
         b_.evaluate_cell(s, f);
       else if (!b_.deferred_)
         b_.deferred_ = std::make_pair(s.id, index);
     }
-    return s.formulas[index].value;
+    const FormulaCell& g = s.formulas[index];
+    if (g.uncertain) b_.reads_uncertain_ = true;
+    return g.value;
   }
   Book& b_;
 };
@@ -274,8 +285,19 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
     f.dirty = false;
     return;
   }
+  if (keep_linked_values && [&] {
+        CalcContext ctx(*this);
+        return calc::reads_other_workbook(*p, ctx, s.id);
+      }()) {
+    f.dirty = false;
+    f.uncertain = trace_uncertain;
+    if (f.uncertain) reads_uncertain_ = true;
+    return;
+  }
   f.in_progress = true;
   ++eval_depth_;
+  const bool outer_uncertain = reads_uncertain_;
+  reads_uncertain_ = false;
   calc::Value v;
   {
     CalcContext ctx(*this);
@@ -285,6 +307,8 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
       v = calc::Value::error(cell_error::value);
     }
   }
+  const bool uncertain = trace_uncertain && (reads_uncertain_ || uncertain_reason(s, f));
+  reads_uncertain_ = outer_uncertain || uncertain;
   --eval_depth_;
   ++evaluations_;
   // The formula table does not grow during evaluation, but take the slot afresh anyway.
@@ -294,8 +318,15 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   // and is thrown away; the cell stays dirty and is done again once the precedent is.
   if (deferred_) return;
   if (v.kind == calc::Value::Kind::Empty) v = calc::Value::num(0);
-  if (!(g.value == v)) s.changed.cells = true;
+  if (!(g.value == v)) {
+    s.changed.cells = true;
+    double change = v.kind == calc::Value::Kind::Number && g.value.kind == v.kind
+                        ? std::fabs(v.number - g.value.number)
+                        : HUGE_VAL;
+    largest_change_ = std::max(largest_change_, change);
+  }
   g.value = std::move(v);
+  g.uncertain = uncertain;
   g.dirty = false;
 }
 
@@ -304,7 +335,9 @@ void Book::recalc_dirty() {
   work.swap(dirty_);
   size_t limit = 0;
   for (auto& s : sheets) limit += s->formulas.size();
+  uint64_t first = evaluations_, done = 0;
   for (auto& item : work) {
+    if (progress && (++done & 0x3FFF) == 0) progress(evaluations_ - first, work.size());
     std::vector<std::pair<SheetId, uint32_t>> stack{item};
     size_t steps = 0;
     while (!stack.empty()) {
@@ -383,6 +416,39 @@ void Book::calculate(bool all) {
   commit();
   recalc_dirty();
   auto_calc = saved_mode;
+}
+
+CalcOutcome Book::recalculate_all() {
+  CalcOutcome out;
+  circular_.clear();
+  largest_change_ = 0;
+  calculate(true);
+  if (!circular_.empty() && calc_settings.iterate) {
+    // Each pass starts from the last one's values; a circle reads its previous pass.
+    const int32_t passes = std::max<int32_t>(1, calc_settings.iterate_count);
+    out.converged = false;
+    while (out.passes < passes) {
+      largest_change_ = 0;
+      ++out.passes;
+      calculate(true);
+      if (largest_change_ < calc_settings.iterate_delta) {
+        out.converged = true;
+        break;
+      }
+    }
+  }
+  std::set<std::pair<SheetId, std::pair<int32_t, int32_t>>> seen;
+  for (const auto& [sid, at] : circular_)
+    if (seen.insert({sid, {at.row, at.col}}).second) out.circular.emplace_back(sid, at);
+  circular_.clear();
+  return out;
+}
+
+const char* Book::uncertain_reason(Sheet& s, FormulaCell& f) {
+  const calc::Formula* p = ensure_parsed(s, f);
+  if (!p) return "does not parse";
+  CalcContext ctx(*this);
+  return calc::reason_not_checked(*p, ctx, s.id);
 }
 
 void Book::recalc_everything() {

@@ -184,6 +184,17 @@ void Loader::read_workbook() {
     book_->code_name = from_utf8(pr.attribute("codeName").value());
   }
 
+  if (pugi::xml_node pr = child(wb, "calcPr")) {
+    CalcSettings& calc = book_->calc_settings;
+    calc.iterate = parse_bool(node_attr(pr, "iterate").value_or("0"), false);
+    calc.iterate_count = static_cast<int32_t>(
+        parse_int(pr.attribute("iterateCount").value()).value_or(calc.iterate_count));
+    char* end = nullptr;
+    double delta = std::strtod(pr.attribute("iterateDelta").value(), &end);
+    if (end && *end == 0 && end != pr.attribute("iterateDelta").value() && delta >= 0)
+      calc.iterate_delta = delta;
+  }
+
   int32_t active_tab = 0;
   if (pugi::xml_node views = child(wb, "bookViews")) {
     book_->windows.clear();

@@ -394,7 +394,7 @@ void save(Book& book, const fs::path& path, const SaveOptions& options) {
   const SharedStrings strings = write_strings(w);  // decides the indices sheets refer to
   SheetWriter sheets(w, strings);
   sheets.write();
-  write_workbook(w, formulas_differ);
+  write_workbook(w, formulas_differ, options.calculated);
   write_styles(w);
   write_custom_props(w);
 

@@ -89,7 +89,7 @@ SharedStrings write_strings(PackageWriter& w) {
   return added;
 }
 
-void write_workbook(PackageWriter& w, bool formulas_changed) {
+void write_workbook(PackageWriter& w, bool formulas_changed, bool calculated) {
   const std::string& part = w.state->workbook_part;
   std::string text = w.source_text(part);
   if (text.empty())
@@ -315,7 +315,14 @@ void write_workbook(PackageWriter& w, bool formulas_changed) {
     }
   }
 
-  if (formulas_changed) {
+  if (calculated) {
+    // Fresh cached values need no recalculation on opening.
+    if (pugi::xml_node calc = child(wb, "calcPr"))
+      if (pugi::xml_attribute a = calc.attribute("fullCalcOnLoad")) {
+        calc.remove_attribute(a);
+        dirty = true;
+      }
+  } else if (formulas_changed) {
     // The application then recalculates everything on opening, and the cached values of
     // formulas the engine did not compute (or computed differently) cannot mislead.
     pugi::xml_node calc = ensure_child(wb, "calcPr", kWorkbookOrder);

@@ -146,8 +146,9 @@ struct SharedStrings {
 /// Appends the pool entries added since loading to the shared-strings part (write_workbook.cpp).
 SharedStrings write_strings(PackageWriter& w);
 /// The workbook part: date system, sheets in tab order, windows, defined names, and a full
-/// recalculation on opening when `formulas_changed` (write_workbook.cpp).
-void write_workbook(PackageWriter& w, bool formulas_changed);
+/// recalculation on opening when `formulas_changed`, none when every value is `calculated`
+/// (write_workbook.cpp).
+void write_workbook(PackageWriter& w, bool formulas_changed, bool calculated = false);
 /// The style records added since loading, and the palette (write_styles.cpp).
 void write_styles(PackageWriter& w);
 /// The custom document properties, when they changed (write_props.cpp).

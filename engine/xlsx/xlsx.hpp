@@ -20,6 +20,9 @@ struct LoadOptions {
 struct SaveOptions {
   /// Deflate level for rewritten parts (1 fastest … 12 smallest).
   int level = 6;
+  /// Every formula's cached value was just calculated: the file no longer asks the
+  /// application to recalculate it on opening.
+  bool calculated = false;
 };
 
 /// Loads a workbook package. Raises qz::Error with a one-line message naming the file and

@@ -303,6 +303,9 @@ TEST_F(Cli, BadInputIsOneLineANonZeroStatusAndNoFile) {
       {"settings set InputColor", "VALUE"},
       {"autocolor " + model + " --no-such-option" + out, "--no-such-option"},
       {"autocolor", "IN"},
+      {"recalc " + model + " --check" + out, "-o"},
+      {"recalc " + model + " --tolerance -1", "tolerance"},
+      {"recalc " + quote((dir_ / "notes.xlsx").string()) + out, "notes.xlsx"},
   };
   for (const auto& [args, named] : cases) {
     SCOPED_TRACE(args);
@@ -369,6 +372,139 @@ TEST_F(Cli, ProgressShowsOnlyOnATerminalAndNotWhenQuiet) {
   ASSERT_EQ(piped.status, 0);
   EXPECT_EQ(piped.err, "");
   EXPECT_EQ(piped.out.find('\r'), std::string::npos);
+}
+
+// --- recalc ----------------------------------------------------------------------------------
+
+// A workbook written part by part, so that its cached values are whatever the test says:
+// Sheet1 holds 2 and 3, their product cached as 5 (stale), a sum cached right, and two cells
+// that refer to each other (A5 = A6/2+1, A6 = A5: 2 when iterated to the end), and a link to
+// another workbook cached as 84; argv[2] says whether the file asks for iterative calculation.
+const char* const kWriteBook = R"PY(
+import sys, zipfile
+ns = 'http://schemas.openxmlformats.org/spreadsheetml/2006/main'
+rel = 'http://schemas.openxmlformats.org/officeDocument/2006/relationships'
+calc = '<calcPr calcId="191029"%s/>' % (' iterate="1" iterateCount="100" iterateDelta="0.0000001"' if sys.argv[2] == '1' else ' fullCalcOnLoad="1"')
+parts = {
+ '[Content_Types].xml': '<?xml version="1.0"?><Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types"><Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/><Default Extension="xml" ContentType="application/xml"/><Override PartName="/xl/workbook.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.sheet.main+xml"/><Override PartName="/xl/worksheets/sheet1.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.worksheet+xml"/></Types>',
+ '_rels/.rels': '<?xml version="1.0"?><Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships"><Relationship Id="rId1" Type="%s/officeDocument" Target="xl/workbook.xml"/></Relationships>' % rel,
+ 'xl/_rels/workbook.xml.rels': '<?xml version="1.0"?><Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships"><Relationship Id="rId1" Type="%s/worksheet" Target="worksheets/sheet1.xml"/></Relationships>' % rel,
+ 'xl/workbook.xml': '<?xml version="1.0"?><workbook xmlns="%s" xmlns:r="%s"><sheets><sheet name="Sheet1" sheetId="1" r:id="rId1"/></sheets>%s</workbook>' % (ns, rel, calc),
+ 'xl/worksheets/sheet1.xml': '<?xml version="1.0"?><worksheet xmlns="%s"><sheetData>'
+   '<row r="1"><c r="A1"><v>2</v></c></row><row r="2"><c r="A2"><v>3</v></c></row>'
+   '<row r="3"><c r="A3"><f>A1*A2</f><v>5</v></c></row><row r="4"><c r="A4"><f>A1+A2</f><v>5</v></c></row>'
+   '<row r="5"><c r="A5"><f>A6/2+1</f><v>0</v></c></row><row r="6"><c r="A6"><f>A5</f><v>0</v></c></row>'
+   '<row r="7"><c r="A7"><f>\'[Plan.xlsx]Data\'!B1*2</f><v>84</v></c></row>'
+   '</sheetData></worksheet>' % ns,
+}
+with zipfile.ZipFile(sys.argv[1], 'w', zipfile.ZIP_DEFLATED) as z:
+    for name, text in parts.items():
+        z.writestr(name, text)
+)PY";
+
+// The cached values of a saved workbook (openpyxl reads them with data_only) and whether
+// its workbook part still asks for a full recalculation on opening.
+const char* const kReadValues = R"PY(
+import json, sys, zipfile, openpyxl
+wb = openpyxl.load_workbook(sys.argv[1], data_only=True)
+ws = wb.worksheets[0]
+out = {c.coordinate: c.value for row in ws.iter_rows() for c in row if c.value is not None}
+out['fullCalcOnLoad'] = 'fullCalcOnLoad' in zipfile.ZipFile(sys.argv[1]).read('xl/workbook.xml').decode()
+json.dump(out, sys.stdout)
+)PY";
+
+class Recalc : public Cli {
+ protected:
+  fs::path book(const std::string& name, bool iterate) {
+    const fs::path script = dir_ / "write.py", to = dir_ / name;
+    std::ofstream(script) << kWriteBook;
+    const Result r = shell(std::string(kPython) + " " + quote(script.string()) + " " +
+                               quote(to.string()) + (iterate ? " 1" : " 0"),
+                           dir_ / "py_stderr.txt");
+    EXPECT_EQ(r.status, 0) << r.err;
+    return to;
+  }
+  json values(const fs::path& saved) {
+    const fs::path script = dir_ / "values.py";
+    std::ofstream(script) << kReadValues;
+    const Result r =
+        shell(std::string(kPython) + " " + quote(script.string()) + " " + quote(saved.string()),
+              dir_ / "py_stderr.txt");
+    EXPECT_EQ(r.status, 0) << r.err;
+    return r.status == 0 ? json::parse(r.out) : json::object();
+  }
+};
+
+TEST_F(Recalc, CheckNamesEachStaleValueWritesNothingAndHonoursTheTolerance) {
+  const fs::path in = book("stale.xlsx", false);
+  const auto files = listing();
+  Result r = qzxl("recalc --check " + quote(in.string()));
+  EXPECT_EQ(r.status, 1) << r.out << r.err;
+  EXPECT_NE(r.out.find("Sheet1!A3"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("=A1*A2"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("Sheet1!A4 "), std::string::npos) << "a right value was reported";
+  EXPECT_NE(r.out.find("Sheet1!A5"), std::string::npos) << "the circle was not reported";
+  r = qzxl("recalc --check --json " + quote(in.string()));
+  EXPECT_EQ(r.status, 1);
+  json j = json::parse(r.out);
+  ASSERT_EQ(j["disagreements"].size(), 1u) << r.out;
+  EXPECT_EQ(j["disagreements"][0]["cell"], "Sheet1!A3");
+  EXPECT_EQ(j["disagreements"][0]["cached"], "5");
+  EXPECT_EQ(j["disagreements"][0]["computed"], "6");
+  EXPECT_EQ(j["circular"].size(), 1u);
+  EXPECT_EQ(j["skipped"]["other workbook"], 1) << r.out;
+  // 5 against 6 is a sixth of the larger.
+  EXPECT_EQ(qzxl("recalc --check --tolerance 0.2 " + quote(in.string())).status, 0);
+  EXPECT_EQ(qzxl("recalc --check --tolerance 0.1 " + quote(in.string())).status, 1);
+  EXPECT_EQ(listing(), files) << "--check wrote something";
+}
+
+TEST_F(Recalc, SavesFreshValuesBesideTheInputAndIteratesWhenTheFileAsks) {
+  if (!have_openpyxl()) GTEST_SKIP() << "no openpyxl under " << kPython;
+  const fs::path in = book("model.xlsx", false);
+  const std::string before = slurp(in);
+  Result r = qzxl("recalc " + quote(in.string()));
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(slurp(in), before);
+  const fs::path out = dir_ / "model.recalc.xlsx";
+  json v = values(out);
+  EXPECT_EQ(v["A3"], 6);
+  EXPECT_EQ(v["A1"], 2);
+  EXPECT_EQ(v["A7"], 84) << "the other workbook's value was lost";
+  EXPECT_EQ(v["fullCalcOnLoad"], false);
+  EXPECT_EQ(qzxl("recalc --check " + quote(out.string())).status, 0) << "saved values are stale";
+
+  // Asked to iterate, the circle settles on its fixed point and no longer counts as an error.
+  const fs::path iter = book("iterate.xlsx", true);
+  r = qzxl("recalc --json " + quote(iter.string()) + " -o " + quote(iter.string()));
+  ASSERT_EQ(r.status, 0) << r.err;
+  json j = json::parse(r.out);
+  EXPECT_GT(j["passes"].get<int>(), 1);
+  EXPECT_TRUE(j["converged"].get<bool>());
+  v = values(iter);
+  EXPECT_NEAR(v["A5"].get<double>(), 2.0, 1e-5);
+  EXPECT_NEAR(v["A6"].get<double>(), 2.0, 1e-5);
+  EXPECT_EQ(listing(),
+            (std::set<std::string>{"config", "model.xlsx", "model.recalc.xlsx", "iterate.xlsx",
+                                   "write.py", "values.py", "py_stderr.txt"}));
+}
+
+TEST_F(Recalc, ProgressOnATerminalOrWhenAskedAndFunctionsListed) {
+  const fs::path in = dir_ / "large.xlsx";
+  ASSERT_EQ(models("large --cells 200000 " + quote(in.string())).status, 0);
+  const std::string run = "QZXL_PROGRESS_AFTER_MS=0 " + quote(QZXL_CLI_BINARY) + " recalc " +
+                          quote(in.string()) + " -o " + quote(in.string());
+  Result r = shell(run, dir_ / "stderr.txt");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  r = shell(run + " --progress", dir_ / "stderr.txt");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("recalculating"), std::string::npos) << r.err;
+
+  r = qzxl("functions");
+  ASSERT_EQ(r.status, 0);
+  for (const char* f : {"\nSUM\n", "\nXLOOKUP\n", "\nHYPERLINK\n", "\nLAMBDA\n"})
+    EXPECT_NE(r.out.find(f), std::string::npos) << f;
 }
 
 // --- audit, names and settings ---------------------------------------------------------------
@@ -484,8 +620,8 @@ TEST_F(Cli, ReadsValuesInTheLocaleTheOptionOrTheEnvironmentNames) {
 }
 
 TEST_F(Cli, HelpAndVersionOnEveryCommand) {
-  for (const char* cmd :
-       {"", "autocolor", "audit", "names", "settings", "settings get", "tokenize", "consts"}) {
+  for (const char* cmd : {"", "autocolor", "audit", "names", "settings", "settings get", "tokenize",
+                          "consts", "recalc", "functions"}) {
     SCOPED_TRACE(cmd);
     Result r = qzxl(std::string(cmd) + " --help");
     EXPECT_EQ(r.status, 0);
