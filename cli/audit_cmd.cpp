@@ -8,40 +8,15 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "audit.hpp"
+#include "batch.hpp"
 #include "common.hpp"
 #include "qzxl/convert.hpp"
 #include "vblib/vblib.hpp"
 
 namespace qzcli {
 
-namespace {
-
-using qz::String;
-using qz::StringView;
-
-struct Options {
-  std::string in;
-  bool json = false;
-  int max = 20;
-  std::string fail_on;
-};
-
-struct Finding {
-  std::string where;   // a cell ("Income!C7") or a name
-  std::string what;    // the formula, value or reference
-  std::string detail;  // the numbers found, the row's formula, ...
-};
-
-struct Group {
-  const char* key;
-  const char* title;
-  const char* detail_title;
-  std::vector<Finding> items;
-};
-
-enum GroupId { kPartial, kExternal, kSheet, kOvertyped, kDeadNames, kTags, kGroups };
-
-std::array<Group, kGroups> make_groups() {
+Groups make_groups() {
   return {{
       {"partial", "Formulas with typed-in numbers", "numbers", {}},
       {"external", "Links to other workbooks", "", {}},
@@ -51,6 +26,19 @@ std::array<Group, kGroups> make_groups() {
       {"tags", "Hidden library tags", "", {}},
   }};
 }
+
+namespace {
+
+using qz::String;
+using qz::StringView;
+
+struct Options {
+  std::vector<std::string> inputs;
+  bool json = false;
+  int max = 20;
+  std::string fail_on;
+  int jobs = 1;
+};
 
 // What a formula's pieces say: the typed-in numbers (0 and 1 do not count, as they keep a
 // formula a plain one for AutoColor too) and whether it refers to anything.
@@ -90,7 +78,7 @@ class Auditor {
   explicit Auditor(const qz::iXLLibPublicPtr& lib)
       : parser_(lib->NewFormula()), cells_(lib->NewRange()) {}
 
-  void sheet(const qz::host::WorksheetPtr& wks, std::array<Group, kGroups>& groups) {
+  void sheet(const qz::host::WorksheetPtr& wks, Groups& groups) {
     auto used = wks->used_range();
     used->for_each_cell([&](const qz::host::RangePtr& cell) {
       if (cell->has_formula())
@@ -102,25 +90,27 @@ class Auditor {
   }
 
  private:
-  void formula_cell(const qz::host::RangePtr& cell, std::array<Group, kGroups>& groups) {
+  void formula_cell(const qz::host::RangePtr& cell, Groups& groups) {
     const String formula = cell->formula();
     const Reading r = read_formula(*parser_, formula);
     const std::string where = cell_address(cell);
+    const std::string sheet = qz::to_utf8(cell->worksheet()->name());
+    const std::string at = qz::to_utf8(cell->address(false, false));
     if (r.has_reference && !r.numbers.empty())
-      groups[kPartial].items.push_back({where, printable(formula), joined(r.numbers)});
+      groups[kPartial].items.push_back({where, printable(formula), joined(r.numbers), sheet, at});
     // A book's name stands in brackets; quoted text is no reference.
     const StringView body = StringView(formula).substr(1);
     if (qz::vblib::Strings::instr_outside_quotes(1, body, u"]", u'"') > 0)
-      groups[kExternal].items.push_back({where, printable(formula), ""});
+      groups[kExternal].items.push_back({where, printable(formula), "", sheet, at});
     else if (qz::vblib::Strings::instr_outside_quotes(1, body, u"!", u'"') > 0)
-      groups[kSheet].items.push_back({where, printable(formula), ""});
+      groups[kSheet].items.push_back({where, printable(formula), "", sheet, at});
   }
 
   // A number where its neighbours hold the same formula (in relative terms) was most likely
   // typed over that formula. At the end of a row the two cells before it must agree. A
   // number at the start of a row of formulas is the usual first-period input, not a finding.
   void typed_number(const qz::host::WorksheetPtr& wks, const qz::host::RangePtr& cell,
-                    std::array<Group, kGroups>& groups) {
+                    Groups& groups) {
     const int32_t row = cell->row(), col = cell->column();
     auto r1c1 = [&](int32_t c) -> String {
       if (c < 1) return String();
@@ -137,19 +127,21 @@ class Auditor {
     groups[kOvertyped].items.push_back(
         {cell_address(cell), printable(cell->formula()),
          fmt::format("{} (as in {})", printable(wks->cell(row, col - 1)->formula()),
-                     qz::to_utf8(wks->cell(row, col - 1)->address(false, false)))});
+                     qz::to_utf8(wks->cell(row, col - 1)->address(false, false))),
+         qz::to_utf8(wks->name()), qz::to_utf8(cell->address(false, false))});
   }
 
   qz::iFormulaPtr parser_;
   qz::iRangePtr cells_;
 };
 
-void audit_names(const qz::host::WorkbookPtr& book, std::array<Group, kGroups>& groups) {
+void audit_names(const qz::host::WorkbookPtr& book, Groups& groups) {
   for (const auto& n : list_names(book)) {
-    if (n.dead) groups[kDeadNames].items.push_back({n.text, n.refers, ""});
+    if (n.dead) groups[kDeadNames].items.push_back({n.text, n.refers, "", "", ""});
     const bool ends_as_tag =
         n.text.size() >= 4 && n.text.compare(n.text.size() - 4, 4, ".eqz") == 0;
-    if (n.tag && ends_as_tag && !n.visible) groups[kTags].items.push_back({n.text, n.refers, ""});
+    if (n.tag && ends_as_tag && !n.visible)
+      groups[kTags].items.push_back({n.text, n.refers, "", "", ""});
   }
 }
 
@@ -177,22 +169,11 @@ std::vector<GroupId> parse_fail_on(const std::string& list) {
   return out;
 }
 
-int run(const Options& o) {
-  const auto fail_on = parse_fail_on(o.fail_on);
-  if (o.max < 0) throw Failure("--max: give 0 (no limit) or more");
-  const fs::path in = o.in;
+int run_one(const Options& o, const std::vector<GroupId>& fail_on, const fs::path& in) {
   Session session;
   const auto book = session.open(in);
-
-  auto groups = make_groups();
-  Auditor auditor(session.lib);
   size_t sheets = 0;
-  for (const auto& wks : worksheets(book)) {
-    if (wks->type() != qz::host::xl::Worksheet) continue;
-    ++sheets;
-    auditor.sheet(wks, groups);
-  }
-  audit_names(book, groups);
+  auto groups = audit_workbook(session.lib, book, sheets);
 
   int status = 0;
   for (GroupId g : fail_on)
@@ -216,7 +197,7 @@ int run(const Options& o) {
     }
     j["groups"] = gs;
     j["failed"] = status != 0;
-    fmt::print("{}\n", j.dump(2));
+    fmt::print("{}\n", j.dump());
     return status;
   }
 
@@ -245,19 +226,46 @@ int run(const Options& o) {
     for (GroupId g : fail_on)
       if (!groups[static_cast<size_t>(g)].items.empty())
         failed.push_back(groups[static_cast<size_t>(g)].key);
-    fmt::print(stderr, "qzxl audit: findings in {}\n", joined(failed));
+    fmt::print(stderr, "qzxl audit: {}: findings in {}\n", in.string(), joined(failed));
   }
   return status;
 }
 
+int run(const Options& o) {
+  // The options are checked once, before any workbook is read.
+  const auto fail_on = parse_fail_on(o.fail_on);
+  if (o.max < 0) throw Failure("--max: give 0 (no limit) or more");
+  if (!is_batch(o.inputs)) return run_one(o, fail_on, o.inputs.front());
+  return run_batch("audit", expand_inputs(o.inputs), o.jobs, o.json,
+                   [&](const Input& input) { return run_one(o, fail_on, input.path); });
+}
+
 }  // namespace
+
+Groups audit_workbook(const qz::iXLLibPublicPtr& lib, const qz::host::WorkbookPtr& book,
+                      size_t& sheets) {
+  auto groups = make_groups();
+  Auditor auditor(lib);
+  sheets = 0;
+  for (const auto& wks : worksheets(book)) {
+    if (wks->type() != qz::host::xl::Worksheet) continue;
+    ++sheets;
+    auditor.sheet(wks, groups);
+  }
+  audit_names(book, groups);
+  return groups;
+}
 
 Command make_audit_command(CLI::App& parent) {
   static Options o;
   auto* cmd =
       add_command(parent, "audit", "List what a reviewer checks first in a model; changes nothing");
-  cmd->add_option("IN", o.in, "The workbook (.xlsx or .xlsm)")->required();
-  cmd->add_flag("--json", o.json, "Print as JSON");
+  cmd->add_option("IN", o.inputs,
+                  "The workbooks (.xlsx or .xlsm), or folders of them; several are audited by "
+                  "worker processes, and the status is the worst of theirs")
+      ->required();
+  cmd->add_flag("--json", o.json, "Print as JSON, one line per workbook");
+  add_jobs_option(cmd, o.jobs);
   cmd->add_option("--max", o.max, "List at most this many entries per group (0: all)")
       ->capture_default_str();
   cmd->add_option("--fail-on", o.fail_on,
