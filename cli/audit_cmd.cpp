@@ -1,7 +1,8 @@
 // qzxl audit: lists, without changing anything, the cells and names a reviewer of a model
 // looks at first: formulas with typed-in numbers, links to other workbooks and other sheets,
-// numbers typed over a row of formulas, dead names and hidden library tags. Formulas are read
-// with the library's tokenizer and cells classified by the library, as AutoColor reads them.
+// numbers typed over a row of formulas, dead names and hidden library tags. Formula cells are
+// classified by AutoColor's own rules, through the observer `qzxl autocolor` counts with, so
+// the two commands cannot disagree; the typed-in numbers are read with the library's tokenizer.
 #include <fmt/core.h>
 
 #include <array>
@@ -9,10 +10,10 @@
 #include <nlohmann/json.hpp>
 
 #include "audit.hpp"
+#include "autocolor/autocolor.hpp"
 #include "batch.hpp"
 #include "common.hpp"
 #include "qzxl/convert.hpp"
-#include "vblib/vblib.hpp"
 
 namespace qzcli {
 
@@ -30,7 +31,6 @@ Groups make_groups() {
 namespace {
 
 using qz::String;
-using qz::StringView;
 
 struct Options {
   std::vector<std::string> inputs;
@@ -40,32 +40,41 @@ struct Options {
   int jobs = 1;
 };
 
-// What a formula's pieces say: the typed-in numbers (0 and 1 do not count, as they keep a
-// formula a plain one for AutoColor too) and whether it refers to anything.
-struct Reading {
-  std::vector<std::string> numbers;
-  bool has_reference = false;
-};
-
-Reading read_formula(qz::_iFormula& parser, const String& formula) {
-  Reading r;
+// The typed-in numbers of a formula, shown beside a partial input (0 and 1 do not count, as
+// they keep a formula a plain one).
+std::vector<std::string> typed_values(qz::_iFormula& parser, const String& formula) {
+  std::vector<std::string> out;
   String text = formula;
   qz::FmlaPieces pieces;
   parser.ParseCellFormula(text, pieces, false, false);
   for (const auto& p : pieces) {
-    if (p.IsValue) {
-      double d = 1;
-      try {
-        d = qz::to_double(qz::Variant(p.ThePiece));
-      } catch (const std::exception&) {
-      }
-      if (d != 0 && d != 1) r.numbers.push_back(qz::to_utf8(p.ThePiece));
-    } else if (p.IsRange) {
-      r.has_reference = true;
+    if (!p.IsValue) continue;
+    double d = 1;
+    try {
+      d = qz::to_double(qz::Variant(p.ThePiece));
+    } catch (const std::exception&) {
     }
+    if (d != 0 && d != 1) out.push_back(qz::to_utf8(p.ThePiece));
   }
-  return r;
+  return out;
 }
+
+// What AutoColor's rules made of each cell in a run over the workbook, by "Sheet!A1". The run
+// colours the workbook in memory only: the audit saves nothing.
+class Outcomes final : public qz::autocolor::Observer {
+ public:
+  void decided(const qz::host::RangePtr& cell, qz::autocolor::Outcome outcome,
+               std::optional<int32_t>) override {
+    by_cell_[cell_address(cell)] = outcome;
+  }
+  std::optional<qz::autocolor::Outcome> of(const std::string& where) const {
+    auto it = by_cell_.find(where);
+    return it == by_cell_.end() ? std::nullopt : std::optional(it->second);
+  }
+
+ private:
+  std::map<std::string, qz::autocolor::Outcome> by_cell_;
+};
 
 std::string joined(const std::vector<std::string>& parts) {
   std::string out;
@@ -75,8 +84,8 @@ std::string joined(const std::vector<std::string>& parts) {
 
 class Auditor {
  public:
-  explicit Auditor(const qz::iXLLibPublicPtr& lib)
-      : parser_(lib->NewFormula()), cells_(lib->NewRange()) {}
+  Auditor(const qz::iXLLibPublicPtr& lib, const Outcomes& outcomes)
+      : parser_(lib->NewFormula()), cells_(lib->NewRange()), outcomes_(outcomes) {}
 
   void sheet(const qz::host::WorksheetPtr& wks, Groups& groups) {
     auto used = wks->used_range();
@@ -91,19 +100,27 @@ class Auditor {
 
  private:
   void formula_cell(const qz::host::RangePtr& cell, Groups& groups) {
-    const String formula = cell->formula();
-    const Reading r = read_formula(*parser_, formula);
     const std::string where = cell_address(cell);
+    const auto outcome = outcomes_.of(where);
+    if (!outcome) return;
+    const String formula = cell->formula();
     const std::string sheet = qz::to_utf8(cell->worksheet()->name());
     const std::string at = qz::to_utf8(cell->address(false, false));
-    if (r.has_reference && !r.numbers.empty())
-      groups[kPartial].items.push_back({where, printable(formula), joined(r.numbers), sheet, at});
-    // A book's name stands in brackets; quoted text is no reference.
-    const StringView body = StringView(formula).substr(1);
-    if (qz::vblib::Strings::instr_outside_quotes(1, body, u"]", u'"') > 0)
-      groups[kExternal].items.push_back({where, printable(formula), "", sheet, at});
-    else if (qz::vblib::Strings::instr_outside_quotes(1, body, u"!", u'"') > 0)
-      groups[kSheet].items.push_back({where, printable(formula), "", sheet, at});
+    switch (*outcome) {
+      case qz::autocolor::Outcome::PartialInput:
+        groups[kPartial].items.push_back(
+            {where, printable(formula), joined(typed_values(*parser_, formula)), sheet, at});
+        break;
+      case qz::autocolor::Outcome::WorkbookLink:
+        groups[kExternal].items.push_back({where, printable(formula), "", sheet, at});
+        break;
+      case qz::autocolor::Outcome::SheetLink:
+      case qz::autocolor::Outcome::NamedLink:
+        groups[kSheet].items.push_back({where, printable(formula), "", sheet, at});
+        break;
+      default:
+        break;
+    }
   }
 
   // A number where its neighbours hold the same formula (in relative terms) was most likely
@@ -133,6 +150,7 @@ class Auditor {
 
   qz::iFormulaPtr parser_;
   qz::iRangePtr cells_;
+  const Outcomes& outcomes_;
 };
 
 void audit_names(const qz::host::WorkbookPtr& book, Groups& groups) {
@@ -170,7 +188,11 @@ std::vector<GroupId> parse_fail_on(const std::string& list) {
 }
 
 int run_one(const Options& o, const std::vector<GroupId>& fail_on, const fs::path& in) {
-  Session session;
+  // The names question gets the answer `qzxl autocolor` gives it by default, so both commands
+  // run the rules alike.
+  Interaction interaction;
+  interaction.progress = false;
+  Session session(std::make_shared<TerminalUi>(interaction));
   const auto book = session.open(in);
   size_t sheets = 0;
   auto groups = audit_workbook(session.lib, book, sheets);
@@ -244,8 +266,16 @@ int run(const Options& o) {
 
 Groups audit_workbook(const qz::iXLLibPublicPtr& lib, const qz::host::WorkbookPtr& book,
                       size_t& sheets) {
+  // AutoColor's rules over the whole workbook, in memory only: the audit saves nothing.
+  Outcomes outcomes;
+  auto ac = std::dynamic_pointer_cast<qz::iAutoColor>(lib->NewAutoColor());
+  if (!ac) throw Failure("this build's AutoColor cannot report on its runs");
+  ac->set_observer(&outcomes);
+  ac->AutoColorWorkbook(book);
+  ac->set_observer(nullptr);
+
   auto groups = make_groups();
-  Auditor auditor(lib);
+  Auditor auditor(lib, outcomes);
   sheets = 0;
   for (const auto& wks : worksheets(book)) {
     if (wks->type() != qz::host::xl::Worksheet) continue;
