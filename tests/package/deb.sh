@@ -36,4 +36,15 @@ out=$("$qzxl" audit --json "$model")
 echo "$out" | grep -q '"external"' || fail "the packaged tool's audit printed: $out"
 QZXL_CONFIG_DIR="$tmp/config" "$qzxl" autocolor -q "$model" -o "$tmp/coloured.xlsx" >/dev/null ||
   fail "the packaged tool could not colour the example"
+# The library as a client gets it from the package: headers and the CMake package, found by
+# find_package in the unpacked root and built into tests/consumer.
+[ -f "$tmp/root/usr/include/qzxl/qzxl.hpp" ] || fail "the public headers are not in the package"
+config=$(find "$tmp/root/usr/lib" -name QZXLLibConfig.cmake | head -n1)
+[ -n "$config" ] || fail "the CMake package is not in the package"
+consumer="$(cd "$(dirname "$0")/../consumer" && pwd)"
+if ! { cmake -S "$consumer" -B "$tmp/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$tmp/root/usr" &&
+  cmake --build "$tmp/consumer" && "$tmp/consumer/consumer"; } >"$tmp/consumer.log" 2>&1; then
+  cat "$tmp/consumer.log" >&2
+  fail "a client could not be built against the packaged library"
+fi
 echo "package_deb: $(basename "$deb") ($(du -k "$deb" | cut -f1) KiB) unpacks and runs"
