@@ -37,7 +37,9 @@ function(qzxl_layer name)
   qzxl_defaults(${name})
 endfunction()
 
-# A GoogleTest executable registered with CTest.
+# A GoogleTest executable registered with CTest. Those labelled unit or cli are also part of
+# `qzxl_checked`, the one target the sanitizer build needs, so that build compiles nothing
+# else (the benchmarks, the corpus and readers tests, the models tool stay out).
 #   qzxl_test(<name> SOURCES <files...> DEPS <targets...> [LABELS <labels...>])
 function(qzxl_test name)
   cmake_parse_arguments(T "" "" "SOURCES;DEPS;LABELS" ${ARGN})
@@ -48,4 +50,7 @@ function(qzxl_test name)
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
     PROPERTIES LABELS "${T_LABELS}"
     DISCOVERY_TIMEOUT 60)
+  if("unit" IN_LIST T_LABELS OR "cli" IN_LIST T_LABELS)
+    add_dependencies(qzxl_checked ${name})
+  endif()
 endfunction()

@@ -4,7 +4,8 @@
 #   scripts/install-deps.sh --test   also what the whole test suite needs (readers to check
 #                                    our files with, the Windows cross-build under Wine, the
 #                                    German locale one Wine scenario runs in, a browser to load
-#                                    the model map in, and file(1) to check the Windows zip)
+#                                    the model map in, file(1) to check the Windows zip, and
+#                                    clang 16 with libFuzzer for the fuzz targets)
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config
@@ -14,7 +15,7 @@ if [ "${1:-}" = "--test" ]; then
   packages+=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format
              python3-openpyxl libreoffice-calc-nogui
              wine wine64 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools locales
-             chromium file)
+             chromium file clang-16 libclang-rt-16-dev llvm-16)
 fi
 
 missing=()

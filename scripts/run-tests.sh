@@ -17,3 +17,12 @@ cmake --build --preset release
 # The Windows DLLs, which the COM tests check and run under Wine.
 bash scripts/build-windows.sh
 ctest --preset release
+# The unit and command-line tests again under AddressSanitizer and UndefinedBehaviorSanitizer
+# (leaks included).
+cmake --preset debug >/dev/null
+cmake --build --preset debug
+ctest --preset debug
+# Each fuzz target for a short bounded time, on seeds made from the shared corpus.
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
+ctest --preset fuzz

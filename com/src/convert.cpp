@@ -50,7 +50,7 @@ Variant element_value(VARTYPE vt, void* p) {
 Variant record_value(IRecordInfo* info, void* data) {
   // Asked without an array, the count comes back; some systems cap it at the count passed.
   ULONG count = 0xFFFF;
-  if (!info || FAILED(info->GetFieldNames(&count, nullptr))) mismatch("record");
+  if (!info || !data || FAILED(info->GetFieldNames(&count, nullptr))) mismatch("record");
   std::vector<BSTR> names(count);
   if (FAILED(info->GetFieldNames(&count, names.data()))) mismatch("record");
   std::vector<Variant> fields;
@@ -181,7 +181,9 @@ Variant from_variant(const VARIANT& v) {
     case VT_NULL:
       return Variant::null();
     case VT_VARIANT:
-      if (!ref) mismatch("VARIANT inside VARIANT");
+      // A reference to a Variant that is itself a reference is not allowed, and could point
+      // back at itself.
+      if (!ref || v.pvarVal->vt == (VT_BYREF | VT_VARIANT)) mismatch("VARIANT inside VARIANT");
       return from_variant(*v.pvarVal);
     case VT_I1:
       return Variant(static_cast<int16_t>(val(&VARIANT::cVal, &VARIANT::pcVal)));

@@ -233,6 +233,9 @@ HRESULT typed_invoke(IDispatch* self, ITypeInfo* info, DISPID id, WORD flags, DI
                      VARIANT* result, EXCEPINFO* excep, UINT* arg_err) {
   static const DISPPARAMS no_params{};
   if (!params) params = const_cast<DISPPARAMS*>(&no_params);
+  if ((params->cArgs && !params->rgvarg) || params->cNamedArgs > params->cArgs ||
+      (params->cNamedArgs && !params->rgdispidNamedArgs))
+    return E_INVALIDARG;
   if (result) VariantInit(result);
   const Member* member = nullptr;
   try {

@@ -344,7 +344,8 @@ class EApplication final : public host::Application {
     return app_->range(app_->active, s, {Rect{a.row, a.col, a.row, a.col}});
   }
   ObjectPtr selection() override {
-    if (app_->selected_object) return app_->selected_object;
+    if (const auto& chart = app_->selected_object)
+      return make_embedded_chart(app_, chart->book, chart->sheet, chart->name, chart->key);
     auto s = app_->active_sheet();
     if (!s) return nullptr;
     if (s->kind != SheetKind::Worksheet) return app_->sheet_object(app_->active, s);

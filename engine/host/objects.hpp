@@ -41,8 +41,16 @@ struct AppState : std::enable_shared_from_this<AppState> {
   String alt_startup_path;
   int32_t next_book = 1;
   ApplicationOptions options;
-  /// A chart selected instead of cells (Chart.Activate, ChartObject.Activate).
-  ObjectPtr selected_object;
+  /// A chart object selected instead of cells (Chart.Activate, ChartObject.Activate). Kept
+  /// as what identifies it, not as a host object: host objects hold this state, and the state
+  /// holding one of them would keep both alive for ever.
+  struct SelectedChart {
+    BookPtr book;
+    std::shared_ptr<Sheet> sheet;
+    String name;
+    String key;
+  };
+  std::optional<SelectedChart> selected_object;
   std::weak_ptr<host::Application> app;
   /// One host object per model object, while anyone holds it (so `Is` comparisons hold).
   std::map<const void*, std::weak_ptr<Object>> wrappers;

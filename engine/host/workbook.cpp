@@ -278,7 +278,7 @@ class EChartObject final : public host::ChartObject {
   }
   void activate() override {
     app_->activate_sheet(book_, live(sheet_));
-    app_->selected_object = chart();
+    app_->selected_object = AppState::SelectedChart{book_, sheet_, rec().name, key_};
   }
 
  private:
@@ -351,7 +351,7 @@ class EChart final : public host::Chart {
   void activate() override {
     Sheet& s = live(sheet_);
     app_->activate_sheet(book_, s);
-    if (object_) app_->selected_object = shared_from_this();
+    if (object_) app_->selected_object = AppState::SelectedChart{book_, sheet_, object(), key_};
   }
   void copy_picture(int32_t, int32_t, int32_t) override {
     throw Error(err::not_supported, "CopyPicture: this host draws no pictures");

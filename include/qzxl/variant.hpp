@@ -57,7 +57,7 @@ struct Array {
   Array() = default;
   Array(int32_t lower_bound, std::vector<Variant> values);
   /// `UBound`: lower + count - 1 (lower - 1 when empty).
-  int32_t upper() const noexcept { return lower + static_cast<int32_t>(items.size()) - 1; }
+  int32_t upper() const noexcept;
   /// Element by runtime index; raises error 9 outside the bounds.
   Variant& at(int32_t index);
   const Variant& at(int32_t index) const;
@@ -168,6 +168,12 @@ class Variant {
                ObjectPtr, ErrorCode, ArrayBox>
       v_;
 };
+
+// Defined once Variant is complete: clang instantiates the vector's members where they are
+// used, and a vector of an incomplete type has no size yet.
+inline int32_t Array::upper() const noexcept {
+  return lower + static_cast<int32_t>(items.size()) - 1;
+}
 
 /// Builds a 1-based array of Variants, the shape of snapshots handed to clients.
 Array one_based(std::vector<Variant> values);

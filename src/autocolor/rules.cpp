@@ -109,8 +109,9 @@ int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names, Outcom
     });
     const bool linked =
         names ? names->links_elsewhere(body, sheet_name)
-              : names_link_elsewhere(value_or(host::WorkbookPtr(), [&] { return sheet->parent(); }),
-                                     body, sheet_name);
+              : names_link_elsewhere(
+                    value_or(host::WorkbookPtr(), [&] { return require(sheet)->parent(); }), body,
+                    sheet_name);
     by = Outcome::NamedLink;
     if (linked) return knobs.wks_link();
   }

@@ -103,7 +103,8 @@ void iAutoColor::AutoColorRange(const host::RangePtr& vRange, const String& vNam
   autocolor::Knobs knobs = autocolor::Knobs::snapshot(*this);
   std::optional<autocolor::NameLinks> names;
   if (do_names)
-    names.emplace(value_or(host::WorkbookPtr(), [&] { return range->worksheet()->parent(); }));
+    names.emplace(
+        value_or(host::WorkbookPtr(), [&] { return require(range)->worksheet()->parent(); }));
 
   int64_t counted = 0;
   step([&] {

@@ -31,7 +31,7 @@ bool succeeds(F&& f) {
 void iChartXL::ChartActivate(const host::ChartPtr& vChart) {
   if (!vChart) return;
   if (is_chart_sheet(vChart)) {
-    step([&] { std::dynamic_pointer_cast<host::Workbook>(vChart->parent())->activate(); });
+    step([&] { require(std::dynamic_pointer_cast<host::Workbook>(vChart->parent()))->activate(); });
     step([&] { vChart->activate(); });
     return;
   }

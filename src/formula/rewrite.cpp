@@ -114,7 +114,7 @@ String iFormula::MergeRangesInSumFormula(const String& vFormula) {
       const int32_t count = pieces.at(close).StartPos - from - 1;
       if (count < 0) throw Error(err::invalid_call, "no argument list");
       const String args = copy.substr(static_cast<size_t>(from), static_cast<size_t>(count));
-      const String merged = frame::session().LibRange->MergeRanges(args, nullptr);
+      const String merged = require(frame::session().LibRange)->MergeRanges(args, nullptr);
       // MergeRanges answers "" when it stopped on an error (an argument that is no
       // reference, references on two sheets): that ends the rewrite here rather than
       // deleting the argument list.

@@ -307,7 +307,7 @@ std::optional<int32_t> replace_range(String& formula, PieceWriter& out, StringVi
   std::vector<String> parts;
   int32_t change = 0;
   String replacement = value_or(String(), [&] {
-    return frame::session().LibRange->SplitRange(String(segment), parts, &change, false);
+    return require(frame::session().LibRange)->SplitRange(String(segment), parts, &change, false);
   });
   if (replacement.empty() || parts.empty()) return std::nullopt;
 

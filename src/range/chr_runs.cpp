@@ -128,15 +128,16 @@ void iRange::InfuseChrScripts(const host::RangePtr& vCell, const Variant& vChrSc
   const int32_t upper = codes.upper();
   if (upper == 1) {
     const int32_t code = code_at(1);
-    if (code == 1) step([&] { require(vCell->font())->set_superscript(Variant(true)); });
-    if (code == 2) step([&] { require(vCell->font())->set_subscript(Variant(true)); });
+    if (code == 1) step([&] { require(require(vCell)->font())->set_superscript(Variant(true)); });
+    if (code == 2) step([&] { require(require(vCell)->font())->set_subscript(Variant(true)); });
     return;
   }
   for (int32_t i = 1; i <= upper; ++i) {
     const int32_t code = code_at(i);
     if (code != 1 && code != 2) continue;
     step([&] {
-      const host::FontPtr f = require(require(vCell->characters(Variant(i), Variant(1)))->font());
+      const host::FontPtr f =
+          require(require(require(vCell)->characters(Variant(i), Variant(1)))->font());
       if (code == 1)
         f->set_superscript(Variant(true));
       else

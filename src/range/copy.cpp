@@ -62,7 +62,7 @@ void iRange::CopyNoFmlas(const host::RangePtr& vFrom, const host::RangePtr& vTo,
   step([&] { require(vFrom)->copy(require(vTo)); });
   const int64_t count = value_or(int64_t{0}, [&] { return require(vFrom)->count(); });
   host::RangePtr from_cells, to_cells;
-  step([&] { from_cells = require(vFrom->cells()); });
+  step([&] { from_cells = require(require(vFrom)->cells()); });
   step([&] { to_cells = require(require(vTo)->cells()); });
   for (int64_t i = 1; i <= count; ++i) {
     step([&] {

@@ -42,7 +42,7 @@ void cUndoRedoUnit::capture(const host::RangePtr& range, Snapshot& into) {
   into.runs.assign(n, {});
   auto lib_range = frame::session().LibRange;
   host::RangePtr cells;
-  step([&] { cells = range->cells(); });
+  step([&] { cells = require(range)->cells(); });
   for (size_t i = 0; i < n; ++i) {
     host::RangePtr cell;
     step([&] { cell = require(cells)->item(static_cast<int64_t>(i) + 1); });

@@ -320,6 +320,15 @@ TEST_F(Runs, TheSelectionMenuButtonColoursTheSelection) {
   EXPECT_EQ(colour("B3"), 0);
 }
 
+TEST_F(Runs, ASelectedChartIsNoRangeToColour) {
+  fill("A1", u"5");
+  engine::sheet_of(ws)->chart_objects.push_back({u"Chart 1", u""});
+  ws->chart_objects()->item(Variant(1))->activate();
+  bool do_names = true;
+  ac->AutoColorRange(nullptr, u"", &do_names);
+  EXPECT_EQ(colour("A1"), 0);
+}
+
 TEST_F(Runs, ASheetRunAsksFirstAndChartSheetsAreLeftAlone) {
   fill("A1", u"5");
   scope.ui->answers = {msgbox::Cancel};

@@ -92,6 +92,15 @@ TEST_F(Workbooks, ChartSheetsAndChartObjects) {
   obj->set_name(u"Sales");
   EXPECT_EQ(to_utf8(ws->chart_objects()->item(V(1))->name()), "Sales");
   EXPECT_THROW(ws->chart_objects()->item(V(2)), Error);
+  // The selected chart stays selected without a handle, and keeps nothing of the
+  // application alive once nobody else holds it.
+  obj->activate();
+  obj.reset();
+  EXPECT_EQ(to_utf8(std::dynamic_pointer_cast<host::Chart>(app->selection())->name()),
+            "Sheet1 Sales");
+  std::weak_ptr<Book> held = book_of(wb);
+  app.reset(), wb.reset(), ws.reset(), chart_sheet.reset();
+  EXPECT_TRUE(held.expired());
 }
 
 TEST_F(Workbooks, DocumentPropertiesAndWindows) {

@@ -77,5 +77,16 @@ TEST_F(MergeSums, TheFirstFailureEndsTheRewrite) {
   EXPECT_EQ(merge("=SUM(A1,A2)+SUM(1,2)+SUM(B1,B2)"), "=SUM(A1:A2)+SUM(1,2)+SUM(B1,B2)");
 }
 
+TEST_F(MergeSums, AfterTheLastProductLeftNothingIsMergedOrSplit) {
+  lib->NewProduct(u"Leaving", Variant(true));
+  lib->RemoveProduct(u"Leaving");
+  EXPECT_EQ(merge("=SUM(A1,A2)"), "=SUM(A1,A2)");
+  String formula = u"=SUM(A1:A3)";
+  FmlaPieces pieces;
+  iFormula().ParseCellFormula(formula, pieces, true, true);
+  EXPECT_EQ(formula, u"=SUM(A1:A3)");
+  EXPECT_EQ(pieces.at(3).ThePiece, u"A1:A3");
+}
+
 }  // namespace
 }  // namespace qz

@@ -49,6 +49,16 @@ TEST_F(ChrRuns, ASuperscriptSurvivesARewriteThroughTheSnapshot) {
   EXPECT_EQ(chr("B1", 2)->subscript(), Variant(false));
 }
 
+TEST_F(ChrRuns, NothingHasNoSnapshotAndTakesNone) {
+  const Variant scripts(one_based({Variant(int16_t{2}), Variant(int16_t{1})}));
+  ranges->InfuseChrScripts(nullptr, scripts);
+  ranges->InfuseChrScripts(nullptr, one(Variant(int16_t{1})));
+  const Variant name = one(Variant(u"Arial"));
+  ranges->InfuseChrProperties(nullptr, name, name, name, name, name, scripts, name);
+  EXPECT_TRUE(ranges->ExtractChrScripts(nullptr).is_empty());
+  EXPECT_TRUE(ranges->ExtractChrFontNames(nullptr).is_empty());
+}
+
 TEST_F(ChrRuns, ThePropertiesTravelTogetherAndOnlyThoseAskedFor) {
   put("A1", "styled");
   auto font = r("A1")->font();

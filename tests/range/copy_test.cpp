@@ -51,6 +51,14 @@ TEST_F(Copy, CopyNoFmlasTurnsFormulasIntoValuesExceptHiddenText) {
   EXPECT_EQ(to_long(r("C1")->font()->color()), 0);  // black fonts were asked for
 }
 
+TEST_F(Copy, CopyNoFmlasFromOrToNothingChangesNothing) {
+  put("A1", "=1+1");
+  ranges->CopyNoFmlas(nullptr, r("C1"), true, true);
+  ranges->CopyNoFmlas(r("A1"), nullptr, true, true);
+  EXPECT_EQ(r("C1")->formula(), u"");
+  EXPECT_EQ(r("A1")->formula(), u"=1+1");
+}
+
 TEST_F(Copy, FilesNeedANameAndBitmapsABitmapOnTheClipboard) {
   TempDir dir;
   std::ofstream(dir / "range.bmp") << "old";

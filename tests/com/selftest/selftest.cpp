@@ -134,6 +134,10 @@ void variants_in() {
   v = make(VT_BYREF | VT_I4);
   v.plVal = nullptr;
   CHECK(raises(err::type_mismatch, [&] { from_variant(v); }));
+  // A reference to a reference, which could lead back to itself, is refused.
+  v = make(VT_BYREF | VT_VARIANT);
+  v.pvarVal = &v;
+  CHECK(raises(err::type_mismatch, [&] { from_variant(v); }));
   v = make(VT_CLSID);
   CHECK(raises(err::type_mismatch, [&] { from_variant(v); }));
 }
@@ -327,6 +331,10 @@ void typed_arrays(IRecordInfo* record) {
   // Reading did not take the records' strings away.
   CHECK(read_piece_array(a) == pieces);
   SafeArrayDestroy(a);
+  VARIANT no_data = make(VT_RECORD);
+  no_data.pRecInfo = record;
+  no_data.pvRecord = nullptr;
+  CHECK(raises(err::type_mismatch, [&] { from_variant(no_data); }));
   // Anything that is not an array of our records gives no pieces.
   a = make_string_array({u"="});
   CHECK(read_piece_array(a).empty());
@@ -698,6 +706,9 @@ void server(const wchar_t* dll, const wchar_t* host_dll) {
   VariantHolder none;
   UINT bad = 99;
   CHECK(call(r, L"SplitRange", {}, &none) == DISP_E_PARAMNOTOPTIONAL);
+  DISPPARAMS no_args_given{nullptr, nullptr, 2, 0};
+  CHECK(r->Invoke(id_of(r, L"SplitRange"), IID_NULL, 0, DISPATCH_METHOD, &no_args_given, &none,
+                  nullptr, nullptr) == E_INVALIDARG);
   CHECK(call(lib.get(), L"NewRange", {bstr(L"x")}, &none) == DISP_E_BADPARAMCOUNT);
   VariantHolder formula;
   CHECK(SUCCEEDED(call(lib.get(), L"NewFormula", {}, &formula)));
