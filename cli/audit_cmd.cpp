@@ -9,39 +9,15 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "audit.hpp"
 #include "autocolor/autocolor.hpp"
+#include "batch.hpp"
 #include "common.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qzcli {
 
-namespace {
-
-using qz::String;
-
-struct Options {
-  std::string in;
-  bool json = false;
-  int max = 20;
-  std::string fail_on;
-};
-
-struct Finding {
-  std::string where;   // a cell ("Income!C7") or a name
-  std::string what;    // the formula, value or reference
-  std::string detail;  // the numbers found, the row's formula, ...
-};
-
-struct Group {
-  const char* key;
-  const char* title;
-  const char* detail_title;
-  std::vector<Finding> items;
-};
-
-enum GroupId { kPartial, kExternal, kSheet, kOvertyped, kDeadNames, kTags, kGroups };
-
-std::array<Group, kGroups> make_groups() {
+Groups make_groups() {
   return {{
       {"partial", "Formulas with typed-in numbers", "numbers", {}},
       {"external", "Links to other workbooks", "", {}},
@@ -51,6 +27,18 @@ std::array<Group, kGroups> make_groups() {
       {"tags", "Hidden library tags", "", {}},
   }};
 }
+
+namespace {
+
+using qz::String;
+
+struct Options {
+  std::vector<std::string> inputs;
+  bool json = false;
+  int max = 20;
+  std::string fail_on;
+  int jobs = 1;
+};
 
 // The typed-in numbers of a formula, shown beside a partial input (0 and 1 do not count, as
 // they keep a formula a plain one).
@@ -99,7 +87,7 @@ class Auditor {
   Auditor(const qz::iXLLibPublicPtr& lib, const Outcomes& outcomes)
       : parser_(lib->NewFormula()), cells_(lib->NewRange()), outcomes_(outcomes) {}
 
-  void sheet(const qz::host::WorksheetPtr& wks, std::array<Group, kGroups>& groups) {
+  void sheet(const qz::host::WorksheetPtr& wks, Groups& groups) {
     auto used = wks->used_range();
     used->for_each_cell([&](const qz::host::RangePtr& cell) {
       if (cell->has_formula())
@@ -111,22 +99,24 @@ class Auditor {
   }
 
  private:
-  void formula_cell(const qz::host::RangePtr& cell, std::array<Group, kGroups>& groups) {
+  void formula_cell(const qz::host::RangePtr& cell, Groups& groups) {
     const std::string where = cell_address(cell);
     const auto outcome = outcomes_.of(where);
     if (!outcome) return;
     const String formula = cell->formula();
+    const std::string sheet = qz::to_utf8(cell->worksheet()->name());
+    const std::string at = qz::to_utf8(cell->address(false, false));
     switch (*outcome) {
       case qz::autocolor::Outcome::PartialInput:
         groups[kPartial].items.push_back(
-            {where, printable(formula), joined(typed_values(*parser_, formula))});
+            {where, printable(formula), joined(typed_values(*parser_, formula)), sheet, at});
         break;
       case qz::autocolor::Outcome::WorkbookLink:
-        groups[kExternal].items.push_back({where, printable(formula), ""});
+        groups[kExternal].items.push_back({where, printable(formula), "", sheet, at});
         break;
       case qz::autocolor::Outcome::SheetLink:
       case qz::autocolor::Outcome::NamedLink:
-        groups[kSheet].items.push_back({where, printable(formula), ""});
+        groups[kSheet].items.push_back({where, printable(formula), "", sheet, at});
         break;
       default:
         break;
@@ -137,7 +127,7 @@ class Auditor {
   // typed over that formula. At the end of a row the two cells before it must agree. A
   // number at the start of a row of formulas is the usual first-period input, not a finding.
   void typed_number(const qz::host::WorksheetPtr& wks, const qz::host::RangePtr& cell,
-                    std::array<Group, kGroups>& groups) {
+                    Groups& groups) {
     const int32_t row = cell->row(), col = cell->column();
     auto r1c1 = [&](int32_t c) -> String {
       if (c < 1) return String();
@@ -154,7 +144,8 @@ class Auditor {
     groups[kOvertyped].items.push_back(
         {cell_address(cell), printable(cell->formula()),
          fmt::format("{} (as in {})", printable(wks->cell(row, col - 1)->formula()),
-                     qz::to_utf8(wks->cell(row, col - 1)->address(false, false)))});
+                     qz::to_utf8(wks->cell(row, col - 1)->address(false, false))),
+         qz::to_utf8(wks->name()), qz::to_utf8(cell->address(false, false))});
   }
 
   qz::iFormulaPtr parser_;
@@ -162,12 +153,13 @@ class Auditor {
   const Outcomes& outcomes_;
 };
 
-void audit_names(const qz::host::WorkbookPtr& book, std::array<Group, kGroups>& groups) {
+void audit_names(const qz::host::WorkbookPtr& book, Groups& groups) {
   for (const auto& n : list_names(book)) {
-    if (n.dead) groups[kDeadNames].items.push_back({n.text, n.refers, ""});
+    if (n.dead) groups[kDeadNames].items.push_back({n.text, n.refers, "", "", ""});
     const bool ends_as_tag =
         n.text.size() >= 4 && n.text.compare(n.text.size() - 4, 4, ".eqz") == 0;
-    if (n.tag && ends_as_tag && !n.visible) groups[kTags].items.push_back({n.text, n.refers, ""});
+    if (n.tag && ends_as_tag && !n.visible)
+      groups[kTags].items.push_back({n.text, n.refers, "", "", ""});
   }
 }
 
@@ -195,33 +187,15 @@ std::vector<GroupId> parse_fail_on(const std::string& list) {
   return out;
 }
 
-int run(const Options& o) {
-  const auto fail_on = parse_fail_on(o.fail_on);
-  if (o.max < 0) throw Failure("--max: give 0 (no limit) or more");
-  const fs::path in = o.in;
+int run_one(const Options& o, const std::vector<GroupId>& fail_on, const fs::path& in) {
   // The names question gets the answer `qzxl autocolor` gives it by default, so both commands
   // run the rules alike.
   Interaction interaction;
   interaction.progress = false;
   Session session(std::make_shared<TerminalUi>(interaction));
   const auto book = session.open(in);
-
-  Outcomes outcomes;
-  auto ac = std::dynamic_pointer_cast<qz::iAutoColor>(session.lib->NewAutoColor());
-  if (!ac) throw Failure("this build's AutoColor cannot report on its runs");
-  ac->set_observer(&outcomes);
-  ac->AutoColorWorkbook(book);
-  ac->set_observer(nullptr);
-
-  auto groups = make_groups();
-  Auditor auditor(session.lib, outcomes);
   size_t sheets = 0;
-  for (const auto& wks : worksheets(book)) {
-    if (wks->type() != qz::host::xl::Worksheet) continue;
-    ++sheets;
-    auditor.sheet(wks, groups);
-  }
-  audit_names(book, groups);
+  auto groups = audit_workbook(session.lib, book, sheets);
 
   int status = 0;
   for (GroupId g : fail_on)
@@ -245,7 +219,7 @@ int run(const Options& o) {
     }
     j["groups"] = gs;
     j["failed"] = status != 0;
-    fmt::print("{}\n", j.dump(2));
+    fmt::print("{}\n", j.dump());
     return status;
   }
 
@@ -274,19 +248,54 @@ int run(const Options& o) {
     for (GroupId g : fail_on)
       if (!groups[static_cast<size_t>(g)].items.empty())
         failed.push_back(groups[static_cast<size_t>(g)].key);
-    fmt::print(stderr, "qzxl audit: findings in {}\n", joined(failed));
+    fmt::print(stderr, "qzxl audit: {}: findings in {}\n", in.string(), joined(failed));
   }
   return status;
 }
 
+int run(const Options& o) {
+  // The options are checked once, before any workbook is read.
+  const auto fail_on = parse_fail_on(o.fail_on);
+  if (o.max < 0) throw Failure("--max: give 0 (no limit) or more");
+  if (!is_batch(o.inputs)) return run_one(o, fail_on, o.inputs.front());
+  return run_batch("audit", expand_inputs(o.inputs), o.jobs, o.json,
+                   [&](const Input& input) { return run_one(o, fail_on, input.path); });
+}
+
 }  // namespace
+
+Groups audit_workbook(const qz::iXLLibPublicPtr& lib, const qz::host::WorkbookPtr& book,
+                      size_t& sheets) {
+  // AutoColor's rules over the whole workbook, in memory only: the audit saves nothing.
+  Outcomes outcomes;
+  auto ac = std::dynamic_pointer_cast<qz::iAutoColor>(lib->NewAutoColor());
+  if (!ac) throw Failure("this build's AutoColor cannot report on its runs");
+  ac->set_observer(&outcomes);
+  ac->AutoColorWorkbook(book);
+  ac->set_observer(nullptr);
+
+  auto groups = make_groups();
+  Auditor auditor(lib, outcomes);
+  sheets = 0;
+  for (const auto& wks : worksheets(book)) {
+    if (wks->type() != qz::host::xl::Worksheet) continue;
+    ++sheets;
+    auditor.sheet(wks, groups);
+  }
+  audit_names(book, groups);
+  return groups;
+}
 
 Command make_audit_command(CLI::App& parent) {
   static Options o;
   auto* cmd =
       add_command(parent, "audit", "List what a reviewer checks first in a model; changes nothing");
-  cmd->add_option("IN", o.in, "The workbook (.xlsx or .xlsm)")->required();
-  cmd->add_flag("--json", o.json, "Print as JSON");
+  cmd->add_option("IN", o.inputs,
+                  "The workbooks (.xlsx or .xlsm), or folders of them; several are audited by "
+                  "worker processes, and the status is the worst of theirs")
+      ->required();
+  cmd->add_flag("--json", o.json, "Print as JSON, one line per workbook");
+  add_jobs_option(cmd, o.jobs);
   cmd->add_option("--max", o.max, "List at most this many entries per group (0: all)")
       ->capture_default_str();
   cmd->add_option("--fail-on", o.fail_on,

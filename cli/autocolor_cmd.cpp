@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "autocolor/autocolor.hpp"
+#include "batch.hpp"
 #include "common.hpp"
 #include "qzxl/convert.hpp"
 #include "vblib/vblib.hpp"
@@ -21,7 +22,8 @@ using qz::autocolor::Outcome;
 using Clock = std::chrono::steady_clock;
 
 struct Options {
-  std::string in;
+  std::vector<std::string> inputs;
+  int jobs = 1;
   std::string out;
   std::vector<std::string> sheets;
   std::string range;
@@ -172,19 +174,24 @@ int32_t colour_of(qz::iAutoColor& ac, Outcome o) {
   }
 }
 
-int run(const Options& o) {
+// One workbook. `out_folder`, in a run over many, is where the copies go (kept in the layout
+// of the folders they were found in); empty, each copy goes beside its input.
+int run_one(const Options& o, const std::map<String, int32_t>& fixed, const Input& input,
+            const fs::path& out_folder) {
   const auto started = Clock::now();
-  // Everything the person typed is checked before the workbook is read.
-  const auto fixed = parse_colour_list(o.colours);
-  if (o.names && o.no_names) throw Failure("use --names or --no-names, not both");
-  if (!o.range.empty() && !o.sheets.empty()) throw Failure("use --range or --sheet, not both");
-  const fs::path in = o.in;
+  const fs::path in = input.path;
   check_input(in);
   fs::path out;
   if (!o.dry_run) {
-    out = o.out.empty()
-              ? in.parent_path() / (in.stem().string() + ".autocolor" + in.extension().string())
-              : fs::path(o.out);
+    if (!out_folder.empty()) {
+      out = out_folder / input.relative;
+      std::error_code ec;
+      fs::create_directories(out.parent_path(), ec);
+    } else {
+      out = o.out.empty()
+                ? in.parent_path() / (in.stem().string() + ".autocolor" + in.extension().string())
+                : fs::path(o.out);
+    }
     check_output(in, out);
   }
 
@@ -279,7 +286,7 @@ int run(const Options& o) {
                     {"colour", timing.colour},
                     {"save", timing.save},
                     {"total", total_seconds}};
-    fmt::print("{}\n", j.dump(2));
+    fmt::print("{}\n", j.dump());
     return 0;
   }
 
@@ -304,16 +311,49 @@ int run(const Options& o) {
   return 0;
 }
 
+int run(const Options& o) {
+  // Everything the person typed is checked before any workbook is read.
+  const auto fixed = parse_colour_list(o.colours);
+  if (o.names && o.no_names) throw Failure("use --names or --no-names, not both");
+  if (!o.range.empty() && !o.sheets.empty()) throw Failure("use --range or --sheet, not both");
+  if (!is_batch(o.inputs)) {
+    const fs::path in = o.inputs.front();
+    return run_one(o, fixed, {in, in.filename()}, {});
+  }
+  // The folder for the copies is made as the first one is written, so that a refused run
+  // leaves nothing behind.
+  fs::path out_folder;
+  if (!o.out.empty() && !o.dry_run) {
+    out_folder = o.out;
+    std::error_code ec;
+    if (fs::exists(out_folder, ec) && !fs::is_directory(out_folder, ec))
+      throw Failure(fmt::format("{}: with several workbooks, -o names a folder", o.out));
+    const fs::path parent = fs::absolute(out_folder).parent_path();
+    if (!fs::is_directory(parent, ec))
+      throw Failure(fmt::format("{}: no such folder", parent.string()));
+  }
+  const auto inputs = expand_inputs(o.inputs);
+  // Several workers drawing bars on one terminal would only garble it.
+  Options quiet = o;
+  quiet.quiet = true;
+  return run_batch("autocolor", inputs, o.jobs, o.json,
+                   [&](const Input& input) { return run_one(quiet, fixed, input, out_folder); });
+}
+
 }  // namespace
 
 Command make_autocolor_command(CLI::App& parent) {
   static Options o;
   auto* cmd = add_command(parent, "autocolor",
                           "Colour-code a workbook's cells by what they hold and save a copy");
-  cmd->add_option("IN", o.in, "The workbook to colour (.xlsx or .xlsm)")->required();
+  cmd->add_option("IN", o.inputs,
+                  "The workbooks to colour (.xlsx or .xlsm), or folders of them; several are "
+                  "coloured by worker processes, and the status is the worst of theirs")
+      ->required();
   cmd->add_option("-o,--output", o.out,
                   "Where to save the result (default: IN with .autocolor before its extension; "
-                  "IN itself only when named here)");
+                  "IN itself only when named here); with several workbooks, a folder");
+  add_jobs_option(cmd, o.jobs);
   cmd->add_option("--sheet", o.sheets, "Colour only this sheet (repeat for more)");
   cmd->add_option("--range", o.range, "Colour only this range, as SHEET!A1:B9");
   cmd->add_flag("--names", o.names,
@@ -324,7 +364,7 @@ Command make_autocolor_command(CLI::App& parent) {
                   "Colours for this run, as input=#0000FF,partial=#FF0000 (also formula, sheet, "
                   "workbook, hyperlink); the rest come from the settings");
   cmd->add_flag("--dry-run", o.dry_run, "Change and write nothing; report what would change");
-  cmd->add_flag("--json", o.json, "Print the summary as JSON");
+  cmd->add_flag("--json", o.json, "Print the summary as JSON, one line per workbook");
   cmd->add_flag("-q,--quiet", o.quiet, "No progress bar");
   add_locale_option(cmd);
   return {cmd, [] { return run(o); }};

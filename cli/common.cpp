@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 #include "engine/host/engine.hpp"
 #include "engine/locale/locale.hpp"
+#include "engine/picture/picture.hpp"
 #include "engine/xlsx/xlsx.hpp"
 #include "qzxl/convert.hpp"
 #include "vblib/vblib.hpp"
@@ -182,6 +184,8 @@ Session::Session(std::shared_ptr<qz::host::Ui> ui) {
   // Nobody answers the library's questions on a terminal tool unless this one does.
   if (!ui) ui = std::make_shared<TerminalUi>(Interaction{});
   qz::host::environment().ui = std::move(ui);
+  // Range pictures are drawn here, so that CopyPicture and the bitmap exports work.
+  qz::engine::picture::install();
   app = qz::engine::create_application();
   lib = qz::create_iXLLibPublic();
   String name;
@@ -376,6 +380,26 @@ std::string printable(const String& s) {
       out += c;
   }
   return out;
+}
+
+void write_file_atomically(const fs::path& path, const std::string& content) {
+  const fs::path tmp = path.parent_path() / (".~" + path.filename().string() + ".tmp");
+  {
+    std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
+    f.write(content.data(), static_cast<std::streamsize>(content.size()));
+    f.close();
+    if (!f) {
+      std::error_code ec;
+      fs::remove(tmp, ec);
+      throw Failure(fmt::format("{}: cannot write", path.string()));
+    }
+  }
+  std::error_code ec;
+  fs::rename(tmp, path, ec);
+  if (ec) {
+    fs::remove(tmp, ec);
+    throw Failure(fmt::format("{}: cannot write ({})", path.string(), ec.message()));
+  }
 }
 
 std::string cell_address(const qz::host::RangePtr& cell) {

@@ -163,6 +163,10 @@ class Table {
   std::vector<std::vector<std::string>> rows_;
 };
 
+/// Writes `content` to a file beside `path` and renames it into place, so that `path` is
+/// either untouched or complete; a Failure names the path when that cannot be done.
+void write_file_atomically(const fs::path& path, const std::string& content);
+
 /// A whole number with thousands separators ("1,234,567").
 std::string grouped(int64_t n);
 

@@ -42,6 +42,8 @@ Command make_names_command(CLI::App& parent);
 Command make_settings_command(CLI::App& parent);
 Command make_recalc_command(CLI::App& parent);
 Command make_functions_command(CLI::App& parent);
+Command make_map_command(CLI::App& parent);
+Command make_picture_command(CLI::App& parent);
 }  // namespace qzcli
 
 int main(int argc, char** argv) {
@@ -49,10 +51,9 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", qzcli::kVersion);
   app.require_subcommand(1);
   std::vector<qzcli::Command> commands{
-      qzcli::make_autocolor_command(app),
-      qzcli::make_audit_command(app),
-      qzcli::make_names_command(app),
-      qzcli::make_settings_command(app),
+      qzcli::make_autocolor_command(app), qzcli::make_audit_command(app),
+      qzcli::make_map_command(app),       qzcli::make_picture_command(app),
+      qzcli::make_names_command(app),     qzcli::make_settings_command(app),
   };
   auto* consts = qzcli::add_command(app, "consts", "Print the library's public constants");
   commands.push_back({consts, run_consts});

@@ -2,19 +2,20 @@
 # Installs the Debian packages the project needs; installs nothing that is already there.
 #   scripts/install-deps.sh          what building and running the tool needs
 #   scripts/install-deps.sh --test   also what the whole test suite needs (readers to check
-#                                    our files with, the Windows cross-build under Wine, and
-#                                    the German locale one Wine scenario runs in, and clang 16
-#                                    with libFuzzer for the fuzz targets)
+#                                    our files with, the Windows cross-build under Wine, the
+#                                    German locale one Wine scenario runs in, a browser to load
+#                                    the model map in, file(1) to check the Windows zip, and
+#                                    clang 16 with libFuzzer for the fuzz targets)
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config
           libpugixml-dev zlib1g-dev libdeflate-dev libcli11-dev libfmt-dev nlohmann-json3-dev
-          libicu-dev)
+          libicu-dev libcairo2-dev libpango1.0-dev fonts-crosextra-carlito)
 if [ "${1:-}" = "--test" ]; then
   packages+=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format
              python3-openpyxl libreoffice-calc-nogui
              wine wine64 g++-mingw-w64-x86-64 g++-mingw-w64-i686 mingw-w64-tools locales
-             clang-16 libclang-rt-16-dev llvm-16)
+             chromium file clang-16 libclang-rt-16-dev llvm-16)
 fi
 
 missing=()

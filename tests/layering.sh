@@ -3,9 +3,9 @@
 #   vocabulary (include/qzxl, src/vocab) < host < vblib < frame < range < formula < menu
 #   < undo < autocolor < workbook < chart < control < factory (the top)
 # The engine stands beside the library: it may use only the vocabulary and the host model.
-# Inside it, lowest first: numfmt < calc < model < host < xlsx. The model knows nothing of the
-# host model (host/); of the file layer, only register.cpp, which plugs the format into the
-# host objects, includes the engine's host/.
+# Inside it, lowest first: numfmt < calc < model < host < xlsx, picture. The model knows
+# nothing of the host model (host/); of the file and picture layers, only register.cpp, which
+# plugs the format or the drawing into the host objects, includes the engine's host/.
 set -u
 cd "$(dirname "$0")/.."
 
@@ -32,7 +32,7 @@ rank_of_file() {
 engine_part() {
   case "$1" in
     engine/numfmt/*) echo 1 ;; engine/calc/*) echo 2 ;; engine/model/*) echo 3 ;;
-    engine/host/*) echo 4 ;; engine/xlsx/*) echo 5 ;; *) echo 0 ;;
+    engine/host/*) echo 4 ;; engine/xlsx/*|engine/picture/*) echo 5 ;; *) echo 0 ;;
   esac
 }
 
@@ -43,13 +43,13 @@ check_engine() {
   [ "$fpart" -eq 0 ] && return
   if [ "$ipart" -gt "$fpart" ]; then
     echo "$file includes $inc, a part of the engine above its own"; bad=1
-  elif [ "$ipart" -eq 4 ] && [ "$fpart" -eq 5 ] && [ "$file" != engine/xlsx/register.cpp ]; then
-    echo "$file includes $inc (of the file layer, only register.cpp sees the host objects)"; bad=1
+  elif [ "$ipart" -eq 4 ] && [ "$fpart" -eq 5 ] && [ "${file##*/}" != register.cpp ]; then
+    echo "$file includes $inc (of the file and picture layers, only register.cpp sees the host objects)"; bad=1
   elif [ "$(rank_of_include "$inc")" -eq 1 ] && [ "$fpart" -lt 4 ]; then
     echo "$file includes $inc (numfmt, calc and the model know nothing of the host model)"; bad=1
   elif [ "$(rank_of_include "$inc")" -eq 1 ] && [ "$fpart" -eq 5 ] &&
-    [ "$file" != engine/xlsx/register.cpp ]; then
-    echo "$file includes $inc (of the file layer, only register.cpp sees the host model)"; bad=1
+    [ "${file##*/}" != register.cpp ]; then
+    echo "$file includes $inc (of the file and picture layers, only register.cpp sees the host model)"; bad=1
   fi
 }
 

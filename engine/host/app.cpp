@@ -30,6 +30,27 @@ void register_file_format(FileFormat format) {
   formats().push_back(std::move(format));
 }
 
+namespace {
+std::mutex& picture_mutex() {
+  static std::mutex m;
+  return m;
+}
+PictureMaker& registered_picture_maker() {
+  static PictureMaker maker;
+  return maker;
+}
+}  // namespace
+
+void register_picture_maker(PictureMaker maker) {
+  std::lock_guard<std::mutex> lock(picture_mutex());
+  registered_picture_maker() = std::move(maker);
+}
+
+PictureMaker picture_maker() {
+  std::lock_guard<std::mutex> lock(picture_mutex());
+  return registered_picture_maker();
+}
+
 const FileFormat* file_format_for(const String& path) {
   std::lock_guard<std::mutex> lock(formats_mutex());
   String ext = extension_of(path);

@@ -34,6 +34,14 @@ void register_file_format(FileFormat format);
 /// The format for a file name's extension, or nullptr.
 const FileFormat* file_format_for(const String& path);
 
+/// Draws the picture `Range.CopyPicture` takes of one area of a sheet and leaves it on the
+/// clipboard; the picture layer (engine/picture) registers one. Without one, CopyPicture is
+/// refused, as by a host that draws no pictures. Charts are never drawn.
+using PictureMaker = std::function<void(const Sheet& sheet, const Rect& area)>;
+void register_picture_maker(PictureMaker maker);
+/// The registered picture maker (empty when there is none).
+PictureMaker picture_maker();
+
 /// Settings a host program may choose for a new application.
 struct ApplicationOptions {
   /// The clock NOW() and TODAY() read, as a 1900-system serial (1904 workbooks convert it);

@@ -567,7 +567,10 @@ class ERange final : public host::Range {
   }
 
   void copy_picture(int32_t, int32_t) override {
-    throw Error(err::not_supported, "CopyPicture: this host draws no pictures");
+    const auto draw = picture_maker();
+    if (!draw) throw Error(err::not_supported, "CopyPicture: this host draws no pictures");
+    if (areas_.size() != 1) fail("CopyPicture: that command cannot be used on multiple selections");
+    draw(sh(), areas_[0]);
   }
 
   void clear_contents() override {

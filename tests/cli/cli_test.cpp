@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 
+#include <cairo.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -58,6 +59,32 @@ bool have_openpyxl() {
   static const bool yes =
       std::system((std::string(kPython) + " -c 'import openpyxl' >/dev/null 2>&1").c_str()) == 0;
   return yes;
+}
+
+bool have_chromium() {
+  static const bool yes = std::system("command -v chromium >/dev/null 2>&1") == 0;
+  return yes;
+}
+
+// JSON lines as a list.
+std::vector<json> json_lines(const std::string& text) {
+  std::vector<json> out;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    if (!line.empty()) out.push_back(json::parse(line));
+  return out;
+}
+
+// The value of attribute `name` of the first element whose tag text holds `marker`.
+std::string attribute(const std::string& dom, const std::string& marker, const std::string& name) {
+  const size_t at = dom.find(marker);
+  if (at == std::string::npos) return "";
+  const size_t open = dom.rfind('<', at), close = dom.find('>', at);
+  const std::string tag = dom.substr(open, close - open);
+  const size_t a = tag.find(" " + name + "=\"");
+  if (a == std::string::npos) return "";
+  const size_t from = a + name.size() + 3;
+  return tag.substr(from, tag.find('"', from) - from);
 }
 
 bool have_soffice() {
@@ -306,6 +333,11 @@ TEST_F(Cli, BadInputIsOneLineANonZeroStatusAndNoFile) {
       {"recalc " + model + " --check" + out, "-o"},
       {"recalc " + model + " --tolerance -1", "tolerance"},
       {"recalc " + quote((dir_ / "notes.xlsx").string()) + out, "notes.xlsx"},
+      {"map " + model + " -o " + model, "replace"},
+      {"map " + model + " --sheet Nowhere -o " + quote((dir_ / "m.html").string()), "Nowhere"},
+      {"audit " + model + " -j -1", "-1"},
+      {"picture " + model + " Income!A1:B2 -o " + quote((dir_ / "p.gif").string()), ".gif"},
+      {"picture " + model + " Ledger!A1:B2 -o " + quote((dir_ / "p.png").string()), "Ledger"},
   };
   for (const auto& [args, named] : cases) {
     SCOPED_TRACE(args);
@@ -507,6 +539,167 @@ TEST_F(Recalc, ProgressOnATerminalOrWhenAskedAndFunctionsListed) {
     EXPECT_NE(r.out.find(f), std::string::npos) << f;
 }
 
+// --- many workbooks at once ----------------------------------------------------------------
+
+TEST_F(Cli, FolderRunsGoOnPastABadWorkbookAndReportEachOnItsOwnLine) {
+  const fs::path models = dir_ / "models";
+  fs::create_directories(models / "sub");
+  const fs::path example = kSource / "examples" / "model.xlsx";
+  fs::copy_file(example, models / "a.xlsx");
+  fs::copy_file(example, models / "sub" / "b.xlsx");
+  std::ofstream(models / "broken.xlsx") << "not a package\n";
+  // A previous run's copy and the application's lock file are no models to colour.
+  fs::copy_file(example, models / "a.autocolor.xlsx");
+  std::ofstream(models / "~$a.xlsx") << "lock\n";
+  const fs::path out = dir_ / "coloured";
+
+  Result r = qzxl("autocolor -j 2 --json " + quote(models.string()) + " -o " + quote(out.string()));
+  EXPECT_EQ(r.status, 2) << "a workbook that failed must fail the run";
+  std::map<std::string, json> by_input;
+  for (const auto& line : json_lines(r.out))
+    by_input[fs::path(line["input"].get<std::string>()).filename().string()] = line;
+  ASSERT_EQ(by_input.size(), 3u) << r.out;
+  EXPECT_GT(by_input["a.xlsx"]["categories"]["input"]["cells"].get<int>(), 0);
+  EXPECT_EQ(by_input["b.xlsx"]["cells"], by_input["a.xlsx"]["cells"]);
+  EXPECT_NE(by_input["broken.xlsx"]["error"].get<std::string>().find("broken.xlsx"),
+            std::string::npos);
+  EXPECT_EQ(by_input["broken.xlsx"]["status"], 2);
+  EXPECT_NE(r.err.find("3 workbooks, 1 failed"), std::string::npos) << r.err;
+  // The copies keep the folders' layout, and the inputs stay as they were.
+  EXPECT_TRUE(fs::exists(out / "a.xlsx"));
+  EXPECT_TRUE(fs::exists(out / "sub" / "b.xlsx"));
+  EXPECT_FALSE(fs::exists(out / "broken.xlsx"));
+  EXPECT_EQ(slurp(models / "a.xlsx"), slurp(example));
+
+  // The audit's status is the worst of its workbooks': findings in one fail the run.
+  const std::string both =
+      quote((models / "a.xlsx").string()) + " " + quote((models / "sub" / "b.xlsx").string());
+  r = qzxl("audit --json -j 0 --fail-on external " + both);
+  EXPECT_EQ(r.status, 1);
+  const auto lines = json_lines(r.out);
+  ASSERT_EQ(lines.size(), 2u);
+  for (const auto& line : lines) EXPECT_TRUE(line["failed"].get<bool>());
+  EXPECT_EQ(qzxl("audit --fail-on dead " + both).status, 0);
+}
+
+// --- the model map -----------------------------------------------------------------------------
+
+// A pixel of a PNG as 0xRRGGBB.
+uint32_t pixel(const fs::path& png, int x, int y) {
+  cairo_surface_t* s = cairo_image_surface_create_from_png(png.c_str());
+  uint32_t rgb = 0xFFFFFFFF;
+  if (cairo_surface_status(s) == CAIRO_STATUS_SUCCESS && x < cairo_image_surface_get_width(s) &&
+      y < cairo_image_surface_get_height(s)) {
+    cairo_surface_flush(s);
+    const unsigned char* row = cairo_image_surface_get_data(s) +
+                               static_cast<ptrdiff_t>(y) * cairo_image_surface_get_stride(s);
+    rgb = reinterpret_cast<const uint32_t*>(row)[x] & 0xFFFFFF;
+  }
+  cairo_surface_destroy(s);
+  return rgb;
+}
+
+TEST_F(Cli, MapDrawsEverySheetInABrowserWithTheAuditsFindingsLinked) {
+  const fs::path example = kSource / "examples" / "model.xlsx";
+  const fs::path page = dir_ / "map.html";
+  Result r = qzxl("map " + quote(example.string()) + " -o " + quote(page.string()));
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string html = slurp(page);
+  // Nothing from the network: no stylesheets, scripts or images from elsewhere.
+  EXPECT_NE(html.find("default-src 'none'"), std::string::npos);
+  for (const char* outside : {"<link", " src=", "@import", "url("})
+    EXPECT_EQ(html.find(outside), std::string::npos) << outside;
+
+  // The map counts what the same rules count for autocolor.
+  r = qzxl("autocolor --dry-run --names --json " + quote(example.string()));
+  const json summary = json::parse(r.out);
+
+  if (!have_chromium()) GTEST_SKIP() << "no chromium";
+  const std::string browser =
+      "timeout 120 chromium --headless --no-sandbox --disable-gpu "
+      "--hide-scrollbars --force-device-scale-factor=1 "
+      "--window-size=1000,1400 --user-data-dir=" +
+      quote((dir_ / "profile").string());
+  const std::string url = "file://" + page.string();
+  // Opened at a finding's link: the page shows that cell.
+  r = shell(browser + " --dump-dom " + quote(url + "#sheet-2-D7"), dir_ / "chromium.txt");
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string dom = r.out;
+  EXPECT_EQ(attribute(dom, "<body", "data-drawn"), "4") << "the script did not draw every sheet";
+  EXPECT_EQ(attribute(dom, "<body", "data-focus"), "Income!D7");
+  EXPECT_NE(dom.find("href=\"#sheet-2-D7\">Income!D7</a>"), std::string::npos)
+      << "the overtyped number links to its cell";
+  size_t at = 0;
+  std::vector<std::string> sheets;
+  while ((at = dom.find("data-sheet=\"", at)) != std::string::npos) {
+    at += 12;
+    sheets.push_back(dom.substr(at, dom.find('"', at) - at));
+  }
+  EXPECT_EQ(sheets, (std::vector<std::string>{"Assumptions", "Income", "Balance", "CashFlow"}));
+  for (const char* key : {"input", "partial_input", "formula", "sheet_link", "named_link"}) {
+    int64_t counted = 0;
+    for (size_t from = 0;
+         (from = dom.find(std::string("data-category=\"") + key + "\"", from)) != std::string::npos;
+         ++from) {
+      const size_t cell = dom.find("class=\"count\">", from) + 14;
+      counted += std::stoll(dom.substr(cell, dom.find('<', cell) - cell));
+    }
+    EXPECT_EQ(counted, summary["categories"][key]["cells"].get<int64_t>()) << key;
+  }
+
+  // On screen, a typed rate and a label show in their categories' colours.
+  r = shell(browser + " --screenshot=" + quote((dir_ / "shot.png").string()) + " " + quote(url),
+            dir_ / "chromium.txt");
+  ASSERT_EQ(r.status, 0) << r.err;
+  const int left = std::stoi(attribute(dom, "id=\"map-1\"", "data-left"));
+  const int top = std::stoi(attribute(dom, "id=\"map-1\"", "data-top"));
+  const int px = std::stoi(attribute(dom, "id=\"map-1\"", "data-px"));
+  const int row0 = std::stoi(attribute(dom, "id=\"map-1\"", "data-row0"));
+  const int col0 = std::stoi(attribute(dom, "id=\"map-1\"", "data-col0"));
+  auto square = [&](int row, int col) {
+    return pixel(dir_ / "shot.png", left + (col - col0) * px + px / 2,
+                 top + (row - row0) * px + px / 2);
+  };
+  EXPECT_EQ(square(4, 3), 0x1F5FD6u) << "Assumptions!C4, a typed growth rate";
+  EXPECT_EQ(square(4, 1), 0xCBBD92u) << "Assumptions!A4, a label";
+  EXPECT_EQ(square(3, 3), 0x5A5A5Au) << "Assumptions!C3, =B3+1";
+}
+
+TEST_F(Cli, PictureOfARangeIsWrittenAsPngOrSvg) {
+  const fs::path png = dir_ / "income.png";
+  const std::string model = quote((kSource / "examples" / "model.xlsx").string());
+  Result r = qzxl("picture " + model + " 'Income!A1:B3' -o " + quote(png.string()));
+  ASSERT_EQ(r.status, 0) << r.err;
+  cairo_surface_t* s = cairo_image_surface_create_from_png(png.c_str());
+  ASSERT_EQ(cairo_surface_status(s), CAIRO_STATUS_SUCCESS);
+  // Two columns of the default 64 pixels, three rows of 20; the SVG says so too.
+  EXPECT_EQ(cairo_image_surface_get_width(s), 2 * 64);
+  EXPECT_EQ(cairo_image_surface_get_height(s), 3 * 20);
+  cairo_surface_destroy(s);
+  r = qzxl("picture " + model + " 'Income!A1:B3' -o " + quote((dir_ / "i.svg").string()));
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(slurp(dir_ / "i.svg").find("height=\"60\""), std::string::npos);
+}
+
+TEST_F(Cli, MapPagesHoldAsManyElementsForAThreeTimesLargerModel) {
+  // Elements outside the drawn data: a fixed number per sheet and per finding shown.
+  auto page = [&](int cells) {
+    const fs::path book = dir_ / ("large" + std::to_string(cells) + ".xlsx");
+    EXPECT_EQ(models("large --cells " + std::to_string(cells) + " " + quote(book.string())).status,
+              0);
+    const Result r = qzxl("map " + quote(book.string()));
+    EXPECT_EQ(r.status, 0) << r.err;
+    return slurp(dir_ / ("large" + std::to_string(cells) + ".map.html"));
+  };
+  const std::string small = page(20000), large = page(60000);
+  auto elements = [](const std::string& html) {
+    const std::string markup = html.substr(0, html.find("<script"));
+    return std::count(markup.begin(), markup.end(), '<');
+  };
+  EXPECT_EQ(elements(large), elements(small));
+  EXPECT_GT(large.size(), 2 * small.size()) << "the cells are not all in the page";
+}
+
 // --- audit, names and settings ---------------------------------------------------------------
 
 TEST_F(Cli, AuditFindsWhatTheExampleHidesAndFailsOnRequest) {
@@ -620,8 +813,8 @@ TEST_F(Cli, ReadsValuesInTheLocaleTheOptionOrTheEnvironmentNames) {
 }
 
 TEST_F(Cli, HelpAndVersionOnEveryCommand) {
-  for (const char* cmd : {"", "autocolor", "audit", "names", "settings", "settings get", "tokenize",
-                          "consts", "recalc", "functions"}) {
+  for (const char* cmd : {"", "autocolor", "audit", "map", "names", "settings", "settings get",
+                          "tokenize", "consts", "recalc", "functions"}) {
     SCOPED_TRACE(cmd);
     Result r = qzxl(std::string(cmd) + " --help");
     EXPECT_EQ(r.status, 0);
