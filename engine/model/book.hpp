@@ -133,6 +133,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void rename_name(size_t index, StringView text);
   void set_name_hidden(size_t index, bool hidden);
   void delete_name(size_t index);
+  /// Puts the sheet's filter buttons over `area` (nullopt removes them), with the hidden
+  /// sheet-level name the application keeps for a filtered list.
+  void set_auto_filter(Sheet& s, std::optional<Rect> area);
   /// "Sheet1!Total" for sheet-level names, "Total" otherwise.
   String qualified_name(const DefinedName& n) const;
   /// Raises qz::Error unless `text` is a valid defined-name text.

@@ -633,6 +633,9 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
             }
           s.hyperlinks.push_back(std::move(h));
         }
+    } else if (tag == "autoFilter") {
+      s.auto_filter = parse_ref(x.attr("ref"));
+      x.skip_element();
     } else if (tag == "drawing") {
       for (const auto& a : x.attrs())
         if (a.name.size() > 3 && a.name.substr(a.name.size() - 3) == ":id") drawing_rid = a.value;

@@ -304,6 +304,18 @@ void SheetWriter::patch_skeleton(pugi::xml_document& doc, Sheet& s, SheetState& 
       set_attr(mc, "count", std::to_string(s.merged.size()));
     }
   }
+  // Filter buttons: a list moved or resized loses the per-column settings it had. An element
+  // the model could not read (no usable ref) stays as it is.
+  {
+    pugi::xml_node af = child(ws, "autoFilter");
+    const std::optional<Rect> in_file =
+        af ? parse_ref(af.attribute("ref").value()) : std::optional<Rect>();
+    if (in_file != s.auto_filter) {
+      if (af) ws.remove_child(af);
+      if (s.auto_filter)
+        set_attr(ensure_child(ws, "autoFilter", kSheetOrder), "ref", ref_text(*s.auto_filter));
+    }
+  }
   write_hyperlinks(ws, s, ss);
 }
 
