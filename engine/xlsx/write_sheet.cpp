@@ -6,6 +6,7 @@
 #include <set>
 
 #include "engine/calc/calc.hpp"
+#include "engine/calc/formula.hpp"
 #include "engine/xlsx/common.hpp"
 #include "engine/xlsx/writer.hpp"
 #include "engine/xlsx/xml_scan.hpp"
@@ -120,6 +121,20 @@ void SheetWriter::write() {
     w_.remove_rel(w_.state->workbook_part, old.first);
     w_.remove_content_type(old.second);
   }
+}
+
+String SheetWriter::file_text(const calc::Formula& f, CellRef at, SheetId home) const {
+  // References to other workbooks are written by the number of their link.
+  bool linked = false;
+  for (const calc::RefInfo& r : f.refs)
+    linked = linked || (r.external && w_.link_prefixes.count(f.text(r.external)));
+  if (!linked) return calc::render(f, calc::Notation::A1, at, home, w_.book);
+  calc::Formula numbered = f;
+  for (const calc::RefInfo& r : f.refs)
+    if (r.external)
+      if (auto it = w_.link_prefixes.find(f.text(r.external)); it != w_.link_prefixes.end())
+        numbered.pool[r.external] = it->second;
+  return calc::render(numbered, calc::Notation::A1, at, home, w_.book);
 }
 
 void SheetWriter::write_sheet(Sheet& s, SheetState& ss, bool is_new) {
@@ -624,7 +639,7 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         } else {
           String text;
           if (const calc::Formula* parsed = w_.book.ensure_parsed(s, f))
-            text = calc::render(*parsed, calc::Notation::A1, f.at, s.id, w_.book);
+            text = file_text(*parsed, f.at, s.id);
           else if (ff)
             text = ff->text16();
           auto written = std::make_unique<FileFormula>();

@@ -315,6 +315,16 @@ void write_workbook(PackageWriter& w, bool formulas_changed) {
     }
   }
 
+  if (!w.new_link_rels.empty()) {
+    // Links this save added follow the ones the file had, so the file's numbers hold.
+    pugi::xml_node refs = ensure_child(wb, "externalReferences", kWorkbookOrder);
+    for (const std::string& id : w.new_link_rels)
+      refs.append_child((p + "externalReference").c_str())
+          .append_attribute((rprefix + ":id").c_str())
+          .set_value(id.c_str());
+    dirty = true;
+  }
+
   if (formulas_changed) {
     // The application then recalculates everything on opening, and the cached values of
     // formulas the engine did not compute (or computed differently) cannot mislead.
