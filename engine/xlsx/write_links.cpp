@@ -168,6 +168,7 @@ void write_links(PackageWriter& w) {
         link.values[sheet][{row, col}] = std::move(v);
     }
   }
+  bool added = false;
   for (ExternalLink& link : book.links) {
     if (link.from_file) continue;
     const std::string part =
@@ -185,7 +186,12 @@ void write_links(PackageWriter& w) {
                                         std::string(kRelDoc) + "/externalLink",
                                         relative_target(w.state->workbook_part, part), false));
     link.from_file = true;
+    added = true;
   }
+  // Formulas typed before their link had values read #REF!; the file shows what they read
+  // now. A full pass, as the engine cannot single them out from here: it runs only on the
+  // save that adds links, and only where the workbook calculates by itself.
+  if (added && book.auto_calc) book.calculate(true);
 }
 
 }  // namespace qz::engine::xlsx

@@ -231,7 +231,7 @@ import json, sys, openpyxl
 wb = openpyxl.load_workbook(sys.argv[1])
 values = openpyxl.load_workbook(sys.argv[1], data_only=True)
 ws = wb["List"]
-side = lambda s: [s.style, s.color.rgb if s.color is not None else None]
+side = lambda s: [s.style, s.color.rgb if s.color is not None and s.color.type == "rgb" else None]
 out = {"filter": ws.auto_filter.ref,
        "borders": {a: {k: side(getattr(ws[a].border, k)) for k in ("left", "right", "top", "bottom")}
                    for a in ("A1", "B1", "A2", "B3")},
