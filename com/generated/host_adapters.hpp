@@ -134,6 +134,15 @@ class DWorksheet final : public Adapter<Worksheet> {
   void delete_() override { late_call(u"Delete"); }
   ChartObjectsPtr chart_objects() override { return as_host<ChartObjects>(late_get(u"ChartObjects")); }
   HyperlinksPtr hyperlinks() override { return as_host<Hyperlinks>(late_get(u"Hyperlinks")); }
+  bool auto_filter_mode() override { return to_bool(late_get(u"AutoFilterMode")); }
+  void set_auto_filter_mode(bool on) override { late_put(u"AutoFilterMode", to_arg(on)); }
+  AutoFilterPtr auto_filter() override { return as_host<AutoFilter>(late_get(u"AutoFilter")); }
+};
+
+class DAutoFilter final : public Adapter<AutoFilter> {
+ public:
+  using Adapter::Adapter;
+  RangePtr range() override { return as_host<Range>(late_get(u"Range")); }
 };
 
 class DCharts final : public Adapter<Charts> {
@@ -192,6 +201,7 @@ class DRange final : public Adapter<Range> {
   void set_horizontal_alignment(const Variant& alignment) override { late_put(u"HorizontalAlignment", to_arg(alignment)); }
   FontPtr font() override { return as_host<Font>(late_get(u"Font")); }
   InteriorPtr interior() override { return as_host<Interior>(late_get(u"Interior")); }
+  BordersPtr borders() override { return as_host<Borders>(late_get(u"Borders")); }
   CharactersPtr characters(const Variant& start, const Variant& length) override { return as_host<Characters>(late_call(u"Characters", to_arg(start), to_arg(length))); }
   RangePtr cells() override { return as_host<Range>(late_get(u"Cells")); }
   RangePtr cell(int32_t row, int32_t column) override { return as_host<Range>(late_get(u"Item", to_arg(row), to_arg(column))); }
@@ -228,6 +238,7 @@ class DRange final : public Adapter<Range> {
   void clear() override { late_call(u"Clear"); }
   void insert(const Variant& shift) override { late_call(u"Insert", to_arg(shift)); }
   void delete_(const Variant& shift) override { late_call(u"Delete", to_arg(shift)); }
+  Variant auto_filter(const Variant& field, const Variant& criteria1, const Variant& op, const Variant& criteria2, const Variant& visible_drop_down) override { return late_call(u"AutoFilter", to_arg(field), to_arg(criteria1), to_arg(op), to_arg(criteria2), to_arg(visible_drop_down)); }
 };
 
 class DAreas final : public Adapter<Areas> {
@@ -267,6 +278,26 @@ class DFont final : public Adapter<Font> {
 class DInterior final : public Adapter<Interior> {
  public:
   using Adapter::Adapter;
+  Variant color() override { return late_get(u"Color"); }
+  void set_color(const Variant& v) override { late_put(u"Color", to_arg(v)); }
+  Variant color_index() override { return late_get(u"ColorIndex"); }
+  void set_color_index(const Variant& v) override { late_put(u"ColorIndex", to_arg(v)); }
+};
+
+class DBorders final : public Adapter<Borders> {
+ public:
+  using Adapter::Adapter;
+  int32_t count() override { return to_long(late_get(u"Count")); }
+  BorderPtr item(int32_t index) override { return as_host<Border>(late_get(u"Item", to_arg(index))); }
+};
+
+class DBorder final : public Adapter<Border> {
+ public:
+  using Adapter::Adapter;
+  Variant line_style() override { return late_get(u"LineStyle"); }
+  void set_line_style(const Variant& v) override { late_put(u"LineStyle", to_arg(v)); }
+  Variant weight() override { return late_get(u"Weight"); }
+  void set_weight(const Variant& v) override { late_put(u"Weight", to_arg(v)); }
   Variant color() override { return late_get(u"Color"); }
   void set_color(const Variant& v) override { late_put(u"Color", to_arg(v)); }
   Variant color_index() override { return late_get(u"ColorIndex"); }
@@ -468,6 +499,10 @@ struct AdapterOf<Worksheet> {
   using type = DWorksheet;
 };
 template <>
+struct AdapterOf<AutoFilter> {
+  using type = DAutoFilter;
+};
+template <>
 struct AdapterOf<Charts> {
   using type = DCharts;
 };
@@ -498,6 +533,14 @@ struct AdapterOf<Font> {
 template <>
 struct AdapterOf<Interior> {
   using type = DInterior;
+};
+template <>
+struct AdapterOf<Borders> {
+  using type = DBorders;
+};
+template <>
+struct AdapterOf<Border> {
+  using type = DBorder;
 };
 template <>
 struct AdapterOf<Characters> {
@@ -570,6 +613,7 @@ struct AdapterOf<DocumentProperty> {
   X(Sheets) \
   X(Worksheets) \
   X(Worksheet) \
+  X(AutoFilter) \
   X(Charts) \
   X(Chart) \
   X(ChartObjects) \
@@ -578,6 +622,8 @@ struct AdapterOf<DocumentProperty> {
   X(Areas) \
   X(Font) \
   X(Interior) \
+  X(Borders) \
+  X(Border) \
   X(Characters) \
   X(Names) \
   X(Name) \

@@ -168,6 +168,13 @@ class EvalContext {
   /// The workbook's file and calculation mode, for CELL and INFO; the default does not
   /// answer.
   virtual std::optional<WorkbookFacts> workbook_facts() { return std::nullopt; }
+  /// A cell of another workbook, by the reference's prefix as written ("[1]Rates",
+  /// "'[Book2.xlsx]Sheet 1'", "'C:\x\[B.xlsx]S'"): read from that workbook when it is open,
+  /// else the value the link last kept. A context that does not know it (the default) answers
+  /// nothing, and the reference is #REF!.
+  virtual std::optional<Value> external_value(StringView prefix, CellRef cell) {
+    return std::nullopt;
+  }
 };
 
 /// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the

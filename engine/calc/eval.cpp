@@ -712,6 +712,8 @@ Matrix Evaluator::matrix(const Operand& o) {
 // ---- references and names ---------------------------------------------------------------
 
 Operand Evaluator::reference(const Formula& f, const RefInfo& r) {
+  if (r.external && !r.deleted && !r.sheet_deleted && !r.name_only && r.sheet2 == kNoSheet)
+    return external(f, r);
   if (r.external || r.deleted || r.sheet_deleted) return Value::error(cell_error::ref);
   int32_t r1 = r.a.row_abs ? r.a.row : r.a.row + origin_.row;
   int32_t c1 = r.a.col_abs ? r.a.col : r.a.col + origin_.col;
@@ -743,6 +745,30 @@ Operand Evaluator::reference(const Formula& f, const RefInfo& r) {
     return Operand::ref(std::move(areas));
   }
   return Operand::ref({Area{sheet, rect}});
+}
+
+Operand Evaluator::external(const Formula& f, const RefInfo& r) {
+  // Another workbook's cells come as values: a block of them as an array.
+  int32_t r1 = r.a.row_abs ? r.a.row : r.a.row + origin_.row;
+  int32_t c1 = r.a.col_abs ? r.a.col : r.a.col + origin_.col;
+  int32_t r2 = r.kind == RefKind::Cell ? r1 : r.b.row_abs ? r.b.row : r.b.row + origin_.row;
+  int32_t c2 = r.kind == RefKind::Cell ? c1 : r.b.col_abs ? r.b.col : r.b.col + origin_.col;
+  if (r.kind == RefKind::Cols || r.kind == RefKind::Rows) return Value::error(cell_error::ref);
+  if (r1 > r2) std::swap(r1, r2);
+  if (c1 > c2) std::swap(c1, c2);
+  if (r1 < 0 || c1 < 0 || r2 >= kMaxRows || c2 >= kMaxCols ||
+      static_cast<int64_t>(r2 - r1 + 1) * (c2 - c1 + 1) > 100000)
+    return Value::error(cell_error::ref);
+  StringView prefix = f.text(r.external);
+  Matrix m(r2 - r1 + 1, c2 - c1 + 1);
+  for (int32_t row = r1; row <= r2; ++row)
+    for (int32_t col = c1; col <= c2; ++col) {
+      std::optional<Value> v = ctx_.external_value(prefix, CellRef{row, col});
+      if (!v) return Value::error(cell_error::ref);
+      m.at(row - r1, col - c1) = std::move(*v);
+    }
+  if (m.rows == 1 && m.cols == 1) return m.at(0, 0);
+  return Operand::arr(std::move(m));
 }
 
 Operand Evaluator::name(const Formula& f, const Node& n) {

@@ -235,6 +235,8 @@ class Evaluator {
   Operand name(const Formula& f, const Node& n);
   /// Resolves a reference of formula f to areas; #REF! when it is off the grid or external.
   Operand reference(const Formula& f, const RefInfo& r);
+  /// A reference into another workbook: its values, as the context knows them.
+  Operand external(const Formula& f, const RefInfo& r);
 
   int name_depth = 0;
 

@@ -82,6 +82,15 @@ Sheet& live(const std::shared_ptr<Sheet>& sheet) {
 void AppState::open_book(const BookPtr& book) {
   book->auto_calc = automatic();
   if (options.clock) book->clock = options.clock;
+  // Links to other workbooks read the open ones' current values.
+  std::weak_ptr<AppState> self = weak_from_this();
+  book->find_open_book = [self](StringView file_name) -> BookPtr {
+    auto app = self.lock();
+    if (!app) return nullptr;
+    for (const auto& b : app->books)
+      if (equals_text(b->name, file_name)) return b;
+    return nullptr;
+  };
   books.push_back(book);
   active = book;
   selected_object.reset();

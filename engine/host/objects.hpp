@@ -123,6 +123,16 @@ host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& boo
                         std::optional<std::pair<int32_t, int32_t>> chars = std::nullopt);
 host::InteriorPtr make_interior(const std::shared_ptr<AppState>& app, const BookPtr& book,
                                 const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas);
+host::BordersPtr make_borders(const BookPtr& book, const std::shared_ptr<Sheet>& sheet,
+                              std::vector<Rect> areas);
+/// The sheet's AutoFilter, or nullptr when it has none.
+host::AutoFilterPtr make_auto_filter(const std::shared_ptr<AppState>& app, const BookPtr& book,
+                                     const std::shared_ptr<Sheet>& sheet);
+/// `Range.AutoFilter` over `area`: buttons on (a single cell stands for the list around it) or,
+/// without a field, off when the sheet has them. Criteria are refused.
+Variant auto_filter(const BookPtr& book, const std::shared_ptr<Sheet>& sheet, Rect area,
+                    const Variant& field, const Variant& criteria1, const Variant& op,
+                    const Variant& criteria2);
 /// `Characters(start, length)` of the cell at `at`: `start` counts from 0, `length` -1 means to
 /// the end of the text.
 host::CharactersPtr make_characters(const std::shared_ptr<AppState>& app, const BookPtr& book,

@@ -256,6 +256,7 @@ class ERange final : public host::Range {
 
   host::FontPtr font() override { return make_font(app_, book_, sheet_, areas_); }
   host::InteriorPtr interior() override { return make_interior(app_, book_, sheet_, areas_); }
+  host::BordersPtr borders() override { return make_borders(book_, sheet_, areas_); }
   host::CharactersPtr characters(const Variant& start, const Variant& length) override {
     int32_t from = start.is_missing() ? 1 : to_long(start);
     int32_t len = length.is_missing() ? -1 : to_long(length);
@@ -586,6 +587,13 @@ class ERange final : public host::Range {
 
   void insert(const Variant& shift) override { structural(shift, true); }
   void delete_(const Variant& shift) override { structural(shift, false); }
+  Variant auto_filter(const Variant& field, const Variant& criteria1, const Variant& op,
+                      const Variant& criteria2, const Variant&) override {
+    Variant result =
+        detail::auto_filter(book_, sheet_, areas_.front(), field, criteria1, op, criteria2);
+    book_->commit();
+    return result;
+  }
 
  private:
   Sheet& sh() { return live(sheet_); }

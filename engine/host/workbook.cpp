@@ -575,6 +575,12 @@ class EWorksheet final : public host::Worksheet {
   host::HyperlinksPtr hyperlinks() override {
     return make_hyperlinks(app_, book_, sheet_, std::nullopt);
   }
+  bool auto_filter_mode() override { return s().auto_filter.has_value(); }
+  void set_auto_filter_mode(bool on) override {
+    if (on && !s().auto_filter) fail("unable to set the AutoFilterMode property: use AutoFilter");
+    if (!on) book_->set_auto_filter(s(), std::nullopt);
+  }
+  host::AutoFilterPtr auto_filter() override { return make_auto_filter(app_, book_, sheet_); }
 
  private:
   Sheet& s() { return live(sheet_); }

@@ -23,6 +23,7 @@
 
 #include <array>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <unordered_map>
@@ -77,6 +78,18 @@ struct CalcOutcome {
 class Book;
 using BookPtr = std::shared_ptr<Book>;
 
+/// Another workbook that formulas refer to, with the values they last read from it.
+struct ExternalLink {
+  String target;               ///< the file as the link names it ("market.xlsx", "C:\x\B.xlsx")
+  std::vector<String> sheets;  ///< its sheets, as the link lists them
+  /// The values the link keeps, by sheet (as `sheets`) and cell.
+  std::vector<std::map<std::pair<int32_t, int32_t>, calc::Value>> values;
+  /// Read from the file: its part is written back as it was.
+  bool from_file = false;
+  /// The file name without its folder ("market.xlsx").
+  String file_name() const;
+};
+
 /// A workbook.
 class Book : public calc::SheetResolver, public std::enable_shared_from_this<Book> {
  public:
@@ -130,6 +143,21 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<SheetId> sheets_between(SheetId first, SheetId last) const override;
   std::vector<SheetId> sheet_order() const override;
 
+  // --- links to other workbooks -------------------------------------------------------------
+  /// In the order the file numbers them ([1] is links[0]).
+  std::vector<ExternalLink> links;
+  /// Another open workbook by file name, or nullptr; the application holding the workbooks
+  /// sets it, so that links read open workbooks' current values.
+  std::function<std::shared_ptr<Book>(StringView file_name)> find_open_book;
+  /// The link and sheet a reference prefix names ("[1]Rates", "'[market.xlsx]Rates'",
+  /// "'C:\x\[B.xlsx]S'"); a workbook not linked yet gets a new link when `add`.
+  std::optional<std::pair<size_t, String>> link_of(StringView prefix, bool add);
+  /// A linked cell's value: from the open workbook, else the value the link keeps.
+  std::optional<calc::Value> external_value(StringView prefix, CellRef cell);
+  /// The formula with references a file numbers by link ("[1]Rates") naming the workbook
+  /// instead ("[market.xlsx]Rates"), as `Range.Formula` shows them; `f` itself when it has none.
+  calc::FormulaPtr with_link_names(const calc::FormulaPtr& f) const;
+
   // --- names ---------------------------------------------------------------------------------
   /// The defined names, in the order they were added; changed only through the members below.
   const NameTable& names() const { return names_; }
@@ -148,6 +176,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void rename_name(size_t index, StringView text);
   void set_name_hidden(size_t index, bool hidden);
   void delete_name(size_t index);
+  /// Puts the sheet's filter buttons over `area` (nullopt removes them), with the hidden
+  /// sheet-level name the application keeps for a filtered list.
+  void set_auto_filter(Sheet& s, std::optional<Rect> area);
   /// "Sheet1!Total" for sheet-level names, "Total" otherwise.
   String qualified_name(const DefinedName& n) const;
   /// Raises qz::Error unless `text` is a valid defined-name text.

@@ -190,4 +190,21 @@ void Book::load_name(DefinedName name) {
   graph_valid_ = false;
 }
 
+void Book::set_auto_filter(Sheet& s, std::optional<Rect> area) {
+  if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
+  if (s.auto_filter == area) return;
+  s.auto_filter = area;
+  s.changed.sheet = true;
+  saved = false;
+  // The application finds a sheet's filtered list again through this hidden name, and files
+  // from it always carry one beside the filter.
+  static constexpr StringView kFilterName = u"_xlnm._FilterDatabase";
+  if (area) {
+    define_name(kFilterName, s.id, sheet_prefix(s.name) + area_a1(*area, true, true), true);
+  } else if (auto index = find_name(kFilterName, s.id)) {
+    delete_name(*index);
+    changed.workbook = true;
+  }
+}
+
 }  // namespace qz::engine

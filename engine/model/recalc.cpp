@@ -130,6 +130,9 @@ class CalcContext final : public calc::EvalContext {
   std::optional<calc::WorkbookFacts> workbook_facts() override {
     return calc::WorkbookFacts{b_.path, b_.name, !b_.auto_calc};
   }
+  std::optional<calc::Value> external_value(StringView prefix, CellRef cell) override {
+    return b_.external_value(prefix, cell);
+  }
 
   double now() override {
     // The clock counts in the 1900 system; a 1904 workbook counts 1462 days fewer.

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -100,6 +101,8 @@ class Sheet {
   std::vector<HyperlinkRec> hyperlinks;
   std::vector<ChartObjectRec> chart_objects;
   std::vector<Rect> merged;
+  /// The list the sheet shows filter buttons over (its header row included), if any.
+  std::optional<Rect> auto_filter;
   Selection selection;
   /// Shared-formula masters by shared index, while loading (a child names only the index).
   std::unordered_map<int32_t, CellRef> shared_masters;

@@ -201,6 +201,7 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
   for (auto& m : s.merged)
     if (auto r = shift_rect(m, rows, at, count)) merged.push_back(*r);
   s.merged.swap(merged);
+  if (s.auto_filter) s.auto_filter = shift_rect(*s.auto_filter, rows, at, count);
   for (auto& a : s.selection.areas)
     if (auto r = shift_rect(a, rows, at, count)) a = *r;
 

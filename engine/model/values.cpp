@@ -178,7 +178,7 @@ String Book::formula_text(Sheet& s, int32_t row, int32_t col, calc::Notation not
   if (c->kind() != CellKind::Formula) return constant_formula(s, *c, row, col);
   FormulaCell& f = s.formula(*c);
   if (calc::FormulaPtr p = parsed_for_reading(s, f))
-    return u"=" + calc::render(*p, notation, f.at, s.id, *this);
+    return u"=" + calc::render(*with_link_names(p), notation, f.at, s.id, *this);
   if (f.file) return u"=" + f.file->text16();
   return String();
 }

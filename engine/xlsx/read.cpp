@@ -282,11 +282,70 @@ void Loader::read_workbook() {
       if (!orphan) book_->load_name(std::move(d));
     }
   }
+  if (pugi::xml_node refs = child(wb, "externalReferences")) {
+    // Formulas number the linked workbooks in this order ([1] the first).
+    for (pugi::xml_node er : refs.children()) {
+      if (local_name(er.name()) != "externalReference") continue;
+      ExternalLink link;
+      link.from_file = true;
+      auto it = rels.find(std::string(rel_id_of(er)));
+      if (it != rels.end() && !it->second->external && pkg_->has_part(it->second->part))
+        read_external_link(it->second->part, link);
+      book_->links.push_back(std::move(link));
+    }
+  }
   state_->sheets_loaded = book_->sheets.size();
   for (const auto& sp : book_->sheets) {
     auto ss = std::static_pointer_cast<SheetState>(sp->file_state);
     state_->sheet_parts.emplace_back(ss->rel_id, ss->part);
     for (const FormulaCell& f : sp->formulas) ss->formulas += f.live;
+  }
+}
+
+void Loader::read_external_link(const std::string& part, ExternalLink& link) {
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  auto child = [](const pugi::xml_node& n, std::string_view tag) {
+    for (pugi::xml_node c : n.children())
+      if (local_name(c.name()) == tag) return c;
+    return pugi::xml_node();
+  };
+  pugi::xml_node book = child(doc.document_element(), "externalBook");
+  if (!book) return;  // a link to another program's data, kept as it is
+  std::string rid(rel_id_of(book));
+  for (const auto& r : pkg_->relationships(part))
+    if (r.id == rid) link.target = from_utf8(r.target);
+  if (link.target.starts_with(u"file:///")) link.target.erase(0, 8);
+  for (pugi::xml_node sn : child(book, "sheetNames").children())
+    if (local_name(sn.name()) == "sheetName")
+      link.sheets.push_back(from_utf8(sn.attribute("val").value()));
+  link.values.resize(link.sheets.size());
+  for (pugi::xml_node sd : child(book, "sheetDataSet").children()) {
+    if (local_name(sd.name()) != "sheetData") continue;
+    auto sheet = parse_int(sd.attribute("sheetId").value());
+    if (!sheet || *sheet < 0 || *sheet >= static_cast<int64_t>(link.values.size())) continue;
+    auto& values = link.values[static_cast<size_t>(*sheet)];
+    for (pugi::xml_node row : sd.children())
+      for (pugi::xml_node cell : row.children()) {
+        if (local_name(cell.name()) != "cell") continue;
+        auto at = parse_ref(cell.attribute("r").value());
+        pugi::xml_node v = child(cell, "v");
+        if (!at || !v) continue;
+        std::string_view t = cell.attribute("t").value();
+        std::string body = v.text().get();
+        calc::Value value;
+        if (t == "str" || t == "s" || t == "inlineStr")
+          value = calc::Value::str(from_utf8(body));
+        else if (t == "b")
+          value = calc::Value::boolean(body == "1");
+        else if (t == "e")
+          value = calc::Value::error(
+              calc::error_from_text(from_utf8(body)).value_or(cell_error::value));
+        else
+          value = calc::Value::num(parse_double(body).value_or(0));
+        values[{at->row1, at->col1}] = std::move(value);
+      }
   }
 }
 
@@ -633,6 +692,9 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
             }
           s.hyperlinks.push_back(std::move(h));
         }
+    } else if (tag == "autoFilter") {
+      s.auto_filter = parse_ref(x.attr("ref"));
+      x.skip_element();
     } else if (tag == "drawing") {
       for (const auto& a : x.attrs())
         if (a.name.size() > 3 && a.name.substr(a.name.size() - 3) == ":id") drawing_rid = a.value;

@@ -53,6 +53,7 @@ class Loader {
   bool read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t& col);
   void store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d);
   void read_custom_props(const std::string& part);
+  void read_external_link(const std::string& part, ExternalLink& link);
 
   std::shared_ptr<const Package> pkg_;
   std::shared_ptr<BookState> state_;

@@ -226,8 +226,8 @@ void PackageWriter::drop(const std::string& part) {
 }
 
 std::string PackageWriter::fresh_part(const std::string& stem, const std::string& ext) {
-  // Sheets are numbered from 1; other parts try their plain name first.
-  bool numbered = stem.ends_with("sheet");
+  // Sheets and links are numbered from 1; other parts try their plain name first.
+  bool numbered = stem.ends_with("sheet") || stem.ends_with("externalLink");
   for (int i = numbered ? 1 : 0;; ++i) {
     std::string p = stem + (i ? std::to_string(i) : std::string()) + ext;
     bool taken =
@@ -391,6 +391,7 @@ void save(Book& book, const fs::path& path, const SaveOptions& options) {
   }
 
   const bool formulas_differ = formulas_changed(book, st);
+  write_links(w);  // decides how the sheets write references to other workbooks
   const SharedStrings strings = write_strings(w);  // decides the indices sheets refer to
   SheetWriter sheets(w, strings);
   sheets.write();

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "engine/calc/calc.hpp"
+#include "engine/calc/formula.hpp"
 #include "engine/xlsx/common.hpp"
 #include "engine/xlsx/writer.hpp"
 #include "engine/xlsx/xml_scan.hpp"
@@ -120,6 +121,20 @@ void SheetWriter::write() {
     w_.remove_rel(w_.state->workbook_part, old.first);
     w_.remove_content_type(old.second);
   }
+}
+
+String SheetWriter::file_text(const calc::Formula& f, CellRef at, SheetId home) const {
+  // References to other workbooks are written by the number of their link.
+  bool linked = false;
+  for (const calc::RefInfo& r : f.refs)
+    linked = linked || (r.external && w_.link_prefixes.count(f.text(r.external)));
+  if (!linked) return calc::render(f, calc::Notation::A1, at, home, w_.book);
+  calc::Formula numbered = f;
+  for (const calc::RefInfo& r : f.refs)
+    if (r.external)
+      if (auto it = w_.link_prefixes.find(f.text(r.external)); it != w_.link_prefixes.end())
+        numbered.pool[r.external] = it->second;
+  return calc::render(numbered, calc::Notation::A1, at, home, w_.book);
 }
 
 void SheetWriter::write_sheet(Sheet& s, SheetState& ss, bool is_new) {
@@ -302,6 +317,18 @@ void SheetWriter::patch_skeleton(pugi::xml_document& doc, Sheet& s, SheetState& 
       for (const Rect& r : s.merged) xml += "<mergeCell ref=\"" + ref_text(r) + "\"/>";
       append_fragment(mc, xml);
       set_attr(mc, "count", std::to_string(s.merged.size()));
+    }
+  }
+  // Filter buttons: a list moved or resized loses the per-column settings it had. An element
+  // the model could not read (no usable ref) stays as it is.
+  {
+    pugi::xml_node af = child(ws, "autoFilter");
+    const std::optional<Rect> in_file =
+        af ? parse_ref(af.attribute("ref").value()) : std::optional<Rect>();
+    if (in_file != s.auto_filter) {
+      if (af) ws.remove_child(af);
+      if (s.auto_filter)
+        set_attr(ensure_child(ws, "autoFilter", kSheetOrder), "ref", ref_text(*s.auto_filter));
     }
   }
   write_hyperlinks(ws, s, ss);
@@ -612,7 +639,7 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         } else {
           String text;
           if (const calc::Formula* parsed = w_.book.ensure_parsed(s, f))
-            text = calc::render(*parsed, calc::Notation::A1, f.at, s.id, w_.book);
+            text = file_text(*parsed, f.at, s.id);
           else if (ff)
             text = ff->text16();
           auto written = std::make_unique<FileFormula>();

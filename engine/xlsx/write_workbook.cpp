@@ -315,6 +315,16 @@ void write_workbook(PackageWriter& w, bool formulas_changed, bool calculated) {
     }
   }
 
+  if (!w.new_link_rels.empty()) {
+    // Links this save added follow the ones the file had, so the file's numbers hold.
+    pugi::xml_node refs = ensure_child(wb, "externalReferences", kWorkbookOrder);
+    for (const std::string& id : w.new_link_rels)
+      refs.append_child((p + "externalReference").c_str())
+          .append_attribute((rprefix + ":id").c_str())
+          .set_value(id.c_str());
+    dirty = true;
+  }
+
   if (calculated) {
     // Fresh cached values need no recalculation on opening.
     if (pugi::xml_node calc = child(wb, "calcPr"))

@@ -108,6 +108,12 @@ class PackageWriter {
   void set_content_type(const std::string& part, const std::string& type);
   void remove_content_type(const std::string& part);
 
+  /// Reference prefixes to other workbooks as typed ("'[market.xlsx]Rates'") and as the file
+  /// writes them ("[1]Rates"); filled by `write_links` before the sheets are written.
+  std::map<String, String> link_prefixes;
+  /// Workbook relationships of links this save adds, for the workbook part to list.
+  std::vector<std::string> new_link_rels;
+
   /// Writes the package to `path`: the source's entries in their order (replaced, copied or
   /// left out), then the new parts.
   void write(const std::filesystem::path& path, int level);
@@ -151,6 +157,10 @@ SharedStrings write_strings(PackageWriter& w);
 void write_workbook(PackageWriter& w, bool formulas_changed, bool calculated = false);
 /// The style records added since loading, and the palette (write_styles.cpp).
 void write_styles(PackageWriter& w);
+/// The links to other workbooks that formulas typed since loading refer to: a part for each
+/// new one, with the values its cells hold now (from the open workbook, or the file beside
+/// the one being saved). Runs before the sheets are written.
+void write_links(PackageWriter& w);
 /// The custom document properties, when they changed (write_props.cpp).
 void write_custom_props(PackageWriter& w);
 
@@ -166,6 +176,8 @@ class SheetWriter {
 
  private:
   void write_sheet(Sheet& s, SheetState& ss, bool is_new);
+  /// A formula's text in the file (links to other workbooks by number).
+  String file_text(const calc::Formula& f, CellRef at, SheetId home) const;
   void sheet_data(Sheet& s, SheetState& ss, EntrySink& sink);
   void patch_skeleton(pugi::xml_document& doc, Sheet& s, SheetState& ss, bool is_new);
   void write_hyperlinks(pugi::xml_node ws, Sheet& s, SheetState& ss);

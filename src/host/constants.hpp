@@ -42,6 +42,29 @@ inline constexpr int32_t SheetVisible = -1;
 inline constexpr int32_t SheetHidden = 0;
 inline constexpr int32_t SheetVeryHidden = 2;
 inline constexpr int32_t DialogFormatNumber = 42;
+// Borders(index)
+inline constexpr int32_t DiagonalDown = 5;
+inline constexpr int32_t DiagonalUp = 6;
+inline constexpr int32_t EdgeLeft = 7;
+inline constexpr int32_t EdgeTop = 8;
+inline constexpr int32_t EdgeBottom = 9;
+inline constexpr int32_t EdgeRight = 10;
+inline constexpr int32_t InsideVertical = 11;
+inline constexpr int32_t InsideHorizontal = 12;
+// Border.LineStyle
+inline constexpr int32_t Continuous = 1;
+inline constexpr int32_t Dash = -4115;
+inline constexpr int32_t DashDot = 4;
+inline constexpr int32_t DashDotDot = 5;
+inline constexpr int32_t Dot = -4118;
+inline constexpr int32_t Double = -4119;
+inline constexpr int32_t SlantDashDot = 13;
+inline constexpr int32_t LineStyleNone = -4142;
+// Border.Weight
+inline constexpr int32_t Hairline = 1;
+inline constexpr int32_t Thin = 2;
+inline constexpr int32_t Medium = -4138;
+inline constexpr int32_t Thick = 4;
 }  // namespace xl
 
 /// Office command-bar enumeration values.

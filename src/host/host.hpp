@@ -274,6 +274,19 @@ class Worksheet : public Object {
   virtual void delete_() = 0;
   virtual ChartObjectsPtr chart_objects() = 0;
   virtual HyperlinksPtr hyperlinks() = 0;
+  /// Whether the sheet shows filter buttons; setting False removes them (True raises).
+  virtual bool auto_filter_mode() = 0;
+  virtual void set_auto_filter_mode(bool on) = 0;
+  /// The sheet's filter, or nullptr when it has none.
+  virtual AutoFilterPtr auto_filter() = 0;
+};
+
+/// A sheet's filter buttons.
+class AutoFilter : public Object {
+ public:
+  String type_name() const override { return u"AutoFilter"; }
+  /// The filtered list, its header row included.
+  virtual RangePtr range() = 0;
 };
 
 class Charts : public Object {
@@ -349,6 +362,8 @@ class Range : public Object {
   virtual void set_horizontal_alignment(const Variant& alignment) = 0;
   virtual FontPtr font() = 0;
   virtual InteriorPtr interior() = 0;
+  /// `Borders(index)`: one border of the range by `xl::EdgeLeft` ... `xl::DiagonalUp`.
+  virtual BordersPtr borders() = 0;
   /// `Characters(Start, Length)` of the top-left cell's text (1-based; Missing = all).
   virtual CharactersPtr characters(const Variant& start = Variant::missing(),
                                    const Variant& length = Variant::missing()) = 0;
@@ -410,6 +425,14 @@ class Range : public Object {
   /// Inserts cells (or whole rows/columns for entire rows/columns), shifting as asked.
   virtual void insert(const Variant& shift = Variant::missing()) = 0;
   virtual void delete_(const Variant& shift = Variant::missing()) = 0;
+  /// `AutoFilter` without arguments turns the sheet's filter buttons on over this range (its
+  /// first row the headers), or off when the sheet has them; with a `field` and no criteria
+  /// it shows that column's button and filters nothing.
+  virtual Variant auto_filter(const Variant& field = Variant::missing(),
+                              const Variant& criteria1 = Variant::missing(),
+                              const Variant& op = Variant::missing(),
+                              const Variant& criteria2 = Variant::missing(),
+                              const Variant& visible_drop_down = Variant::missing()) = 0;
 };
 
 class Areas : public Object {
@@ -455,6 +478,30 @@ class Interior : public Object {
   virtual Variant color() = 0;
   virtual void set_color(const Variant& v) = 0;
   /// `xl::ColorIndexNone` when there is no fill.
+  virtual Variant color_index() = 0;
+  virtual void set_color_index(const Variant& v) = 0;
+};
+
+/// The borders of a range; an item is one of them (`xl::EdgeLeft` ... `xl::InsideHorizontal`,
+/// `xl::DiagonalDown`, `xl::DiagonalUp`).
+class Borders : public Object {
+ public:
+  String type_name() const override { return u"Borders"; }
+  virtual int32_t count() = 0;
+  virtual BorderPtr item(int32_t index) = 0;
+};
+
+/// One border of a range: the line that shows along that side of every cell it covers.
+/// Getters answer Null when the cells differ; a missing line is `xl::LineStyleNone`.
+class Border : public Object {
+ public:
+  String type_name() const override { return u"Border"; }
+  virtual Variant line_style() = 0;
+  virtual void set_line_style(const Variant& v) = 0;
+  virtual Variant weight() = 0;
+  virtual void set_weight(const Variant& v) = 0;
+  virtual Variant color() = 0;
+  virtual void set_color(const Variant& v) = 0;
   virtual Variant color_index() = 0;
   virtual void set_color_index(const Variant& v) = 0;
 };

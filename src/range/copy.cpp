@@ -103,12 +103,61 @@ bool iRange::TakeRangePicture(const host::RangePtr& vRange) {
   return step([&] { require(vRange)->copy_picture(host::xl::Screen, host::xl::Picture); });
 }
 
-// The host model carries no cell borders, so there is nothing to read, remove or restore:
-// the three border helpers below do nothing, and the snapshot they pass around is Empty.
-void iRange::RestoreOSBorders(const host::RangePtr&, const Variant&) {}
-void iRange::RemoveSelOSBorders(const host::RangePtr&, bool, bool, bool, bool) {}
-Variant iRange::CommonOSBorders(const host::RangePtr&) {
-  return Variant();
+// The outside borders, in the order the border methods take their sides.
+namespace {
+constexpr int32_t kOutsideEdges[4] = {host::xl::EdgeLeft, host::xl::EdgeTop, host::xl::EdgeRight,
+                                      host::xl::EdgeBottom};
+}
+
+void iRange::RestoreOSBorders(const host::RangePtr& vRange, const Variant& vBorders) {
+  // A snapshot from CommonOSBorders: per side (LineStyle, Weight, Color). A side whose line
+  // style was mixed is left as it is; a mixed weight or colour keeps the current one.
+  if (!vBorders.is_array() || vBorders.array().items.size() != 4) return;
+  for (size_t i = 0; i < 4; ++i) {
+    const Variant& side = vBorders.array().items[i];
+    if (!side.is_array() || side.array().items.size() != 3) continue;
+    const Variant style = side.array().items[0];
+    const Variant weight = side.array().items[1];
+    const Variant color = side.array().items[2];
+    if (style.is_null()) continue;
+    auto border = [&] {
+      return require(require(require(vRange)->borders())->item(kOutsideEdges[i]));
+    };
+    step([&] { border()->set_line_style(style); });
+    if (to_long(style) == host::xl::LineStyleNone) continue;
+    if (!weight.is_null()) step([&] { border()->set_weight(weight); });
+    if (!color.is_null()) step([&] { border()->set_color(color); });
+  }
+}
+
+void iRange::RemoveSelOSBorders(const host::RangePtr& vRange, bool vClearLeft, bool vClearTop,
+                                bool vClearRight, bool vClearBottom) {
+  const bool clear[4] = {vClearLeft, vClearTop, vClearRight, vClearBottom};
+  for (size_t i = 0; i < 4; ++i) {
+    if (!clear[i]) continue;
+    step([&] {
+      require(require(require(vRange)->borders())->item(kOutsideEdges[i]))
+          ->set_line_style(Variant(host::xl::LineStyleNone));
+    });
+  }
+}
+
+Variant iRange::CommonOSBorders(const host::RangePtr& vRange) {
+  // Left, top, right, bottom: each (LineStyle, Weight, Color), Null where the cells along
+  // that side differ (or the host cannot say).
+  if (!vRange) return Variant();
+  std::vector<Variant> sides;
+  for (int32_t edge : kOutsideEdges) {
+    host::BorderPtr border;
+    step([&] { border = require(require(vRange->borders())->item(edge)); });
+    auto read = [&](auto get) {
+      return value_or(Variant::null(), [&] { return get(*require(border)); });
+    };
+    sides.emplace_back(one_based({read([](host::Border& b) { return b.line_style(); }),
+                                  read([](host::Border& b) { return b.weight(); }),
+                                  read([](host::Border& b) { return b.color(); })}));
+  }
+  return Variant(one_based(std::move(sides)));
 }
 
 void iRange::MakeBlackFonts(const host::RangePtr& vRange) {

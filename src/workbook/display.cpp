@@ -108,8 +108,12 @@ void display(const Variant& array, const host::WorksheetPtr& given, const String
     });
   }
   // The application's filter buttons over the list; a host without filters still gets the
-  // headed list.
-  step([&] { late::call(wks->cell(kHeaderRow, 1)->resize(height + 1, width), u"AutoFilter"); });
+  // headed list. Buttons the sheet already shows go first: AutoFilter alone would turn them
+  // off rather than move them.
+  step([&] {
+    if (wks->auto_filter_mode()) wks->set_auto_filter_mode(false);
+  });
+  step([&] { wks->cell(kHeaderRow, 1)->resize(height + 1, width)->auto_filter(); });
   for (int32_t c = 1; c <= width; ++c) {
     // Two characters more than the longest text: room for the bold header and its button.
     double fitted =

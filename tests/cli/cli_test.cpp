@@ -265,6 +265,14 @@ TEST_F(Cli, RebuiltExampleMatchesTheCommittedOne) {
   // does not count as a change of the example.
   EXPECT_EQ(cells(dir_ / "rebuilt" / "model.xlsx"), cells(kSource / "examples" / "model.xlsx"));
   EXPECT_EQ(cells(dir_ / "rebuilt" / "market.xlsx"), cells(kSource / "examples" / "market.xlsx"));
+  // The link to market.xlsx is a real one, and a reader without that file sees its rate.
+  const Result link = shell(std::string(kPython) +
+                                " -c 'import openpyxl,sys; wb=openpyxl.load_workbook(sys.argv[1], "
+                                "data_only=True); print([l.file_link.Target for l in "
+                                "wb._external_links], wb[\"Assumptions\"][\"B16\"].value)' " +
+                                quote((dir_ / "rebuilt" / "model.xlsx").string()),
+                            dir_ / "py_stderr.txt");
+  EXPECT_EQ(link.out, "['market.xlsx'] 0.055\n") << link.err;
 }
 
 // --- corpus workbooks ------------------------------------------------------------------------

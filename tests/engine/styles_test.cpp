@@ -130,6 +130,73 @@ TEST_F(Styles, InteriorWithoutFillAndWithOne) {
   EXPECT_EQ(in->color_index(), Variant(xl::ColorIndexNone));
 }
 
+TEST_F(Styles, BordersMapLineStylesWeightsAndColoursToTheFileStyles) {
+  auto border = [&](const char* a, int32_t e) { return r(a)->borders()->item(e); };
+  auto file_style = [&](const char* a, BorderSide BorderRec::*side) {
+    const Xf& x = book().styles.xf(sheet().style_at(r(a)->row() - 1, r(a)->column() - 1));
+    return to_utf8((book().styles.borders[x.border].*side).style);
+  };
+  auto none = border("A1", xl::EdgeTop);
+  EXPECT_EQ(none->line_style(), Variant(xl::LineStyleNone));
+  EXPECT_EQ(none->weight(), Variant(xl::Thin));
+  EXPECT_EQ(none->color_index(), Variant(xl::ColorIndexNone));
+  none->set_color_index(Variant(int32_t{3}));  // a colour alone draws a thin line
+  EXPECT_EQ(file_style("A1", &BorderRec::top), "thin");
+  EXPECT_EQ(none->color(), Variant(int32_t{255}));
+  none->set_line_style(Variant(xl::Dash));
+  none->set_weight(Variant(xl::Medium));
+  EXPECT_EQ(file_style("A1", &BorderRec::top), "mediumDashed");
+  EXPECT_EQ(none->color_index(), Variant(int32_t{3})) << "the colour stays with the new style";
+  none->set_weight(Variant(xl::Hairline));
+  EXPECT_EQ(file_style("A1", &BorderRec::top), "dashed");
+  border("A1", xl::EdgeTop)->set_line_style(Variant(xl::Double));
+  EXPECT_EQ(none->weight(), Variant(xl::Thick));
+  EXPECT_THROW(none->set_line_style(Variant(int32_t{99})), Error);
+  EXPECT_THROW(none->set_weight(Variant(int32_t{99})), Error);
+  EXPECT_THROW(r("A1")->borders()->item(4), Error);
+  EXPECT_EQ(file_style("A1", &BorderRec::top), "double") << "a refused change changes nothing";
+
+  // Inside lines: both cells along them carry the line; a block's top is mixed once one
+  // cell differs.
+  border("B3:D4", xl::InsideVertical)->set_line_style(Variant(xl::Continuous));
+  EXPECT_EQ(file_style("C3", &BorderRec::left) + file_style("C3", &BorderRec::right), "thinthin");
+  EXPECT_EQ(file_style("B3", &BorderRec::left) + file_style("D4", &BorderRec::right), "");
+  EXPECT_EQ(border("B3:D4", xl::InsideHorizontal)->line_style(), Variant(xl::LineStyleNone));
+  border("C2", xl::EdgeBottom)->set_line_style(Variant(xl::Dot));
+  EXPECT_EQ(border("C3", xl::EdgeTop)->line_style(), Variant(xl::Dot)) << "the line above";
+  EXPECT_TRUE(border("B3:D3", xl::EdgeTop)->line_style().is_null());
+
+  // The two diagonals share the file's one diagonal line.
+  border("F1", xl::DiagonalUp)->set_line_style(Variant(xl::Continuous));
+  border("F1", xl::DiagonalDown)->set_line_style(Variant(xl::Continuous));
+  border("F1", xl::DiagonalUp)->set_line_style(Variant(xl::LineStyleNone));
+  EXPECT_EQ(border("F1", xl::DiagonalUp)->line_style(), Variant(xl::LineStyleNone));
+  EXPECT_EQ(border("F1", xl::DiagonalDown)->line_style(), Variant(xl::Continuous));
+}
+
+TEST_F(Styles, AutoFilterTogglesFollowsTheListAndRefusesCriteria) {
+  put("B2", "Key");
+  put("C2", "Value");
+  put("B3", "a");
+  put("C4", "2");
+  EXPECT_FALSE(ws->auto_filter_mode());
+  EXPECT_EQ(ws->auto_filter(), nullptr);
+  r("B3")->auto_filter();  // one cell stands for the list around it
+  ASSERT_TRUE(ws->auto_filter_mode());
+  EXPECT_EQ(addr(ws->auto_filter()->range()), "B2:C4");
+  const auto* name = book().resolve_name(u"_xlnm._FilterDatabase", sheet().id);
+  ASSERT_NE(name, nullptr);
+  EXPECT_TRUE(name->hidden);
+  EXPECT_THROW(r("B2:C4")->auto_filter(V(1), V("a")), Error);
+  r("B2:C4")->auto_filter(V(2));  // a field without criteria keeps the buttons
+  EXPECT_TRUE(ws->auto_filter_mode());
+  r("A1")->entire_row()->insert();
+  EXPECT_EQ(addr(ws->auto_filter()->range()), "B3:C5");
+  r("B3:C5")->auto_filter();  // without arguments: off again
+  EXPECT_FALSE(ws->auto_filter_mode());
+  EXPECT_THROW(ws->set_auto_filter_mode(true), Error);
+}
+
 TEST_F(Styles, TableIsAppendOnlyAndDeduplicates) {
   StyleTable& st = book().styles;
   size_t fonts = st.fonts.size(), xfs = st.xfs.size();

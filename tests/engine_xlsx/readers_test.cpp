@@ -184,5 +184,113 @@ TEST_F(OtherReaders, LibreOfficeOpensTheFileAndComputesTheSameValues) {
   EXPECT_EQ(lines[5], ",TRUE");
 }
 
+// A list with borders and filter buttons, whose formulas read another workbook that was saved
+// beside it and closed: the saved file must carry all three so that other readers see them.
+class FormatAndLinks : public OtherReaders {
+ protected:
+  fs::path build_list() {
+    auto app = create_application();
+    auto other = app->workbooks()->add();
+    auto rates = other->worksheets()->item(Variant(int32_t{1}));
+    rates->set_name(u"Rates");
+    rates->range(Variant(String(u"B2")))->set_value(Variant(0.055));
+    auto spaced = other->worksheets()->add();
+    spaced->set_name(u"My Rates");
+    spaced->range(Variant(String(u"C3")))->set_value(Variant(String(u"fixed")));
+    other->save_as(from_utf8((dir_ / "Other.xlsx").string()));
+    other->close(Variant(false));
+
+    auto wb = app->workbooks()->add();
+    auto ws = wb->worksheets()->item(Variant(int32_t{1}));
+    ws->set_name(u"List");
+    auto r = [&](const char16_t* a) { return ws->range(Variant(String(a))); };
+    r(u"A1:B3")->set_value(
+        Variant(one_based({Variant(one_based({Variant(u"Key"), Variant(u"Value")})),
+                           Variant(one_based({Variant(u"a"), Variant(1.0)})),
+                           Variant(one_based({Variant(u"b"), Variant(2.0)}))})));
+    for (int32_t edge :
+         {host::xl::EdgeLeft, host::xl::EdgeTop, host::xl::EdgeRight, host::xl::EdgeBottom})
+      r(u"A1:B3")->borders()->item(edge)->set_line_style(Variant(host::xl::Continuous));
+    auto under = r(u"A1:B1")->borders()->item(host::xl::EdgeBottom);
+    under->set_weight(Variant(host::xl::Medium));
+    under->set_color(Variant(int32_t{0x0000FF}));
+    r(u"A1:B3")->auto_filter();
+    r(u"C1")->set_formula(u"='[Other.xlsx]Rates'!B2*2");
+    r(u"C2")->set_formula(u"='[Other.xlsx]My Rates'!C3");
+    fs::path out = dir_ / "list.xlsx";
+    wb->save_as(from_utf8(out.string()));
+    return out;
+  }
+};
+
+TEST_F(FormatAndLinks, OpenpyxlSeesBordersTheFilterAndTheLinkWithItsValues) {
+  if (!have("/usr/bin/python3 -c 'import openpyxl'")) GTEST_SKIP() << "openpyxl is not installed";
+  fs::path file = build_list();
+  std::ofstream(dir_ / "read.py") << R"(
+import json, sys, openpyxl
+wb = openpyxl.load_workbook(sys.argv[1])
+values = openpyxl.load_workbook(sys.argv[1], data_only=True)
+ws = wb["List"]
+side = lambda s: [s.style, s.color.rgb if s.color is not None and s.color.type == "rgb" else None]
+out = {"filter": ws.auto_filter.ref,
+       "borders": {a: {k: side(getattr(ws[a].border, k)) for k in ("left", "right", "top", "bottom")}
+                   for a in ("A1", "B1", "A2", "B3")},
+       "links": [l.file_link.Target for l in wb._external_links],
+       "formulas": [ws["C1"].value, ws["C2"].value],
+       "values": [values["List"]["C1"].value, values["List"]["C2"].value]}
+print(json.dumps(out))
+)";
+  int rc = 0;
+  std::string text =
+      run("/usr/bin/python3 " + (dir_ / "read.py").string() + " " + file.string() + " 2>&1", &rc);
+  ASSERT_EQ(rc, 0) << text;
+  auto j = nlohmann::json::parse(text);
+  EXPECT_EQ(j["filter"], "A1:B3");
+  auto b = j["borders"];
+  EXPECT_EQ(b["A1"]["left"][0], "thin");
+  EXPECT_EQ(b["A1"]["right"][0], nullptr) << "no inside line was asked for";
+  EXPECT_EQ(b["B1"]["right"][0], "thin");
+  EXPECT_EQ(b["A1"]["bottom"], nlohmann::json::array({"medium", "FFFF0000"}));
+  EXPECT_EQ(b["A2"]["left"][0], "thin");
+  EXPECT_EQ(b["A2"]["top"][0], nullptr);
+  EXPECT_EQ(b["B3"]["bottom"][0], "thin");
+  EXPECT_EQ(j["links"], nlohmann::json::array({"Other.xlsx"}));
+  EXPECT_EQ(j["formulas"], nlohmann::json::array({"=[1]Rates!B2*2", "='[1]My Rates'!C3"}));
+  EXPECT_EQ(j["values"], nlohmann::json::array({0.11, "fixed"}));
+}
+
+TEST_F(FormatAndLinks, LibreOfficeReadsTheLinkedValuesAndKeepsBordersAndFilter) {
+  if (!have("command -v soffice")) GTEST_SKIP() << "LibreOffice is not installed";
+  if (!have("/usr/bin/python3 -c 'import openpyxl'")) GTEST_SKIP() << "openpyxl is not installed";
+  fs::path file = build_list();
+  fs::path home = dir_ / "home";
+  fs::create_directories(home);
+  fs::path lo = dir_ / "lo";
+  int rc = 0;
+  std::string log =
+      run("cd " + dir_.path().string() + " && HOME=" + home.string() +
+              " timeout 180 soffice --headless --norestore --convert-to xlsx --outdir " +
+              lo.string() + " " + file.string() + " 2>&1",
+          &rc);
+  ASSERT_EQ(rc, 0) << log;
+  log += run("cd " + dir_.path().string() + " && HOME=" + home.string() +
+             " timeout 180 soffice --headless --norestore --convert-to csv --outdir " +
+             lo.string() + " " + file.string() + " 2>&1");
+  std::ifstream in(lo / "list.csv");
+  ASSERT_TRUE(in) << log;
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_GE(lines.size(), 3u) << log;
+  // No Err:540 (a link it cannot follow): the values the link keeps.
+  EXPECT_EQ(lines[0], "Key,Value,0.11");
+  EXPECT_EQ(lines[1], "a,1,fixed");
+  // LibreOffice's own copy still has the borders and the filter it read from ours.
+  std::string check = run(
+      "/usr/bin/python3 -c \"import openpyxl,sys; ws=openpyxl.load_workbook(sys.argv[1]).active; "
+      "print(ws.auto_filter.ref, ws['A1'].border.left.style, ws['A1'].border.bottom.style)\" " +
+      (lo / "list.xlsx").string() + " 2>&1");
+  EXPECT_EQ(check, "A1:B3 thin medium\n") << log;
+}
+
 }  // namespace
 }  // namespace qz::engine

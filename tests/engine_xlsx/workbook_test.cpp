@@ -595,6 +595,72 @@ TEST_F(Workbooks, HyperlinksPropertiesAndChartNamesWriteBack) {
   EXPECT_EQ(again->props[1].value, Variant(String(u"Ann")));
 }
 
+// A sheet with filter buttons over a list whose formulas read another workbook, as the
+// application writes it: both come back, the link keeps its values through recalculation, and
+// links typed later are numbered after it.
+TEST_F(Workbooks, FiltersAndLinksToOtherWorkbooksRoundTrip) {
+  const std::string link_part =
+      "<externalLink " + kMain +
+      R"(><externalBook r:id="rId1"><sheetNames><sheetName val="Rates"/></sheetNames>)"
+      R"(<sheetDataSet><sheetData sheetId="0"><row r="2"><cell r="B2"><v>0.25</v></cell>)"
+      R"(<cell r="C2" t="str"><v>x&amp;y</v></cell></row></sheetData></sheetDataSet>)"
+      R"(</externalBook></externalLink>)";
+  Parts p = book_parts(
+      {{"xl/worksheets/sheet2.xml",
+        sheet_xml(
+            R"(<row r="2"><c r="B2"><f>[1]Rates!B2*2</f><v>0.5</v></c><c r="C2" t="str"><f>[1]Rates!C2</f><v>x&amp;y</v></c></row>)",
+            R"(<autoFilter ref="A1:C2"><filterColumn colId="1"/></autoFilter>)")},
+       {"xl/externalLinks/externalLink1.xml", link_part},
+       {"xl/externalLinks/_rels/externalLink1.xml.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId1" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/externalLinkPath" Target="Book2.xlsx" TargetMode="External"/></Relationships>)"}});
+  std::string& wbx = p["xl/workbook.xml"];
+  wbx.replace(wbx.find("<definedNames>"), 0,
+              R"(<externalReferences><externalReference r:id="rId9"/></externalReferences>)");
+  std::string& rels = p["xl/_rels/workbook.xml.rels"];
+  rels.replace(
+      rels.find("</Relationships>"), 0,
+      R"(<Relationship Id="rId9" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/externalLink" Target="externalLinks/externalLink1.xml"/>)");
+  auto b = load(p);
+  Sheet& s = sheet(*b, 1);
+  ASSERT_TRUE(s.auto_filter);
+  EXPECT_EQ(*s.auto_filter, (Rect{0, 0, 1, 2}));
+  ASSERT_EQ(b->links.size(), 1u);
+  EXPECT_EQ(b->links[0].target, u"Book2.xlsx");
+  b->calculate(true);
+  EXPECT_EQ(b->value(s, 1, 1), calc::Value::num(0.5)) << "the link's values, not #REF!";
+  EXPECT_EQ(b->value(s, 1, 2), calc::Value::str(u"x&y"));
+  EXPECT_EQ(b->formula_text(s, 1, 1, calc::Notation::A1), u"=[Book2.xlsx]Rates!B2*2");
+
+  // Typed links: to the linked workbook by name, and to a new one.
+  b->set_formula(s, 3, 1, u"'[Book2.xlsx]Rates'!B2+1", calc::Notation::A1);
+  b->set_formula(s, 4, 1, u"'C:\\Data\\[Book3.xlsx]My Sheet'!A1", calc::Notation::A1);
+  b->commit();
+  EXPECT_EQ(b->value(s, 3, 1), calc::Value::num(1.25));
+  fs::path out = save(*b);
+  EXPECT_EQ(part(out, "xl/externalLinks/externalLink1.xml"), link_part) << "kept as it was";
+  std::string sx = part(out, "xl/worksheets/sheet2.xml");
+  EXPECT_THAT(sx, HasSubstr(R"(<autoFilter ref="A1:C2"><filterColumn colId="1"/></autoFilter>)"));
+  EXPECT_THAT(sx, HasSubstr("<f>[1]Rates!B2+1</f>"));
+  EXPECT_THAT(sx, HasSubstr("<f>'[2]My Sheet'!A1</f>"));
+  EXPECT_THAT(part(out, "xl/workbook.xml"),
+              HasSubstr(R"(<externalReference r:id="rId9"/><externalReference r:id=")"));
+  EXPECT_THAT(part(out, "xl/externalLinks/_rels/externalLink2.xml.rels"),
+              HasSubstr(R"(Target="file:///C:\Data\Book3.xlsx" TargetMode="External")"));
+  EXPECT_THAT(part(out, "[Content_Types].xml"), HasSubstr("/xl/externalLinks/externalLink2.xml"));
+
+  // The buttons go, and so does the hidden name that marks the list.
+  auto again = xlsx::load(out);
+  Sheet& s2 = sheet(*again, 1);
+  again->set_auto_filter(s2, Rect{0, 0, 4, 1});
+  EXPECT_TRUE(again->find_name(u"_xlnm._FilterDatabase", s2.id));
+  again->set_auto_filter(s2, std::nullopt);
+  EXPECT_FALSE(again->find_name(u"_xlnm._FilterDatabase", s2.id));
+  fs::path last = save(*again, "last.xlsx");
+  EXPECT_THAT(part(last, "xl/worksheets/sheet2.xml"), Not(HasSubstr("autoFilter")));
+  EXPECT_EQ(xlsx::load(last)->links.size(), 2u);
+}
+
 TEST_F(Workbooks, ANewWorkbookSavesAsACompletePackage) {
   Book b(u"Book1");
   Sheet& s = b.add_sheet(u"Data");

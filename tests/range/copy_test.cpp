@@ -59,6 +59,50 @@ TEST_F(Copy, CopyNoFmlasFromOrToNothingChangesNothing) {
   EXPECT_EQ(r("A1")->formula(), u"=1+1");
 }
 
+// The outside borders of a block, as border helpers pass them around: snapshot, clear chosen
+// sides, put the snapshot back; and the copy that leaves the outline behind.
+TEST_F(Copy, OutsideBordersSnapshotClearAndRestore) {
+  namespace xl = host::xl;
+  auto block = r("B2:C4");
+  auto edge = [&](const char* a, int32_t e) { return r(a)->borders()->item(e); };
+  for (int32_t e : {xl::EdgeLeft, xl::EdgeTop, xl::EdgeRight, xl::EdgeBottom})
+    block->borders()->item(e)->set_line_style(Variant(xl::Continuous));
+  edge("B4:C4", xl::EdgeBottom)->set_weight(Variant(xl::Thick));
+  edge("B2:C2", xl::EdgeTop)->set_color(Variant(int32_t{255}));
+  edge("C2", xl::EdgeRight)->set_line_style(Variant(xl::Dash));  // one cell of the side
+
+  const Variant snap = ranges->CommonOSBorders(block);
+  ASSERT_TRUE(snap.is_array());
+  auto side = [&](int32_t i) { return snap.array().at(i).array(); };
+  EXPECT_EQ(side(1).at(1), Variant(xl::Continuous));  // left
+  EXPECT_EQ(side(2).at(3), Variant(int32_t{255}));    // top, red
+  EXPECT_TRUE(side(3).at(1).is_null()) << "right is dashed in one cell, solid in the others";
+  EXPECT_EQ(side(3).at(2), Variant(xl::Thin));
+  EXPECT_EQ(side(4).at(2), Variant(xl::Thick));  // bottom
+
+  ranges->RemoveSelOSBorders(block, true, false, false, true);
+  EXPECT_EQ(edge("B2:B4", xl::EdgeLeft)->line_style(), Variant(xl::LineStyleNone));
+  EXPECT_EQ(edge("B4:C4", xl::EdgeBottom)->line_style(), Variant(xl::LineStyleNone));
+  EXPECT_EQ(edge("B2:C2", xl::EdgeTop)->line_style(), Variant(xl::Continuous));
+  EXPECT_EQ(edge("B2:B4", xl::EdgeRight)->line_style(), Variant(xl::LineStyleNone))
+      << "inside the block nothing was drawn";
+
+  ranges->RemoveSelOSBorders(block, false, true, true, false);
+  ranges->RestoreOSBorders(block, snap);
+  const Variant again = ranges->CommonOSBorders(block);
+  for (int32_t i : {1, 2, 4}) EXPECT_EQ(again.array().at(i), snap.array().at(i)) << "side " << i;
+  EXPECT_EQ(edge("C3:C4", xl::EdgeRight)->line_style(), Variant(xl::LineStyleNone))
+      << "a mixed side is left as it was";
+  ranges->RestoreOSBorders(block, Variant(u"not a snapshot"));  // ignored
+  ranges->RemoveSelOSBorders(nullptr, true, true, true, true);  // no range, no throw
+
+  // A neighbour's facing line shows along the edge, and clearing the edge clears it.
+  edge("E5", xl::EdgeRight)->set_line_style(Variant(xl::Double));
+  EXPECT_EQ(edge("F5", xl::EdgeLeft)->line_style(), Variant(xl::Double));
+  ranges->CopyNoFmlas(r("F5"), r("F5"), false, true);
+  EXPECT_EQ(edge("E5", xl::EdgeRight)->line_style(), Variant(xl::LineStyleNone));
+}
+
 TEST_F(Copy, FilesNeedANameAndBitmapsABitmapOnTheClipboard) {
   TempDir dir;
   std::ofstream(dir / "range.bmp") << "old";

@@ -143,6 +143,9 @@ class UnsupportedWorksheet : public host::Worksheet {
   void delete_() override { unsupported("Worksheet.delete_"); }
   ChartObjectsPtr chart_objects() override { unsupported("Worksheet.chart_objects"); }
   HyperlinksPtr hyperlinks() override { unsupported("Worksheet.hyperlinks"); }
+  bool auto_filter_mode() override { unsupported("Worksheet.auto_filter_mode"); }
+  void set_auto_filter_mode(bool) override { unsupported("Worksheet.set_auto_filter_mode"); }
+  AutoFilterPtr auto_filter() override { unsupported("Worksheet.auto_filter"); }
 };
 
 /// A host Range whose every member raises "not supported"; derive and override what a
@@ -168,6 +171,7 @@ class UnsupportedRange : public host::Range {
   }
   FontPtr font() override { unsupported("Range.font"); }
   InteriorPtr interior() override { unsupported("Range.interior"); }
+  BordersPtr borders() override { unsupported("Range.borders"); }
   CharactersPtr characters(const Variant& start = Variant::missing(),
                            const Variant& length = Variant::missing()) override {
     unsupported("Range.characters");
@@ -217,6 +221,10 @@ class UnsupportedRange : public host::Range {
   void clear() override { unsupported("Range.clear"); }
   void insert(const Variant& shift = Variant::missing()) override { unsupported("Range.insert"); }
   void delete_(const Variant& shift = Variant::missing()) override { unsupported("Range.delete_"); }
+  Variant auto_filter(const Variant&, const Variant&, const Variant&, const Variant&,
+                      const Variant&) override {
+    unsupported("Range.auto_filter");
+  }
 };
 
 /// A host CommandBarControl whose every member raises "not supported"; derive and override what a

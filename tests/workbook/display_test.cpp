@@ -64,6 +64,13 @@ TEST_F(Listings, HotKeysOnAGivenSheetWithTheirOwnLabel) {
             "Modeler/Hot Key|Macro|Description|Column 4/^+C|ColorCells|Colour cells|7");
   EXPECT_EQ(ws->range(Variant(u"D4"))->value(), Variant(7.0));
   EXPECT_EQ(line(40), "");  // the sheet was cleared first
+  // Filter buttons over the heading and the entries; listed again on the same sheet, they
+  // follow the new list rather than being switched off.
+  ASSERT_TRUE(ws->auto_filter_mode());
+  EXPECT_EQ(ws->auto_filter()->range()->address(), u"$A$3:$D$4");
+  display->DisplayHotKeyArray(list({list({u"^A", u"A"}), list({u"^B", u"B"})}), ws);
+  ASSERT_TRUE(ws->auto_filter_mode());
+  EXPECT_EQ(ws->auto_filter()->range()->address(), u"$A$3:$C$5");
 }
 
 }  // namespace

@@ -221,6 +221,15 @@ const Table<Worksheet>& worksheet_members() {
       {u"Delete", method<&Worksheet::delete_>},
       {u"ChartObjects", collection<&Worksheet::chart_objects>},
       {u"Hyperlinks", collection<&Worksheet::hyperlinks>},
+      {u"AutoFilterMode", prop<&Worksheet::auto_filter_mode, &Worksheet::set_auto_filter_mode>},
+      {u"AutoFilter", get<&Worksheet::auto_filter>},
+  };
+  return t;
+}
+
+const Table<AutoFilter>& auto_filter_members() {
+  static const Table<AutoFilter> t = {
+      {u"Range", get<&AutoFilter::range>},
   };
   return t;
 }
@@ -280,6 +289,7 @@ const Table<Range>& range_members() {
       {u"HorizontalAlignment", prop<&Range::horizontal_alignment, &Range::set_horizontal_alignment>},
       {u"Font", get<&Range::font>},
       {u"Interior", get<&Range::interior>},
+      {u"Borders", collection<&Range::borders>},
       {u"Characters", method<&Range::characters>, {u"Start", u"Length"}},
       {u"Cells", cells_of<Range>},
       {u"Item", range_item, {u"RowIndex", u"ColumnIndex"}},
@@ -319,6 +329,7 @@ const Table<Range>& range_members() {
       {u"Clear", method<&Range::clear>},
       {u"Insert", method<&Range::insert>, {u"Shift"}},
       {u"Delete", method<&Range::delete_>, {u"Shift"}},
+      {u"AutoFilter", method<&Range::auto_filter>, {u"Field", u"Criteria1", u"Operator", u"Criteria2", u"VisibleDropDown"}},
   };
   return t;
 }
@@ -353,6 +364,25 @@ const Table<Interior>& interior_members() {
   static const Table<Interior> t = {
       {u"Color", prop<&Interior::color, &Interior::set_color>},
       {u"ColorIndex", prop<&Interior::color_index, &Interior::set_color_index>},
+  };
+  return t;
+}
+
+const Table<Borders>& borders_members() {
+  static const Table<Borders> t = {
+      {u"Count", get<&Borders::count>},
+      {u"Item", item<Borders>, {u"Index"}},
+      {u"_Default", item<Borders>},
+  };
+  return t;
+}
+
+const Table<Border>& border_members() {
+  static const Table<Border> t = {
+      {u"LineStyle", prop<&Border::line_style, &Border::set_line_style>},
+      {u"Weight", prop<&Border::weight, &Border::set_weight>},
+      {u"Color", prop<&Border::color, &Border::set_color>},
+      {u"ColorIndex", prop<&Border::color_index, &Border::set_color_index>},
   };
   return t;
 }
@@ -583,6 +613,10 @@ bool with_table(Object& o, F&& f) {
     f(*p, worksheet_members());
     return true;
   }
+  if (auto* p = dynamic_cast<AutoFilter*>(&o)) {
+    f(*p, auto_filter_members());
+    return true;
+  }
   if (auto* p = dynamic_cast<Charts*>(&o)) {
     f(*p, charts_members());
     return true;
@@ -613,6 +647,14 @@ bool with_table(Object& o, F&& f) {
   }
   if (auto* p = dynamic_cast<Interior*>(&o)) {
     f(*p, interior_members());
+    return true;
+  }
+  if (auto* p = dynamic_cast<Borders*>(&o)) {
+    f(*p, borders_members());
+    return true;
+  }
+  if (auto* p = dynamic_cast<Border*>(&o)) {
+    f(*p, border_members());
     return true;
   }
   if (auto* p = dynamic_cast<Characters*>(&o)) {
@@ -705,6 +747,10 @@ bool collection_items(Object& o, std::vector<Variant>& out) {
     return true;
   }
   if (auto* c = dynamic_cast<Areas*>(&o)) {
+    out = numbered_items(*c);
+    return true;
+  }
+  if (auto* c = dynamic_cast<Borders*>(&o)) {
     out = numbered_items(*c);
     return true;
   }

@@ -73,6 +73,7 @@ WindowPtr wrap(const WindowPtr& inner, const HookPtr& hook);
 SheetsPtr wrap(const SheetsPtr& inner, const HookPtr& hook);
 WorksheetsPtr wrap(const WorksheetsPtr& inner, const HookPtr& hook);
 WorksheetPtr wrap(const WorksheetPtr& inner, const HookPtr& hook);
+AutoFilterPtr wrap(const AutoFilterPtr& inner, const HookPtr& hook);
 ChartsPtr wrap(const ChartsPtr& inner, const HookPtr& hook);
 ChartPtr wrap(const ChartPtr& inner, const HookPtr& hook);
 ChartObjectsPtr wrap(const ChartObjectsPtr& inner, const HookPtr& hook);
@@ -81,6 +82,8 @@ RangePtr wrap(const RangePtr& inner, const HookPtr& hook);
 AreasPtr wrap(const AreasPtr& inner, const HookPtr& hook);
 FontPtr wrap(const FontPtr& inner, const HookPtr& hook);
 InteriorPtr wrap(const InteriorPtr& inner, const HookPtr& hook);
+BordersPtr wrap(const BordersPtr& inner, const HookPtr& hook);
+BorderPtr wrap(const BorderPtr& inner, const HookPtr& hook);
 CharactersPtr wrap(const CharactersPtr& inner, const HookPtr& hook);
 NamesPtr wrap(const NamesPtr& inner, const HookPtr& hook);
 NamePtr wrap(const NamePtr& inner, const HookPtr& hook);
@@ -626,9 +629,39 @@ class XWorksheet final : public Worksheet, public Interceptor {
     on_call(u"Worksheet.Hyperlinks", Invoke::Get, {}, {});
     return wrap(inner_->hyperlinks(), hook_);
   }
+  bool auto_filter_mode() override {
+    on_call(u"Worksheet.AutoFilterMode", Invoke::Get, {}, {});
+    return inner_->auto_filter_mode();
+  }
+  void set_auto_filter_mode(bool on) override {
+    const Variant call_args[] = {Variant(on)};
+    static constexpr StringView arg_names[] = {u""};
+    on_call(u"Worksheet.AutoFilterMode", Invoke::Put, call_args, arg_names);
+    inner_->set_auto_filter_mode(on);
+  }
+  AutoFilterPtr auto_filter() override {
+    on_call(u"Worksheet.AutoFilter", Invoke::Get, {}, {});
+    return wrap(inner_->auto_filter(), hook_);
+  }
 
  private:
   WorksheetPtr inner_;
+};
+
+class XAutoFilter final : public AutoFilter, public Interceptor {
+ public:
+  XAutoFilter(AutoFilterPtr inner, HookPtr hook) : Interceptor(std::move(hook)), inner_(std::move(inner)) {}
+  String type_name() const override { return inner_->type_name(); }
+  ObjectPtr inner_object() const override { return inner_; }
+  Variant invoke(StringView name, Invoke kind, std::span<Variant> args) override { return inner_->invoke(name, kind, args); }
+  bool has_member(StringView name) const override { return inner_->has_member(name); }
+  RangePtr range() override {
+    on_call(u"AutoFilter.Range", Invoke::Get, {}, {});
+    return wrap(inner_->range(), hook_);
+  }
+
+ private:
+  AutoFilterPtr inner_;
 };
 
 class XCharts final : public Charts, public Interceptor {
@@ -838,6 +871,10 @@ class XRange final : public Range, public Interceptor {
     on_call(u"Range.Interior", Invoke::Get, {}, {});
     return wrap(inner_->interior(), hook_);
   }
+  BordersPtr borders() override {
+    on_call(u"Range.Borders", Invoke::Get, {}, {});
+    return wrap(inner_->borders(), hook_);
+  }
   CharactersPtr characters(const Variant& start, const Variant& length) override {
     const Variant call_args[] = {start, length};
     static constexpr StringView arg_names[] = {u"Start", u"Length"};
@@ -1013,6 +1050,12 @@ class XRange final : public Range, public Interceptor {
     static constexpr StringView arg_names[] = {u"Shift"};
     on_call(u"Range.Delete", Invoke::Method, call_args, arg_names);
     inner_->delete_(in(shift));
+  }
+  Variant auto_filter(const Variant& field, const Variant& criteria1, const Variant& op, const Variant& criteria2, const Variant& visible_drop_down) override {
+    const Variant call_args[] = {field, criteria1, op, criteria2, visible_drop_down};
+    static constexpr StringView arg_names[] = {u"Field", u"Criteria1", u"Operator", u"Criteria2", u"VisibleDropDown"};
+    on_call(u"Range.AutoFilter", Invoke::Method, call_args, arg_names);
+    return wrap(inner_->auto_filter(in(field), in(criteria1), in(op), in(criteria2), in(visible_drop_down)), hook_);
   }
 
  private:
@@ -1193,6 +1236,80 @@ class XInterior final : public Interior, public Interceptor {
 
  private:
   InteriorPtr inner_;
+};
+
+class XBorders final : public Borders, public Interceptor {
+ public:
+  XBorders(BordersPtr inner, HookPtr hook) : Interceptor(std::move(hook)), inner_(std::move(inner)) {}
+  String type_name() const override { return inner_->type_name(); }
+  ObjectPtr inner_object() const override { return inner_; }
+  Variant invoke(StringView name, Invoke kind, std::span<Variant> args) override { return inner_->invoke(name, kind, args); }
+  bool has_member(StringView name) const override { return inner_->has_member(name); }
+  int32_t count() override {
+    on_call(u"Borders.Count", Invoke::Get, {}, {});
+    return inner_->count();
+  }
+  BorderPtr item(int32_t index) override {
+    const Variant call_args[] = {Variant(index)};
+    static constexpr StringView arg_names[] = {u"Index"};
+    on_call(u"Borders.Item", Invoke::Get, call_args, arg_names);
+    return wrap(inner_->item(index), hook_);
+  }
+
+ private:
+  BordersPtr inner_;
+};
+
+class XBorder final : public Border, public Interceptor {
+ public:
+  XBorder(BorderPtr inner, HookPtr hook) : Interceptor(std::move(hook)), inner_(std::move(inner)) {}
+  String type_name() const override { return inner_->type_name(); }
+  ObjectPtr inner_object() const override { return inner_; }
+  Variant invoke(StringView name, Invoke kind, std::span<Variant> args) override { return inner_->invoke(name, kind, args); }
+  bool has_member(StringView name) const override { return inner_->has_member(name); }
+  Variant line_style() override {
+    on_call(u"Border.LineStyle", Invoke::Get, {}, {});
+    return wrap(inner_->line_style(), hook_);
+  }
+  void set_line_style(const Variant& v) override {
+    const Variant call_args[] = {v};
+    static constexpr StringView arg_names[] = {u""};
+    on_call(u"Border.LineStyle", Invoke::Put, call_args, arg_names);
+    inner_->set_line_style(in(v));
+  }
+  Variant weight() override {
+    on_call(u"Border.Weight", Invoke::Get, {}, {});
+    return wrap(inner_->weight(), hook_);
+  }
+  void set_weight(const Variant& v) override {
+    const Variant call_args[] = {v};
+    static constexpr StringView arg_names[] = {u""};
+    on_call(u"Border.Weight", Invoke::Put, call_args, arg_names);
+    inner_->set_weight(in(v));
+  }
+  Variant color() override {
+    on_call(u"Border.Color", Invoke::Get, {}, {});
+    return wrap(inner_->color(), hook_);
+  }
+  void set_color(const Variant& v) override {
+    const Variant call_args[] = {v};
+    static constexpr StringView arg_names[] = {u""};
+    on_call(u"Border.Color", Invoke::Put, call_args, arg_names);
+    inner_->set_color(in(v));
+  }
+  Variant color_index() override {
+    on_call(u"Border.ColorIndex", Invoke::Get, {}, {});
+    return wrap(inner_->color_index(), hook_);
+  }
+  void set_color_index(const Variant& v) override {
+    const Variant call_args[] = {v};
+    static constexpr StringView arg_names[] = {u""};
+    on_call(u"Border.ColorIndex", Invoke::Put, call_args, arg_names);
+    inner_->set_color_index(in(v));
+  }
+
+ private:
+  BorderPtr inner_;
 };
 
 class XCharacters final : public Characters, public Interceptor {
@@ -1815,6 +1932,10 @@ WorksheetPtr wrap(const WorksheetPtr& inner, const HookPtr& hook) {
   if (!inner) return nullptr;
   return std::make_shared<XWorksheet>(inner, hook);
 }
+AutoFilterPtr wrap(const AutoFilterPtr& inner, const HookPtr& hook) {
+  if (!inner) return nullptr;
+  return std::make_shared<XAutoFilter>(inner, hook);
+}
 ChartsPtr wrap(const ChartsPtr& inner, const HookPtr& hook) {
   if (!inner) return nullptr;
   return std::make_shared<XCharts>(inner, hook);
@@ -1846,6 +1967,14 @@ FontPtr wrap(const FontPtr& inner, const HookPtr& hook) {
 InteriorPtr wrap(const InteriorPtr& inner, const HookPtr& hook) {
   if (!inner) return nullptr;
   return std::make_shared<XInterior>(inner, hook);
+}
+BordersPtr wrap(const BordersPtr& inner, const HookPtr& hook) {
+  if (!inner) return nullptr;
+  return std::make_shared<XBorders>(inner, hook);
+}
+BorderPtr wrap(const BorderPtr& inner, const HookPtr& hook) {
+  if (!inner) return nullptr;
+  return std::make_shared<XBorder>(inner, hook);
 }
 CharactersPtr wrap(const CharactersPtr& inner, const HookPtr& hook) {
   if (!inner) return nullptr;
@@ -1918,6 +2047,7 @@ ObjectPtr wrap(const ObjectPtr& inner, const HookPtr& hook) {
   if (auto p = std::dynamic_pointer_cast<Sheets>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Worksheets>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Worksheet>(inner)) return wrap(p, hook);
+  if (auto p = std::dynamic_pointer_cast<AutoFilter>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Charts>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Chart>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<ChartObjects>(inner)) return wrap(p, hook);
@@ -1926,6 +2056,8 @@ ObjectPtr wrap(const ObjectPtr& inner, const HookPtr& hook) {
   if (auto p = std::dynamic_pointer_cast<Areas>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Font>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Interior>(inner)) return wrap(p, hook);
+  if (auto p = std::dynamic_pointer_cast<Borders>(inner)) return wrap(p, hook);
+  if (auto p = std::dynamic_pointer_cast<Border>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Characters>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Names>(inner)) return wrap(p, hook);
   if (auto p = std::dynamic_pointer_cast<Name>(inner)) return wrap(p, hook);
