@@ -7,28 +7,12 @@
 
 python=/usr/bin/python3 # Debian's, which sees python3-openpyxl
 
-# The generator: `qzxl make-large` while the tool has it, else a make-large program built beside
-# it (MAKE_LARGE names one outright). Called as: make_large OUT CELLS.
+# The generator: make-large of the project's own qzxl-models, built beside qzxl (QZXL_MODELS
+# names another). Called as: make_large OUT CELLS.
 make_large() {
-  if [[ -n ${MAKE_LARGE:-} ]]; then
-    "$MAKE_LARGE" "$1" --cells "$2" >/dev/null
-    return
-  fi
-  if "$qzxl" make-large --help >/dev/null 2>&1; then
-    "$qzxl" make-large "$1" --cells "$2" >/dev/null
-    return
-  fi
-  local build tool
-  build=$(cd "$(dirname "$qzxl")/.." && pwd)
-  [[ -f $build/CMakeCache.txt ]] || { echo "models.sh: $qzxl has no make-large" >&2; exit 2; }
-  tool=$(find "$build" -type f -perm -u+x \( -name 'make-large' -o -name 'make_large' -o \
-    -name '*make_large*' -o -name '*make-large*' \) 2>/dev/null | head -n 1)
-  [[ -n $tool ]] || { echo "models.sh: no make-large in $qzxl or under $build" >&2; exit 2; }
-  if "$tool" --help 2>&1 | grep -q make-large; then
-    "$tool" make-large "$1" --cells "$2" >/dev/null
-  else
-    "$tool" "$1" --cells "$2" >/dev/null
-  fi
+  local models=${QZXL_MODELS:-$(dirname "$qzxl")/../tools/models/qzxl-models}
+  [[ -x $models ]] || { echo "models.sh: no qzxl-models at $models" >&2; exit 2; }
+  "$models" large "$1" --cells "$2" >/dev/null
 }
 
 # make_models DIR CELLS: writes DIR/generated.xlsx, DIR/libreoffice.xlsx, DIR/openpyxl.xlsx.

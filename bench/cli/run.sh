@@ -10,7 +10,9 @@
 #   SCALE="1 2 4 8" bash bench/cli/run.sh        also the generated model at 1, 2, 4 and 8
 #                                                million cells (floor and tool only)
 #   PEERS=0 bash bench/cli/run.sh                leave openpyxl out
-#   QZXL=... XLSX_BENCH=... bash bench/cli/run.sh   other builds (XLSX_BENCH measures the floor)
+#   QZXL=... XLSX_BENCH=... QZXL_MODELS=... bash bench/cli/run.sh
+#                                                other builds (XLSX_BENCH measures the floor,
+#                                                QZXL_MODELS writes the generated model)
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
