@@ -10,6 +10,8 @@
 #   SCALE="1 2 4 8" bash bench/cli/run.sh        also the generated model at 1, 2, 4 and 8
 #                                                million cells (floor and tool only)
 #   PEERS=0 bash bench/cli/run.sh                leave openpyxl out
+#   KEEP=DIR bash bench/cli/run.sh               keep the three models in DIR, and reuse those
+#                                                already there (generating them takes minutes)
 #   QZXL=... XLSX_BENCH=... QZXL_MODELS=... bash bench/cli/run.sh
 #                                                other builds (XLSX_BENCH measures the floor,
 #                                                QZXL_MODELS writes the generated model)
@@ -67,10 +69,15 @@ header() {
     flr_cpu qzxl_s q_cpu q_MiB B/cell pyxl_s py_cpu py_MiB vs_floor vs_f_cpu speedup mem_frac
 }
 
-make_models "$work" "$cells"
+models=$work
+if [[ -n ${KEEP:-} ]]; then
+  models=$KEEP
+  mkdir -p "$models"
+fi
+[[ -f $models/openpyxl.xlsx ]] || make_models "$models" "$cells"
 echo "models of $cells cells; machine load $(cut -d' ' -f1-3 /proc/loadavg)"
 header
-for m in generated libreoffice openpyxl; do row "$m" "$work/$m.xlsx" "$cells"; done
+for m in generated libreoffice openpyxl; do row "$m" "$models/$m.xlsx" "$cells"; done
 
 if [[ -n $scale ]]; then
   echo
