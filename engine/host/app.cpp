@@ -313,11 +313,26 @@ class EWorkbooks final : public host::Workbooks {
 
 class EWorksheetFunction final : public host::WorksheetFunction {
  public:
-  bool is_text(const Variant& arg) override { return value(arg).is_string(); }
-  bool is_logical(const Variant& arg) override { return value(arg).is_bool(); }
-  bool is_error(const Variant& arg) override { return value(arg).is_error(); }
+  bool is_text(const Variant& arg) override { return is(arg, calc::Value::Kind::Text); }
+  bool is_logical(const Variant& arg) override { return is(arg, calc::Value::Kind::Boolean); }
+  bool is_error(const Variant& arg) override { return is(arg, calc::Value::Kind::Error); }
 
  private:
+  // Classifying a cell asks all three of the same cell: a range of the engine's answers from
+  // the kind of its first cell's value, without making the value.
+  static bool is(const Variant& arg, calc::Value::Kind kind) {
+    if (arg.is_object() && arg.object())
+      if (auto k = first_cell_kind(*arg.object())) return *k == kind;
+    const Variant v = value(arg);
+    switch (kind) {
+      case calc::Value::Kind::Text:
+        return v.is_string();
+      case calc::Value::Kind::Boolean:
+        return v.is_bool();
+      default:
+        return v.is_error();
+    }
+  }
   // A range argument stands for its first cell's value.
   static Variant value(const Variant& arg) {
     std::optional<Variant> v;

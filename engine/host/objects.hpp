@@ -118,6 +118,9 @@ String native_path(const String& path);
 /// `Cells(1, 1).Value` of an engine range, read without making the one-cell range; nothing
 /// for any other object.
 std::optional<Variant> first_cell_value(const Object& object);
+/// The kind of that value, read in place (no text copied out); nothing when `object` is not
+/// one of the engine's ranges.
+std::optional<calc::Value::Kind> first_cell_kind(const Object& object);
 host::FontPtr make_font(const std::shared_ptr<AppState>& app, const BookPtr& book,
                         const std::shared_ptr<Sheet>& sheet, std::vector<Rect> areas,
                         std::optional<std::pair<int32_t, int32_t>> chars = std::nullopt);

@@ -745,6 +745,25 @@ std::optional<Variant> first_cell_value(const Object& object) {
   return r->book().value_variant(live(r->sheet_ptr()), a.row1, a.col1);
 }
 
+std::optional<calc::Value::Kind> first_cell_kind(const Object& object) {
+  auto* r = dynamic_cast<const ERange*>(&object);
+  if (!r) return std::nullopt;
+  const Rect& a = r->rects()[0];
+  const Sheet& s = live(r->sheet_ptr());
+  const Cell* c = s.cells.find(a.row1, a.col1);
+  if (!c) return calc::Value::Kind::Empty;
+  switch (c->kind()) {
+    case CellKind::Number:
+      return calc::Value::Kind::Number;
+    case CellKind::Text:
+      return calc::Value::Kind::Text;
+    case CellKind::Formula:
+      return s.formula(*c).value.kind;
+    default:
+      return r->book().cell_value(s, *c).kind;
+  }
+}
+
 }  // namespace qz::engine::detail
 
 namespace qz::engine {

@@ -338,6 +338,20 @@ void FileFormula::set_type(std::string_view t) {
   }
 }
 
+void FileFormula::add_attr(std::string_view name, std::string_view value) {
+  if (name == "aca" && value == "false" && !aca_false && (!rare || rare->attrs.empty())) {
+    aca_false = true;
+    return;
+  }
+  auto& attrs = more().attrs;
+  if (aca_false) {
+    // More than the one attribute: all of them in the list, in the file's order.
+    attrs.emplace_back(u"aca", u"false");
+    aca_false = false;
+  }
+  attrs.emplace_back(from_utf8(name), from_utf8(value));
+}
+
 String FileFormula::text16() const {
   return from_utf8(text);
 }

@@ -84,6 +84,10 @@ struct FileFormula {
 
   std::string text;  ///< the <f> text as read (UTF-8, without "="); "" for a shared child
   Type type = Type::None;
+  /// The element's other attributes are exactly aca="false". One writer puts that on every
+  /// formula; as a flag it costs nothing, where a `rare` record per formula would be the
+  /// largest part of a loaded workbook's memory. Never set together with `rare->attrs`.
+  bool aca_false = false;
   int32_t shared_index = -1;
   std::unique_ptr<Rare> rare;  ///< nullptr when there is nothing rare
 
@@ -98,6 +102,8 @@ struct FileFormula {
   String type_text() const;
   /// Sets `type` (and `rare->type` for values without a name here) from a t attribute.
   void set_type(std::string_view t);
+  /// Adds an attribute of <f> besides t, ref and si, after those added before.
+  void add_attr(std::string_view name, std::string_view value);
   /// The text, widened.
   String text16() const;
 };

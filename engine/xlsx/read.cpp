@@ -991,7 +991,7 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
           else if (a.name == "si")
             d.ff->shared_index = static_cast<int32_t>(parse_int(v).value_or(-1));
           else
-            d.ff->more().attrs.emplace_back(from_utf8(a.name), from_utf8(v));
+            d.ff->add_attr(a.name, v);
         }
         d.ff->text = x.element_text();
       } else if (tag == "is") {
@@ -1172,7 +1172,7 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
           else if (name == "si")
             ff->shared_index = static_cast<int32_t>(parse_int(value).value_or(-1));
           else
-            ff->more().attrs.emplace_back(widen(name), widen(value));
+            ff->add_attr(name, value);
         }
         if (!closed) {
           // One pass finds the end of the text and whether it needs decoding: formulas are

@@ -627,6 +627,7 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
             append_uint(out, static_cast<uint64_t>(ff->shared_index));
             out += '"';
           }
+          if (ff->aca_false) out += " aca=\"false\"";
           if (ff->rare) extra(ff->rare->attrs);
           // The formula text as read goes straight in.
           if (ff->text.empty()) {

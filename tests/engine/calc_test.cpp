@@ -205,6 +205,19 @@ TEST_F(Calc, WorksheetFunctionTestsCells) {
   EXPECT_TRUE(wf->is_logical(Variant(ObjectPtr(ws->range(V("A2:A4,C1"))))));
   EXPECT_FALSE(wf->is_text(Variant(ObjectPtr(ws->range(V("4:4"))))));
   EXPECT_TRUE(wf->is_error(Variant(ObjectPtr(r("A3")->entire_row()))));
+  // A formula's cell is what its value is; a date is a number.
+  put("B1", "=\"a\"&\"b\"");
+  put("B2", "=1>0");
+  put("B3", "=1/0");
+  put("B4", "1/2/2024");
+  EXPECT_TRUE(wf->is_text(Variant(ObjectPtr(r("B1")))));
+  EXPECT_FALSE(wf->is_logical(Variant(ObjectPtr(r("B1")))));
+  EXPECT_TRUE(wf->is_logical(Variant(ObjectPtr(r("B2")))));
+  EXPECT_TRUE(wf->is_error(Variant(ObjectPtr(r("B3")))));
+  EXPECT_FALSE(wf->is_text(Variant(ObjectPtr(r("B3")))));
+  for (auto test : {&host::WorksheetFunction::is_text, &host::WorksheetFunction::is_logical,
+                    &host::WorksheetFunction::is_error})
+    EXPECT_FALSE(((*wf).*test)(Variant(ObjectPtr(r("B4")))));
 }
 
 }  // namespace

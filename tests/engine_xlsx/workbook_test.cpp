@@ -234,8 +234,14 @@ TEST_F(Workbooks, ReadingFormulasKeepsNoParseYetEditsStillMoveThem) {
       {{"xl/worksheets/sheet1.xml",
         sheet_xml(
             R"(<row r="1"><c r="A1"><f t="shared" ref="A1:A2" si="0">B1+1</f><v>2</v></c><c r="C1"><f>SUM(B1:B2)</f><v>0</v></c></row>)"
-            R"(<row r="2"><c r="A2"><f t="shared" si="0"/><v>3</v></c><c r="C2"><f>1+</f><v>0</v></c></row>)")}}));
+            R"(<row r="2"><c r="A2"><f t="shared" si="0"/><v>3</v></c><c r="C2"><f>1+</f><v>0</v></c>)"
+            // One writer marks every formula aca="false"; the mark, alone or among others, is
+            // written back where it stood (G2 goes through the general cell reader).
+            R"(<c r="D2"><f aca="false">B2*2</f></c><c r="E2"><f aca="false" ca="1">B2*3</f></c>)"
+            R"(<c r="F2"><f ca="1" aca="false">B2*4</f></c><c r="G2" cm="1"><f aca="false">B2*5</f></c></row>)")}}));
   Sheet& s = sheet(*b, 0);
+  EXPECT_EQ(s.formula(*s.cells.find(1, 3)).file->rare, nullptr)
+      << "a lone aca=\"false\" costs no record of rare attributes";
   EXPECT_EQ(b->formula_text(s, 0, 0, calc::Notation::A1), u"=B1+1");
   EXPECT_EQ(b->formula_text(s, 1, 0, calc::Notation::A1), u"=B2+1");
   EXPECT_EQ(b->formula_text(s, 0, 2, calc::Notation::R1C1), u"=SUM(RC[-1]:R[1]C[-1])");
@@ -248,6 +254,10 @@ TEST_F(Workbooks, ReadingFormulasKeepsNoParseYetEditsStillMoveThem) {
   std::string xml = part(save(*b, "read.xlsx"), "xl/worksheets/sheet1.xml");
   EXPECT_THAT(xml, HasSubstr(R"(<f t="shared" ref="A1:A2" si="0">B1+1</f>)"));
   EXPECT_THAT(xml, HasSubstr(R"(<c r="A2"><f t="shared" si="0"/>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="D2"><f aca="false">B2*2</f></c>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<f aca="false" ca="1">B2*3</f>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<f ca="1" aca="false">B2*4</f>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(cm="1"><f aca="false">B2*5</f>)"));
 
   b->shift(s, true, 0, 1);
   EXPECT_EQ(b->formula_text(s, 1, 0, calc::Notation::A1), u"=B2+1");
