@@ -103,6 +103,16 @@ class CachedBook : public EvalContext, public SheetResolver {
     }
     return std::nullopt;
   }
+  std::optional<TableDefinition> table(StringView name) override {
+    for (const TableDefinition& t : book_.tables)
+      if (equals_text(t.name, name)) return t;
+    return std::nullopt;
+  }
+  std::optional<TableDefinition> table_at(SheetId sheet, CellRef cell) override {
+    for (const TableDefinition& t : book_.tables)
+      if (t.sheet == sheet && t.range.contains(cell)) return t;
+    return std::nullopt;
+  }
   const SheetResolver& sheets() override { return *this; }
   bool date1904() override { return book_.date1904; }
   double now() override { return 45000; }
@@ -184,7 +194,6 @@ const char* reason_to_skip(const Formula& f, EvalContext& ctx, SheetId sheet, in
       if (auto def = ctx.name(f.text(n.str), scope); def && def->formula)
         if (const char* why = reason_to_skip(*def->formula, ctx, sheet, depth + 1)) return why;
     }
-    if (n.kind == NodeKind::Opaque) return "structured reference";
     if ((n.kind == NodeKind::Ref || n.kind == NodeKind::Name) && n.ref != kNoRef &&
         (f.refs[n.ref].external || f.refs[n.ref].sheet_deleted))
       return "other workbook";
@@ -210,6 +219,10 @@ void CheckReport::add(const CheckReport& other, size_t max_reports) {
   checked += other.checked;
   agreed += other.agreed;
   for (const auto& [why, n] : other.skipped) skipped[why] += n;
+  for (const auto& [what, n] : other.categories) {
+    categories[what].first += n.first;
+    categories[what].second += n.second;
+  }
   for (const auto& d : other.disagreements)
     if (disagreements.size() < max_reports) disagreements.push_back(d);
 }
@@ -245,6 +258,11 @@ CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports) {
       continue;
     }
     ++report.checked;
+    const char* category = c.array ? "array formula" : "plain";
+    for (const Node& n : f->nodes)
+      if (n.kind == NodeKind::Opaque) category = "structured reference";
+    auto& counts = report.categories[category];
+    ++counts.first;
     std::vector<std::pair<CellRef, Value>> results;
     if (c.array) {
       int32_t rows = c.array_range.row2 - c.array_range.row1 + 1;
@@ -274,6 +292,7 @@ CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports) {
     }
     if (ok) {
       ++report.agreed;
+      ++counts.second;
     } else if (report.disagreements.size() < max_reports) {
       report.disagreements.push_back(book.label + "!" + to_utf8(book.sheets[c.sheet]) + "!" +
                                      to_utf8(column_letters(c.cell.col)) +

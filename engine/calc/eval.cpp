@@ -777,7 +777,12 @@ Operand Evaluator::name(const Formula& f, const Node& n) {
     if (q.sheet != kNoSheet) scope = q.sheet;
   }
   auto def = ctx_.name(f.text(n.str), scope);
-  if (!def || !def->formula) return Value::error(cell_error::name);
+  if (!def || !def->formula) {
+    // A table's name alone stands for its data rows.
+    if (n.ref == kNoRef)
+      if (auto t = ctx_.table(f.text(n.str))) return Operand::ref({Area{t->sheet, t->data()}});
+    return Value::error(cell_error::name);
+  }
   if (name_depth > 32) return Value::error(cell_error::name);
   ++name_depth;
   SheetId saved = default_sheet_;
@@ -1259,7 +1264,7 @@ Operand Evaluator::eval(const Formula& f, uint32_t i) {
     case NodeKind::Missing:
       return Value::empty();
     case NodeKind::Opaque:
-      return Value::error(cell_error::ref);
+      return structured_reference(*this, f.text(n.str));
     case NodeKind::Array:
       return array_constant(f, i);
     case NodeKind::Invoke: {

@@ -223,9 +223,10 @@ Operand f_datedif(Args& a) {
     return num(diff);
   }
   if (unit == u"YD") {
-    int y = d2.y;
-    double start = serial_of(a, y, d1.m, std::min(d1.d, days_in_month(y, d1.m)));
-    if (start > s2) start = serial_of(a, y - 1, d1.m, std::min(d1.d, days_in_month(y - 1, d1.m)));
+    // The start moved into the end's year; 29 February of a common year is 1 March there.
+    auto moved = [&](int y) { return serial_of(a, y, d1.m, 1) + d1.d - 1; };
+    double start = moved(d2.y);
+    if (start > s2) start = moved(d2.y - 1);
     return num(s2 - start);
   }
   return error(cell_error::num);
