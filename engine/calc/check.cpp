@@ -212,6 +212,17 @@ const char* reason_to_skip(const Formula& f, EvalContext& ctx, SheetId sheet, in
   return nullptr;
 }
 
+/// Whether the formula, or a name it uses, holds a structured reference.
+bool holds_structured(const Formula& f, EvalContext& ctx, SheetId sheet, int depth = 0) {
+  for (const Node& n : f.nodes) {
+    if (n.kind == NodeKind::Opaque) return true;
+    if (n.kind == NodeKind::Name && depth < 8)
+      if (auto def = ctx.name(f.text(n.str), sheet); def && def->formula)
+        if (holds_structured(*def->formula, ctx, sheet, depth + 1)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 void CheckReport::add(const CheckReport& other, size_t max_reports) {
@@ -258,9 +269,9 @@ CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports) {
       continue;
     }
     ++report.checked;
-    const char* category = c.array ? "array formula" : "plain";
-    for (const Node& n : f->nodes)
-      if (n.kind == NodeKind::Opaque) category = "structured reference";
+    const char* category = holds_structured(*f, ctx, c.sheet) ? "structured reference"
+                           : c.array                          ? "array formula"
+                                                              : "plain";
     auto& counts = report.categories[category];
     ++counts.first;
     std::vector<std::pair<CellRef, Value>> results;
