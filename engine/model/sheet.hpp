@@ -101,6 +101,12 @@ class Sheet {
   std::vector<ChartObjectRec> chart_objects;
   std::vector<Rect> merged;
   Selection selection;
+  /// The latest results of array formulas entered over more than one cell, by formula slot,
+  /// row by row over the block: what the other cells of the block show until the results are
+  /// stored in them once calculation is over.
+  std::map<uint32_t, std::vector<calc::Value>> array_results;
+  /// The formula slots of array formulas entered over more than one cell.
+  std::vector<uint32_t> array_blocks;
   /// Shared-formula masters by shared index, while loading (a child names only the index).
   std::unordered_map<int32_t, CellRef> shared_masters;
 

@@ -150,6 +150,20 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
         int32_t& v = rows ? f.at.row : f.at.col;
         int32_t n = shift_index(v, at, count);
         if (n >= 0) v = n;
+        if (f.array) {
+          // The block moves with its top-left cell, and grows or shrinks with lines
+          // inserted or deleted inside it.
+          int32_t& first = rows ? f.array_ref.row1 : f.array_ref.col1;
+          int32_t& end = rows ? f.array_ref.row2 : f.array_ref.col2;
+          int32_t size = end - first + 1;
+          if (count > 0 && at > first && at <= end) size += count;
+          if (count < 0) {
+            int32_t lo = std::max(first, at), hi = std::min(end, at - count - 1);
+            if (hi >= lo && lo > first) size -= hi - lo + 1;
+          }
+          first = v;
+          end = v + std::max(size, 1) - 1;
+        }
       }
       if (f.parsed) {
         calc::FormulaPtr adjusted = calc::adjust(f.parsed, old, f.at, sh->id, change);
