@@ -230,6 +230,8 @@ std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId shee
 struct References {
   std::vector<std::pair<SheetId, Rect>> ranges;
   std::vector<String> names;
+  /// The tables structured references name ("" for the table the formula sits in).
+  std::vector<String> tables;
   bool is_volatile = false;
 };
 References references(const Formula& f, CellRef origin, SheetId sheet,

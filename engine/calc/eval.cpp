@@ -1365,6 +1365,10 @@ References references(const Formula& f, CellRef origin, SheetId sheet,
       out.names.push_back(f.text(n.str));
       continue;
     }
+    if (n.kind == NodeKind::Opaque) {
+      if (auto s = read_structured(f.text(n.str))) out.tables.push_back(s->table);
+      continue;
+    }
     if (n.kind != NodeKind::Ref) continue;
     const RefInfo& r = f.refs[n.ref];
     if (r.external || r.deleted || r.sheet_deleted) continue;

@@ -85,6 +85,22 @@ class CalcContext final : public calc::EvalContext {
     return calc::NameDefinition{n->parsed, n->scope};
   }
 
+  std::optional<calc::TableDefinition> table(StringView text) override {
+    for (auto& s : b_.sheets)
+      for (const TableRec& t : s->tables)
+        if (equals_text(t.name, text)) return definition(*s, t);
+    return std::nullopt;
+  }
+  std::optional<calc::TableDefinition> table_at(SheetId sid, CellRef c) override {
+    if (Sheet* s = b_.sheet(sid))
+      for (const TableRec& t : s->tables)
+        if (t.ref.contains(c)) return definition(*s, t);
+    return std::nullopt;
+  }
+  static calc::TableDefinition definition(const Sheet& s, const TableRec& t) {
+    return calc::TableDefinition{t.name, s.id, t.ref, t.header_rows, t.totals_rows, t.columns};
+  }
+
   const calc::SheetResolver& sheets() override { return b_; }
   bool date1904() override { return b_.date1904; }
 
@@ -210,6 +226,21 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
   // With the workbook as resolver, a 3-D reference lists the sheets between its ends too.
   calc::References refs = calc::references(*f.parsed, f.at, s.id, this);
   reads = std::move(refs.ranges);
+  // A structured reference reads its table; a table's name alone, the table too.
+  bool any_tables = false;
+  for (auto& sh : sheets) any_tables = any_tables || !sh->tables.empty();
+  auto tables_read = [&](const calc::References& r, SheetId home) {
+    if (!any_tables) return;
+    std::vector<String> named = r.tables;
+    named.insert(named.end(), r.names.begin(), r.names.end());
+    for (const String& table_name : named)
+      for (auto& sh : sheets)
+        for (const TableRec& t : sh->tables)
+          if (table_name.empty() ? sh->id == home && t.ref.contains(f.at)
+                                 : equals_text(t.name, table_name))
+            reads.emplace_back(sh->id, t.ref);
+  };
+  tables_read(refs, s.id);
   // Names stand for their own references, followed a few levels deep.
   std::vector<String> todo = std::move(refs.names);
   std::unordered_set<String> seen;
@@ -221,6 +252,7 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
     if (!n || !n->parsed) continue;
     calc::References nr =
         calc::references(*n->parsed, f.at, n->scope == calc::kNoSheet ? s.id : n->scope, this);
+    tables_read(nr, s.id);
     reads.insert(reads.end(), nr.ranges.begin(), nr.ranges.end());
     todo.insert(todo.end(), nr.names.begin(), nr.names.end());
     if (nr.is_volatile) f.is_volatile = true;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -76,6 +77,18 @@ inline constexpr int32_t kSheetVeryHidden = 2;
 
 class Book;
 
+/// A table (a list object): a named block of columns under a header row, with an optional
+/// totals row.
+struct TableRec {
+  String name;  ///< the name formulas use (the file's display name)
+  Rect ref;     ///< the whole table, header and totals rows included
+  int32_t header_rows = 1;
+  int32_t totals_rows = 0;
+  std::vector<String> columns;  ///< column names, left to right
+  std::string part;             ///< the package part it was read from
+  bool changed = false;         ///< the part must be brought up to date from the model
+};
+
 /// A worksheet or chart sheet.
 class Sheet {
  public:
@@ -98,6 +111,7 @@ class Sheet {
   double default_col_width = 8.43;
 
   std::vector<HyperlinkRec> hyperlinks;
+  std::vector<TableRec> tables;
   std::vector<ChartObjectRec> chart_objects;
   std::vector<Rect> merged;
   Selection selection;
