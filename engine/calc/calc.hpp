@@ -97,6 +97,12 @@ FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId hom
 /// unless they were written with one).
 String render(const Formula& f, Notation notation, CellRef origin, SheetId home,
               const SheetResolver& sheets);
+/// Spells a structured reference as it is to be written (see `render_structured`).
+using StructuredSpelling = std::function<String(StringView)>;
+/// Renders in A1 notation with each structured reference spelled by `structured`: files
+/// hold them qualified by their table, where a formula typed in a table may leave it out.
+String render(const Formula& f, CellRef origin, SheetId home, const SheetResolver& sheets,
+              const StructuredSpelling& structured);
 
 /// Rows or columns inserted (count > 0) or deleted (count < 0) at `at` on `sheet`.
 struct StructuralChange {
