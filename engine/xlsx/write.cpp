@@ -378,7 +378,7 @@ void write_tables(PackageWriter& w) {
   for (auto& sp : w.book.sheets)
     for (TableRec& t : sp->tables) {
       if (!t.changed || t.part.empty() || !w.in_source(t.part)) continue;
-      std::string text;
+      std::string text = w.source_text(t.part);
       pugi::xml_document doc;
       w.parse(t.part, text, doc);
       pugi::xml_node root = doc.document_element();

@@ -611,8 +611,16 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
           }
         } else {
           String text;
+          // Files hold structured references qualified by their table, "@" spelled out.
+          auto spell = [&](StringView written) {
+            auto ref = calc::read_structured(written);
+            if (!ref) return String(written);
+            for (const TableRec& t : s.tables)
+              if (ref->table.empty() && t.ref.contains(f.at)) ref->table = t.name;
+            return ref->table.empty() ? String(written) : calc::render_structured(*ref);
+          };
           if (const calc::Formula* parsed = w_.book.ensure_parsed(s, f))
-            text = calc::render(*parsed, calc::Notation::A1, f.at, s.id, w_.book);
+            text = calc::render(*parsed, f.at, s.id, w_.book, spell);
           else if (ff)
             text = ff->text16();
           auto written = std::make_unique<FileFormula>();

@@ -622,9 +622,14 @@ TEST_F(Workbooks, TablesAreReadFollowEditsAndWriteBack) {
   b->shift(s, true, 2, 1);   // a row inside the table
   b->shift(s, false, 1, 1);  // a column between its two
   b->set_constant(s, 2, 2, calc::Value::num(5));
+  b->set_formula(s, 2, 1, u"[@Item]&\"/\"&[@[Unit Price]]", calc::Notation::A1);
   b->calculate(true);
   EXPECT_EQ(b->value(s, 3, 4), calc::Value::num(35)) << "the sum reads the grown column";
+  EXPECT_EQ(b->value(s, 2, 1), calc::Value::str(u"/5"));
   fs::path out = save(*b);
+  EXPECT_THAT(part(out, "xl/worksheets/sheet1.xml"),
+              HasSubstr("<f>Sales[[#This Row],[Item]]&amp;\"/\"&amp;Sales[[#This Row],[Unit "
+                        "Price]]</f>"));
   std::string table = part(out, "xl/tables/table1.xml");
   EXPECT_THAT(table, HasSubstr(R"(ref="A1:C4")"));
   EXPECT_THAT(table, HasSubstr(R"(<autoFilter ref="A1:C4"/>)"));
