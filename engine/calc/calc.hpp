@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <variant>
 #include <vector>
 
 #include "qzxl/variant.hpp"
@@ -96,6 +97,12 @@ FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId hom
 /// unless they were written with one).
 String render(const Formula& f, Notation notation, CellRef origin, SheetId home,
               const SheetResolver& sheets);
+/// Spells a structured reference as it is to be written (see `render_structured`).
+using StructuredSpelling = std::function<String(StringView)>;
+/// Renders in A1 notation with each structured reference spelled by `structured`: files
+/// hold them qualified by their table, where a formula typed in a table may leave it out.
+String render(const Formula& f, CellRef origin, SheetId home, const SheetResolver& sheets,
+              const StructuredSpelling& structured);
 
 /// Rows or columns inserted (count > 0) or deleted (count < 0) at `at` on `sheet`.
 struct StructuralChange {
@@ -137,6 +144,39 @@ struct WorkbookFacts {
   bool manual_calculation = false;
 };
 
+/// A table (a list object) as structured references see it.
+struct TableDefinition {
+  String name;
+  SheetId sheet = kNoSheet;
+  Rect range;                   ///< the whole table, its header and totals rows included
+  int32_t header_rows = 1;      ///< 0 or 1
+  int32_t totals_rows = 0;      ///< 0 or 1
+  std::vector<String> columns;  ///< the column names, left to right
+  /// The rows between the header and the totals; empty (row1 > row2) when there are none.
+  Rect data() const {
+    return Rect{range.row1 + header_rows, range.col1, range.row2 - totals_rows, range.col2};
+  }
+};
+
+/// What a structured reference ("Table1[[#Headers],[Qty]:[Price]]", "[@Amount]") names,
+/// read from its text: which table (empty: the one the formula sits in), which rows and
+/// which columns.
+struct StructuredRef {
+  String table;
+  bool all = false, headers = false, data = false, totals = false, this_row = false;
+  String first_column, last_column;  ///< both empty: every column
+};
+/// Reads a structured reference as written; nothing when it is malformed.
+std::optional<StructuredRef> read_structured(StringView text);
+/// The cells a structured reference names at `origin` (`this_row` takes its row), or the
+/// error it evaluates to (#REF! for unknown columns and absent rows, #VALUE! for a row
+/// outside the table).
+std::variant<Rect, int32_t> resolve_structured(const StructuredRef& ref, const TableDefinition& t,
+                                               CellRef origin);
+/// The reference as files hold it: qualified by its table, "@" spelled "[#This Row]",
+/// columns bracketed where they need it ("Table1[[#This Row],[Qty]]").
+String render_structured(const StructuredRef& ref);
+
 /// What evaluation reads. Implemented by the engine's workbook.
 class EvalContext {
  public:
@@ -175,6 +215,13 @@ class EvalContext {
   virtual std::optional<Value> external_value(StringView prefix, CellRef cell) {
     return std::nullopt;
   }
+  /// A table by name (without regard to case); a context that does not answer (the default)
+  /// makes structured references #REF!.
+  virtual std::optional<TableDefinition> table(StringView name) { return std::nullopt; }
+  /// The table whose range holds a cell, for structured references that name no table.
+  virtual std::optional<TableDefinition> table_at(SheetId sheet, CellRef cell) {
+    return std::nullopt;
+  }
 };
 
 /// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the
@@ -196,6 +243,8 @@ std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId shee
 struct References {
   std::vector<std::pair<SheetId, Rect>> ranges;
   std::vector<String> names;
+  /// The tables structured references name ("" for the table the formula sits in).
+  std::vector<String> tables;
   bool is_volatile = false;
 };
 References references(const Formula& f, CellRef origin, SheetId sheet,

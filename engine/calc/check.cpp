@@ -103,6 +103,16 @@ class CachedBook : public EvalContext, public SheetResolver {
     }
     return std::nullopt;
   }
+  std::optional<TableDefinition> table(StringView name) override {
+    for (const TableDefinition& t : book_.tables)
+      if (equals_text(t.name, name)) return t;
+    return std::nullopt;
+  }
+  std::optional<TableDefinition> table_at(SheetId sheet, CellRef cell) override {
+    for (const TableDefinition& t : book_.tables)
+      if (t.sheet == sheet && t.range.contains(cell)) return t;
+    return std::nullopt;
+  }
   const SheetResolver& sheets() override { return *this; }
   bool date1904() override { return book_.date1904; }
   double now() override { return 45000; }
@@ -184,7 +194,6 @@ const char* reason_not_checked(const Formula& f, EvalContext& ctx, SheetId sheet
       if (auto def = ctx.name(f.text(n.str), scope); def && def->formula)
         if (const char* why = reason_not_checked(*def->formula, ctx, sheet, depth + 1)) return why;
     }
-    if (n.kind == NodeKind::Opaque) return "structured reference";
     if ((n.kind == NodeKind::Ref || n.kind == NodeKind::Name) && n.ref != kNoRef &&
         (f.refs[n.ref].external || f.refs[n.ref].sheet_deleted))
       return "other workbook";
@@ -218,11 +227,30 @@ bool reads_other_workbook(const Formula& f, EvalContext& ctx, SheetId sheet, int
   return false;
 }
 
+namespace {
+
+/// Whether the formula, or a name it uses, holds a structured reference.
+bool holds_structured(const Formula& f, EvalContext& ctx, SheetId sheet, int depth = 0) {
+  for (const Node& n : f.nodes) {
+    if (n.kind == NodeKind::Opaque) return true;
+    if (n.kind == NodeKind::Name && depth < 8)
+      if (auto def = ctx.name(f.text(n.str), sheet); def && def->formula)
+        if (holds_structured(*def->formula, ctx, sheet, depth + 1)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 void CheckReport::add(const CheckReport& other, size_t max_reports) {
   formulas += other.formulas;
   checked += other.checked;
   agreed += other.agreed;
   for (const auto& [why, n] : other.skipped) skipped[why] += n;
+  for (const auto& [what, n] : other.categories) {
+    categories[what].first += n.first;
+    categories[what].second += n.second;
+  }
   for (const auto& d : other.disagreements)
     if (disagreements.size() < max_reports) disagreements.push_back(d);
 }
@@ -258,6 +286,11 @@ CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports) {
       continue;
     }
     ++report.checked;
+    const char* category = holds_structured(*f, ctx, c.sheet) ? "structured reference"
+                           : c.array                          ? "array formula"
+                                                              : "plain";
+    auto& counts = report.categories[category];
+    ++counts.first;
     std::vector<std::pair<CellRef, Value>> results;
     if (c.array) {
       int32_t rows = c.array_range.row2 - c.array_range.row1 + 1;
@@ -287,6 +320,7 @@ CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports) {
     }
     if (ok) {
       ++report.agreed;
+      ++counts.second;
     } else if (report.disagreements.size() < max_reports) {
       report.disagreements.push_back(book.label + "!" + to_utf8(book.sheets[c.sheet]) + "!" +
                                      to_utf8(column_letters(c.cell.col)) +

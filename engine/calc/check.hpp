@@ -39,6 +39,7 @@ struct CheckWorkbook {
   std::vector<CheckCell> cells;
   std::vector<CheckName> names;
   std::vector<std::pair<SheetId, int32_t>> hidden_rows;  ///< (sheet, 0-based row)
+  std::vector<TableDefinition> tables;                   ///< `sheet` indexes `sheets`
   bool date1904 = false;
 };
 
@@ -48,6 +49,9 @@ struct CheckReport {
   size_t agreed = 0;    ///< of those, the ones that recalculate to the cached value
   /// Why formulas were not checked ("unknown function", "volatile", "external link", ...).
   std::map<std::string, size_t> skipped;
+  /// Checked and agreeing formulas by what they hold: "structured reference", "array
+  /// formula" (entered over cells) or "plain".
+  std::map<std::string, std::pair<size_t, size_t>> categories;
   /// The first disagreements: "file!Sheet!A1: =formula -> calculated, file has cached".
   std::vector<std::string> disagreements;
 
@@ -58,8 +62,8 @@ struct CheckReport {
 /// Recalculates every formula cell of `book` against the cached values of its inputs and
 /// compares with the cell's own cached value (numbers to nine significant digits, text
 /// exactly, Booleans and errors by kind). Formulas that call volatile functions (NOW, RAND,
-/// ...), functions outside function_names() or not computable from a file, other workbooks,
-/// structured references or data tables are counted as skipped, with the reason.
+/// ...), functions outside function_names() or not computable from a file, other workbooks
+/// or data tables are counted as skipped, with the reason.
 CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports = 50);
 
 /// Why a formula's value cannot be held against the application's, or nothing: it calls a

@@ -791,7 +791,12 @@ Operand Evaluator::name(const Formula& f, const Node& n) {
     if (q.sheet != kNoSheet) scope = q.sheet;
   }
   auto def = ctx_.name(f.text(n.str), scope);
-  if (!def || !def->formula) return Value::error(cell_error::name);
+  if (!def || !def->formula) {
+    // A table's name alone stands for its data rows.
+    if (n.ref == kNoRef)
+      if (auto t = ctx_.table(f.text(n.str))) return Operand::ref({Area{t->sheet, t->data()}});
+    return Value::error(cell_error::name);
+  }
   if (name_depth > 32) return Value::error(cell_error::name);
   ++name_depth;
   SheetId saved = default_sheet_;
@@ -1273,7 +1278,7 @@ Operand Evaluator::eval(const Formula& f, uint32_t i) {
     case NodeKind::Missing:
       return Value::empty();
     case NodeKind::Opaque:
-      return Value::error(cell_error::ref);
+      return structured_reference(*this, f.text(n.str));
     case NodeKind::Array:
       return array_constant(f, i);
     case NodeKind::Invoke: {
@@ -1372,6 +1377,10 @@ References references(const Formula& f, CellRef origin, SheetId sheet,
   for (const Node& n : f.nodes) {
     if (n.kind == NodeKind::Name) {
       out.names.push_back(f.text(n.str));
+      continue;
+    }
+    if (n.kind == NodeKind::Opaque) {
+      if (auto s = read_structured(f.text(n.str))) out.tables.push_back(s->table);
       continue;
     }
     if (n.kind != NodeKind::Ref) continue;

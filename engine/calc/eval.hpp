@@ -297,6 +297,9 @@ void Evaluator::for_each(const Operand& o, F&& visit) {
 
 // ---- helpers shared by the families ----------------------------------------------------
 
+/// The cells a structured reference names where the evaluator stands, or its error.
+Operand structured_reference(Evaluator& ev, StringView text);
+
 /// Compares two values as the comparison operators do: numbers < text < Booleans; text
 /// without regard to case; empty as 0, "" or FALSE. Returns <0, 0, >0.
 int compare_values(const Value& a, const Value& b);

@@ -179,7 +179,9 @@ Operand add_months(Args& a, bool end_of_month) {
   int64_t total = static_cast<int64_t>(d.y) * 12 + (d.m - 1) + static_cast<int64_t>(months);
   int y = static_cast<int>(total / 12), m = static_cast<int>(total % 12) + 1;
   if (y < (a.ev().date1904() ? 1904 : 1900) || y > 9999) return error(cell_error::num);
-  int day = end_of_month ? days_in_month(y, m) : std::min(d.d, days_in_month(y, m));
+  // The 1900 system counts a 29 February 1900, so that month ends a day later there.
+  int last = days_in_month(y, m) + (y == 1900 && m == 2 && !a.ev().date1904() ? 1 : 0);
+  int day = end_of_month ? last : std::min(d.d, last);
   double r = serial_of(a, y, m, day);
   if (r < 0) return error(cell_error::num);
   return num(r);
@@ -215,9 +217,10 @@ Operand f_datedif(Args& a) {
     return num(diff);
   }
   if (unit == u"YD") {
-    int y = d2.y;
-    double start = serial_of(a, y, d1.m, std::min(d1.d, days_in_month(y, d1.m)));
-    if (start > s2) start = serial_of(a, y - 1, d1.m, std::min(d1.d, days_in_month(y - 1, d1.m)));
+    // The start moved into the end's year; 29 February of a common year is 1 March there.
+    auto moved = [&](int y) { return serial_of(a, y, d1.m, 1) + d1.d - 1; };
+    double start = moved(d2.y);
+    if (start > s2) start = moved(d2.y - 1);
     return num(s2 - start);
   }
   return error(cell_error::num);

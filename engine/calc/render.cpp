@@ -70,8 +70,9 @@ namespace {
 
 class Renderer {
  public:
-  Renderer(const Formula& f, Notation notation, CellRef origin, const SheetResolver& sheets)
-      : f_(f), notation_(notation), origin_(origin), sheets_(sheets) {}
+  Renderer(const Formula& f, Notation notation, CellRef origin, const SheetResolver& sheets,
+           const StructuredSpelling* structured = nullptr)
+      : f_(f), notation_(notation), origin_(origin), sheets_(sheets), structured_(structured) {}
 
   String run() {
     std::vector<String> stack;
@@ -96,6 +97,7 @@ class Renderer {
   Notation notation_;
   CellRef origin_;
   const SheetResolver& sheets_;
+  const StructuredSpelling* structured_;
 
   String node(const Node& n, std::vector<String>& args) {
     String out = f_.text(n.ws);
@@ -126,7 +128,7 @@ class Renderer {
         out += f_.text(n.str);
         break;
       case NodeKind::Opaque:
-        out += f_.text(n.str);
+        out += structured_ && *structured_ ? (*structured_)(f_.text(n.str)) : f_.text(n.str);
         break;
       case NodeKind::Missing:
         break;
@@ -369,6 +371,11 @@ class Renderer {
 String render(const Formula& f, Notation notation, CellRef origin, SheetId home,
               const SheetResolver& sheets) {
   return Renderer(f, notation, origin, sheets).run();
+}
+
+String render(const Formula& f, CellRef origin, SheetId home, const SheetResolver& sheets,
+              const StructuredSpelling& structured) {
+  return Renderer(f, Notation::A1, origin, sheets, &structured).run();
 }
 
 }  // namespace qz::engine::calc

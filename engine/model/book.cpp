@@ -122,6 +122,10 @@ void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<File
       if (auto r = parse_area(file->ref())) {
         f.array = true;
         f.array_ref = *r;
+        if (r->row1 != r->row2 || r->col1 != r->col2) {
+          array_blocks_ = true;
+          s.array_blocks.push_back(slot);
+        }
       }
     }
   }

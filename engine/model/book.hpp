@@ -313,7 +313,16 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<std::pair<SheetId, Rect>> reads_of(Sheet& s, FormulaCell& f,
                                                  std::vector<String>* names_used = nullptr);
   void evaluate_cell(Sheet& s, FormulaCell& f);
+  /// The result an array formula gives a cell of its block other than its own; nothing when
+  /// the cell lies in no such block or the block has no fresh result.
+  std::optional<calc::Value> array_result(Sheet& s, CellRef at);
+  /// Stores the fresh results of array formulas in the other cells of their blocks; false
+  /// when none changed.
+  bool store_array_results();
+  /// Marks the formulas that read the changed cells (and the volatile ones) dirty.
+  void dirty_dependents();
   void recalc_dirty();
+  void recalc_dirty_once();
   /// Every formula is dirty (structure or names changed); recalculated now in automatic mode.
   void recalc_everything();
   String constant_formula(const Sheet& s, const Cell& c, int32_t row, int32_t col) const;
@@ -322,6 +331,7 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   SheetId next_sheet_id_ = 0;
   calc::DependencyGraph graph_;
   bool graph_valid_ = false;
+  bool array_blocks_ = false;  // some array formula is entered over more than one cell
   std::vector<std::pair<SheetId, CellRef>> pending_;  // changed cells since the last commit
   std::vector<std::pair<SheetId, uint32_t>> dirty_;   // formula slots to recalculate
   std::vector<std::pair<SheetId, uint32_t>> volatile_;

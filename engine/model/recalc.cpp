@@ -48,6 +48,8 @@ class CalcContext final : public calc::EvalContext {
   calc::Value cell_value(SheetId sid, CellRef c) override {
     Sheet* s = b_.sheet(sid);
     if (!s) return calc::Value::error(cell_error::ref);
+    if (!s->array_blocks.empty())
+      if (auto v = b_.array_result(*s, c)) return *v;
     Cell* cell = s->cells.find(c.row, c.col);
     if (!cell) return calc::Value::empty();
     return value_of(*s, *cell);
@@ -57,6 +59,18 @@ class CalcContext final : public calc::EvalContext {
                       const std::function<void(CellRef, const calc::Value&)>& visit) override {
     Sheet* s = b_.sheet(sid);
     if (!s) return;
+    if (!s->array_blocks.empty()) {
+      // The blocks of array formulas show their latest results; collect first, since
+      // calculating a block's formula may store cells.
+      std::vector<std::pair<CellRef, calc::Value>> seen;
+      s->cells.for_each(area, [&](int32_t r, int32_t c, const Cell& cell) {
+        if (cell.has_content()) seen.push_back({CellRef{r, c}, calc::Value()});
+        return true;
+      });
+      for (auto& [at, v] : seen) v = cell_value(sid, at);
+      for (auto& [at, v] : seen) visit(at, v);
+      return;
+    }
     s->cells.for_each(area, [&](int32_t r, int32_t c, const Cell& cell) {
       if (cell.has_content()) visit(CellRef{r, c}, value_of(*s, const_cast<Cell&>(cell)));
       return true;
@@ -74,6 +88,22 @@ class CalcContext final : public calc::EvalContext {
     const DefinedName* n = b_.resolve_name(text, scope);
     if (!n || !n->parsed) return std::nullopt;
     return calc::NameDefinition{n->parsed, n->scope};
+  }
+
+  std::optional<calc::TableDefinition> table(StringView text) override {
+    for (auto& s : b_.sheets)
+      for (const TableRec& t : s->tables)
+        if (equals_text(t.name, text)) return definition(*s, t);
+    return std::nullopt;
+  }
+  std::optional<calc::TableDefinition> table_at(SheetId sid, CellRef c) override {
+    if (Sheet* s = b_.sheet(sid))
+      for (const TableRec& t : s->tables)
+        if (t.ref.contains(c)) return definition(*s, t);
+    return std::nullopt;
+  }
+  static calc::TableDefinition definition(const Sheet& s, const TableRec& t) {
+    return calc::TableDefinition{t.name, s.id, t.ref, t.header_rows, t.totals_rows, t.columns};
   }
 
   const calc::SheetResolver& sheets() override { return b_; }
@@ -211,6 +241,21 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
   // With the workbook as resolver, a 3-D reference lists the sheets between its ends too.
   calc::References refs = calc::references(*f.parsed, f.at, s.id, this);
   reads = std::move(refs.ranges);
+  // A structured reference reads its table; a table's name alone, the table too.
+  bool any_tables = false;
+  for (auto& sh : sheets) any_tables = any_tables || !sh->tables.empty();
+  auto tables_read = [&](const calc::References& r, SheetId home) {
+    if (!any_tables) return;
+    std::vector<String> named = r.tables;
+    named.insert(named.end(), r.names.begin(), r.names.end());
+    for (const String& table_name : named)
+      for (auto& sh : sheets)
+        for (const TableRec& t : sh->tables)
+          if (table_name.empty() ? sh->id == home && t.ref.contains(f.at)
+                                 : equals_text(t.name, table_name))
+            reads.emplace_back(sh->id, t.ref);
+  };
+  tables_read(refs, s.id);
   // Names stand for their own references, followed a few levels deep.
   std::vector<String> todo = std::move(refs.names);
   std::unordered_set<String> seen;
@@ -222,6 +267,7 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
     if (!n || !n->parsed) continue;
     calc::References nr =
         calc::references(*n->parsed, f.at, n->scope == calc::kNoSheet ? s.id : n->scope, this);
+    tables_read(nr, s.id);
     reads.insert(reads.end(), nr.ranges.begin(), nr.ranges.end());
     todo.insert(todo.end(), nr.names.begin(), nr.names.end());
     if (nr.is_volatile) f.is_volatile = true;
@@ -302,10 +348,18 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   const bool outer_uncertain = reads_uncertain_;
   reads_uncertain_ = false;
   calc::Value v;
+  std::vector<calc::Value> block;
   {
     CalcContext ctx(*this);
     try {
-      v = calc::evaluate(*p, f.at, s.id, ctx);
+      if (f.array) {
+        // An array formula works element by element over its whole block.
+        Rect r = f.array_ref;
+        block = calc::evaluate_array(*p, f.at, s.id, ctx, r.row2 - r.row1 + 1, r.col2 - r.col1 + 1);
+        v = block[0];
+      } else {
+        v = calc::evaluate(*p, f.at, s.id, ctx);
+      }
     } catch (const Error&) {
       v = calc::Value::error(cell_error::value);
     }
@@ -321,6 +375,7 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   // and is thrown away; the cell stays dirty and is done again once the precedent is.
   if (deferred_) return;
   if (v.kind == calc::Value::Kind::Empty) v = calc::Value::num(0);
+  if (block.size() > 1) s.array_results[static_cast<uint32_t>(index)] = std::move(block);
   if (!(g.value == v)) {
     s.changed.cells = true;
     double change = v.kind == calc::Value::Kind::Number && g.value.kind == v.kind
@@ -333,7 +388,59 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   g.dirty = false;
 }
 
+std::optional<calc::Value> Book::array_result(Sheet& s, CellRef at) {
+  for (uint32_t i : s.array_blocks) {
+    if (i >= s.formulas.size()) continue;
+    FormulaCell& f = s.formulas[i];
+    if (!f.live || !f.array || !f.array_ref.contains(at) || f.at == at) continue;
+    if (f.dirty && !f.in_progress && eval_depth_ < kMaxEvalDepth) evaluate_cell(s, f);
+    auto it = s.array_results.find(static_cast<uint32_t>(i));
+    if (it == s.array_results.end()) return std::nullopt;
+    const Rect& r = f.array_ref;
+    size_t k = static_cast<size_t>(at.row - r.row1) * (r.col2 - r.col1 + 1) + (at.col - r.col1);
+    if (k < it->second.size()) return it->second[k];
+    return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+bool Book::store_array_results() {
+  bool changed_any = false;
+  for (auto& s : sheets) {
+    auto results = std::move(s->array_results);
+    s->array_results.clear();
+    for (auto& [i, block] : results) {
+      if (i >= s->formulas.size() || !s->formulas[i].live || !s->formulas[i].array) continue;
+      Rect r = s->formulas[i].array_ref;
+      CellRef master = s->formulas[i].at;
+      size_t k = 0;
+      for (int32_t row = r.row1; row <= r.row2; ++row)
+        for (int32_t col = r.col1; col <= r.col2; ++col, ++k) {
+          if (k >= block.size() || CellRef{row, col} == master) continue;
+          Cell* c = s->cells.find(row, col);
+          if (c && c->kind() == CellKind::Formula) continue;  // not the block's own cell
+          calc::Value v = block[k];
+          if (v.kind == calc::Value::Kind::Empty) v = calc::Value::num(0);
+          if (c && cell_value(*s, *c) == v) continue;
+          set_constant(*s, row, col, v);
+          changed_any = true;
+        }
+    }
+  }
+  return changed_any;
+}
+
 void Book::recalc_dirty() {
+  // Storing the results of array formulas in their blocks changes cells that other formulas
+  // may read; those recalculate in another round.
+  for (int round = 0; round < 16; ++round) {
+    recalc_dirty_once();
+    if (!array_blocks_ || !store_array_results()) break;
+    dirty_dependents();
+  }
+}
+
+void Book::recalc_dirty_once() {
   std::vector<std::pair<SheetId, uint32_t>> work;
   work.swap(dirty_);
   size_t limit = 0;
@@ -365,6 +472,11 @@ void Book::recalc_dirty() {
 
 void Book::commit() {
   if (pending_.empty() && dirty_.empty()) return;
+  dirty_dependents();
+  if (auto_calc) recalc_dirty();
+}
+
+void Book::dirty_dependents() {
   if (!graph_valid_) rebuild_graph();
   if (!pending_.empty()) {
     auto deps = graph_.dependents(pending_);
@@ -390,7 +502,6 @@ void Book::commit() {
       }
     }
   }
-  if (auto_calc) recalc_dirty();
 }
 
 void Book::calculate(bool all) {

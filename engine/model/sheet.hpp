@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -77,6 +78,18 @@ inline constexpr int32_t kSheetVeryHidden = 2;
 
 class Book;
 
+/// A table (a list object): a named block of columns under a header row, with an optional
+/// totals row.
+struct TableRec {
+  String name;  ///< the name formulas use (the file's display name)
+  Rect ref;     ///< the whole table, header and totals rows included
+  int32_t header_rows = 1;
+  int32_t totals_rows = 0;
+  std::vector<String> columns;  ///< column names, left to right
+  std::string part;             ///< the package part it was read from
+  bool changed = false;         ///< the part must be brought up to date from the model
+};
+
 /// A worksheet or chart sheet.
 class Sheet {
  public:
@@ -99,11 +112,18 @@ class Sheet {
   double default_col_width = 8.43;
 
   std::vector<HyperlinkRec> hyperlinks;
+  std::vector<TableRec> tables;
   std::vector<ChartObjectRec> chart_objects;
   std::vector<Rect> merged;
   /// The list the sheet shows filter buttons over (its header row included), if any.
   std::optional<Rect> auto_filter;
   Selection selection;
+  /// The latest results of array formulas entered over more than one cell, by formula slot,
+  /// row by row over the block: what the other cells of the block show until the results are
+  /// stored in them once calculation is over.
+  std::map<uint32_t, std::vector<calc::Value>> array_results;
+  /// The formula slots of array formulas entered over more than one cell.
+  std::vector<uint32_t> array_blocks;
   /// Shared-formula masters by shared index, while loading (a child names only the index).
   std::unordered_map<int32_t, CellRef> shared_masters;
 

@@ -140,6 +140,37 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
     shift_lines(s.cols, at, count, kLastCol);
   }
 
+  // Tables move with their cells and grow or shrink with lines inserted or deleted inside.
+  for (TableRec& t : s.tables) {
+    int32_t& first = rows ? t.ref.row1 : t.ref.col1;
+    int32_t& end = rows ? t.ref.row2 : t.ref.col2;
+    int32_t n1 = first, n2 = end;
+    if (count > 0) {
+      if (at <= first) n1 += count;
+      if (at <= end) n2 += count;
+      if (!rows && at > first && at <= end)
+        for (int32_t k = 0; k < count; ++k) {
+          String name = u"Column" + from_utf8(std::to_string(t.columns.size() + 1));
+          t.columns.insert(t.columns.begin() + (at - first) + k, name);
+        }
+    } else {
+      int32_t gone_end = at - count - 1;
+      n1 = first < at ? first : first > gone_end ? first + count : at;
+      n2 = end < at ? end : end > gone_end ? end + count : at - 1;
+      if (n2 < n1) continue;  // every line of it deleted: the application refuses that
+      if (!rows) {
+        int32_t lo = std::max(first, at) - first, hi = std::min(end, gone_end) - first;
+        if (hi >= lo && hi < static_cast<int32_t>(t.columns.size()))
+          t.columns.erase(t.columns.begin() + lo, t.columns.begin() + hi + 1);
+      }
+    }
+    if (n1 != first || n2 != end) {
+      first = n1;
+      end = n2;
+      t.changed = true;
+    }
+  }
+
   calc::StructuralChange change{s.id, rows, at, count};
   for (auto& sh : sheets) {
     bool any = false;
@@ -150,6 +181,20 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
         int32_t& v = rows ? f.at.row : f.at.col;
         int32_t n = shift_index(v, at, count);
         if (n >= 0) v = n;
+        if (f.array) {
+          // The block moves with its top-left cell, and grows or shrinks with lines
+          // inserted or deleted inside it.
+          int32_t& first = rows ? f.array_ref.row1 : f.array_ref.col1;
+          int32_t& end = rows ? f.array_ref.row2 : f.array_ref.col2;
+          int32_t size = end - first + 1;
+          if (count > 0 && at > first && at <= end) size += count;
+          if (count < 0) {
+            int32_t lo = std::max(first, at), hi = std::min(end, at - count - 1);
+            if (hi >= lo && lo > first) size -= hi - lo + 1;
+          }
+          first = v;
+          end = v + std::max(size, 1) - 1;
+        }
       }
       if (f.parsed) {
         calc::FormulaPtr adjusted = calc::adjust(f.parsed, old, f.at, sh->id, change);

@@ -639,6 +639,7 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
   x.next();
   ss.root = std::string(x.name());
   std::string drawing_rid;
+  bool has_tables = false;
   std::vector<std::pair<Rect, std::string>> link_rids;
   for (T t; (t = x.next()) != T::Eof;) {
     if (t != T::Start) continue;
@@ -695,6 +696,9 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
     } else if (tag == "autoFilter") {
       s.auto_filter = parse_ref(x.attr("ref"));
       x.skip_element();
+    } else if (tag == "tableParts") {
+      has_tables = true;
+      x.skip_element();
     } else if (tag == "drawing") {
       for (const auto& a : x.attrs())
         if (a.name.size() > 3 && a.name.substr(a.name.size() - 3) == ":id") drawing_rid = a.value;
@@ -703,9 +707,12 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
       x.skip_element();
     }
   }
-  bool need_rels = !drawing_rid.empty() || !s.hyperlinks.empty();
+  bool need_rels = !drawing_rid.empty() || !s.hyperlinks.empty() || has_tables;
   if (!need_rels) return;
   auto rels = pkg_->relationships(ss.part);
+  if (has_tables)
+    for (const auto& r : rels)
+      if (r.kind() == "table" && !r.external && pkg_->has_part(r.part)) read_table(s, r.part);
   for (auto& h : s.hyperlinks) {
     if (h.rel_id.empty()) continue;
     for (const auto& r : rels)
@@ -732,6 +739,29 @@ void Loader::read_sheet_extras(Sheet& s, SheetState& ss, bool dialog) {
     x.skip_element();
   }
   (void)dialog;
+}
+
+void Loader::read_table(Sheet& s, const std::string& part) {
+  std::string text;
+  pugi::xml_document doc;
+  pkg_->parse_part(part, text, doc);
+  pugi::xml_node t = doc.document_element();
+  TableRec rec;
+  rec.part = part;
+  std::string_view name = t.attribute("displayName").value();
+  if (name.empty()) name = t.attribute("name").value();
+  rec.name = from_utf8(name);
+  auto ref = parse_ref(t.attribute("ref").value());
+  if (!ref || rec.name.empty()) return;  // a table without a place or a name names nothing
+  rec.ref = *ref;
+  rec.header_rows = t.attribute("headerRowCount").as_int(1) > 0 ? 1 : 0;
+  rec.totals_rows = t.attribute("totalsRowCount").as_int(0) > 0 ? 1 : 0;
+  for (pugi::xml_node c : t.children())
+    if (local_name(c.name()) == "tableColumns")
+      for (pugi::xml_node col : c.children())
+        if (local_name(col.name()) == "tableColumn")
+          rec.columns.push_back(from_utf8(col.attribute("name").value()));
+  s.tables.push_back(std::move(rec));
 }
 
 void Loader::read_drawing(Sheet& s, SheetState& ss, const std::string& part) {

@@ -33,6 +33,7 @@ class Loader {
   void read_worksheet(Sheet& s, SheetState& ss);
   void read_sheet_extras(Sheet& s, SheetState& ss, bool dialog);
   void read_drawing(Sheet& s, SheetState& ss, const std::string& part);
+  void read_table(Sheet& s, const std::string& part);
   void read_selection(XmlScanner& x, Sheet& s);
   void read_cols(XmlScanner& x, Sheet& s);
   void read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buffer);

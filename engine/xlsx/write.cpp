@@ -372,6 +372,67 @@ bool formulas_changed(const Book& book, const BookState& state) {
   return state.sheets_loaded != book.sheets.size();
 }
 
+// Brings the parts of tables that moved, grew or were renamed up to date; the rest of each
+// part (styles, totals functions, filters) stays as the file had it.
+void write_tables(PackageWriter& w) {
+  for (auto& sp : w.book.sheets)
+    for (TableRec& t : sp->tables) {
+      if (!t.changed || t.part.empty() || !w.in_source(t.part)) continue;
+      std::string text = w.source_text(t.part);
+      pugi::xml_document doc;
+      w.parse(t.part, text, doc);
+      pugi::xml_node root = doc.document_element();
+      std::string ref = ref_text(t.ref);
+      set_attr(root, "ref", ref);
+      std::string name = to_utf8(t.name);
+      set_attr(root, "displayName", name);
+      if (root.attribute("name")) set_attr(root, "name", name);
+      if (pugi::xml_node filter = child(root, "autoFilter")) {
+        Rect shown = t.ref;
+        shown.row2 -= t.totals_rows;
+        set_attr(filter, "ref", ref_text(shown));
+      }
+      if (pugi::xml_node cols = child(root, "tableColumns")) {
+        // Columns keep their records (and ids) by name; new ones get fresh ids.
+        std::vector<pugi::xml_node> old;
+        uint32_t next_id = 1;
+        for (pugi::xml_node c : cols.children())
+          if (c.type() == pugi::node_element) {
+            old.push_back(c);
+            next_id = std::max(next_id, c.attribute("id").as_uint() + 1);
+          }
+        std::string tag = prefix_of(cols.name()) + "tableColumn";
+        std::vector<bool> used(old.size(), false);
+        pugi::xml_node after;
+        for (size_t k = 0; k < t.columns.size(); ++k) {
+          std::string col = to_utf8(t.columns[k]);
+          pugi::xml_node node;
+          for (size_t j = 0; j < old.size() && !node; ++j)
+            if (!used[j] && old[j].attribute("name").value() == col) used[j] = true, node = old[j];
+          if (!node && k < old.size() && !used[k] && t.columns.size() == old.size())
+            used[k] = true, node = old[k];  // a renamed column
+          if (!node) {
+            node = after ? cols.insert_child_after(tag.c_str(), after)
+                         : cols.prepend_child(tag.c_str());
+            node.append_attribute("id") = next_id++;
+            node.append_attribute("name") = col.c_str();
+          }
+          set_attr(node, "name", col);
+          if (after && node.previous_sibling() != after)
+            cols.insert_move_after(node, after);
+          else if (!after && node != cols.first_child())
+            cols.insert_move_before(node, cols.first_child());
+          after = node;
+        }
+        for (size_t j = 0; j < old.size(); ++j)
+          if (!used[j]) cols.remove_child(old[j]);
+        set_attr(cols, "count", std::to_string(t.columns.size()));
+      }
+      w.put(t.part, serialize(doc));
+      t.changed = false;
+    }
+}
+
 }  // namespace
 
 void save(Book& book, const fs::path& path, const SaveOptions& options) {
@@ -398,6 +459,7 @@ void save(Book& book, const fs::path& path, const SaveOptions& options) {
   write_workbook(w, formulas_differ, options.calculated);
   write_styles(w);
   write_custom_props(w);
+  write_tables(w);
 
   if (formulas_differ) {
     // The calculation chain lists formula cells in the order they were last computed; with

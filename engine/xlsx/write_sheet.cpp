@@ -123,18 +123,19 @@ void SheetWriter::write() {
   }
 }
 
-String SheetWriter::file_text(const calc::Formula& f, CellRef at, SheetId home) const {
+String SheetWriter::file_text(const calc::Formula& f, CellRef at, SheetId home,
+                              const calc::StructuredSpelling& spell) const {
   // References to other workbooks are written by the number of their link.
   bool linked = false;
   for (const calc::RefInfo& r : f.refs)
     linked = linked || (r.external && w_.link_prefixes.count(f.text(r.external)));
-  if (!linked) return calc::render(f, calc::Notation::A1, at, home, w_.book);
+  if (!linked) return calc::render(f, at, home, w_.book, spell);
   calc::Formula numbered = f;
   for (const calc::RefInfo& r : f.refs)
     if (r.external)
       if (auto it = w_.link_prefixes.find(f.text(r.external)); it != w_.link_prefixes.end())
         numbered.pool[r.external] = it->second;
-  return calc::render(numbered, calc::Notation::A1, at, home, w_.book);
+  return calc::render(numbered, at, home, w_.book, spell);
 }
 
 void SheetWriter::write_sheet(Sheet& s, SheetState& ss, bool is_new) {
@@ -639,8 +640,16 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
           }
         } else {
           String text;
+          // Files hold structured references qualified by their table, "@" spelled out.
+          auto spell = [&](StringView written) {
+            auto ref = calc::read_structured(written);
+            if (!ref) return String(written);
+            for (const TableRec& t : s.tables)
+              if (ref->table.empty() && t.ref.contains(f.at)) ref->table = t.name;
+            return ref->table.empty() ? String(written) : calc::render_structured(*ref);
+          };
           if (const calc::Formula* parsed = w_.book.ensure_parsed(s, f))
-            text = file_text(*parsed, f.at, s.id);
+            text = file_text(*parsed, f.at, s.id, spell);
           else if (ff)
             text = ff->text16();
           auto written = std::make_unique<FileFormula>();

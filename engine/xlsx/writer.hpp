@@ -177,7 +177,8 @@ class SheetWriter {
  private:
   void write_sheet(Sheet& s, SheetState& ss, bool is_new);
   /// A formula's text in the file (links to other workbooks by number).
-  String file_text(const calc::Formula& f, CellRef at, SheetId home) const;
+  String file_text(const calc::Formula& f, CellRef at, SheetId home,
+                   const calc::StructuredSpelling& spell) const;
   void sheet_data(Sheet& s, SheetState& ss, EntrySink& sink);
   void patch_skeleton(pugi::xml_document& doc, Sheet& s, SheetState& ss, bool is_new);
   void write_hyperlinks(pugi::xml_node ws, Sheet& s, SheetState& ss);

@@ -157,6 +157,48 @@ TEST_F(Calc, SharedFormulaChildrenTakeTheMastersFormula) {
   EXPECT_EQ(sheet().formula(*sheet().cells.find(1, 1)).file, nullptr);
 }
 
+TEST_F(Calc, ArrayFormulasFillTheirBlockAndMoveWithIt) {
+  Book& b = book();
+  for (int r = 0; r < 3; ++r) {
+    b.set_constant(sheet(), r, 0, calc::Value::num(r + 1));         // A1:A3 1, 2, 3
+    b.set_constant(sheet(), r, 1, calc::Value::num(10 * (r + 1)));  // B1:B3 10, 20, 30
+  }
+  auto array = [&](int32_t row, int32_t col, const char* text, const char16_t* ref) {
+    auto file = std::make_unique<FileFormula>();
+    file->text = text;
+    file->set_type("array");
+    file->more().ref = ref;
+    b.load_formula(sheet(), row, col, std::move(file), calc::Value::num(0), 0);
+  };
+  array(0, 2, "A1:A3*B1:B3", u"C1:C3");  // the other cells of the block hold plain values
+  b.set_constant(sheet(), 1, 2, calc::Value::num(0));
+  b.set_constant(sheet(), 2, 2, calc::Value::num(0));
+  array(0, 3, "SUM(IF(A1:A3>1,B1:B3))", u"D1");
+  array(0, 4, "MIN(IF(A1:A3<>\"\",A1:A3*-1))", u"E1");
+  put("F1", "=C3+1");  // reads a cell of the block
+  put("G1", "=SUM(C1:C3)");
+  b.loaded();
+  b.calculate(true);
+  EXPECT_EQ(num(value("C2")), 40);
+  EXPECT_EQ(num(value("C3")), 90);
+  EXPECT_EQ(num(value("D1")), 50);
+  EXPECT_EQ(num(value("E1")), -3);
+  EXPECT_EQ(num(value("F1")), 91);
+  EXPECT_EQ(num(value("G1")), 140);
+  put("A3", "4");  // the block and what reads it follow
+  EXPECT_EQ(num(value("C3")), 120);
+  EXPECT_EQ(num(value("F1")), 121);
+  EXPECT_EQ(num(value("G1")), 170);
+  EXPECT_EQ(num(value("D1")), 50);
+  // A row inserted inside the block grows it; one above moves it.
+  ws->range(V("2:2"))->insert();
+  FormulaCell& master = sheet().formula(*sheet().cells.find(0, 2));
+  EXPECT_EQ(master.array_ref, (Rect{0, 2, 3, 2}));
+  ws->range(V("1:1"))->insert();
+  FormulaCell& moved = sheet().formula(*sheet().cells.find(1, 2));
+  EXPECT_EQ(moved.array_ref, (Rect{1, 2, 4, 2}));
+}
+
 TEST_F(Calc, VolatileFormulasFollowTheClock) {
   put("A1", "=NOW()");
   EXPECT_NEAR(num(value("A1")), 46340 + 9.5 / 24, 1e-9);

@@ -36,6 +36,22 @@ CheckWorkbook to_check(const nlohmann::json& j) {
   if (j.contains("hidden_rows"))
     for (const auto& h : j["hidden_rows"])
       b.hidden_rows.emplace_back(h[0].get<int>(), h[1].get<int>());
+  if (j.contains("tables"))
+    for (const auto& t : j["tables"]) {
+      TableDefinition d;
+      d.sheet = t[0].get<int>();
+      d.name = u16(t[1].get<std::string>());
+      std::string ref = t[2].get<std::string>();
+      size_t colon = ref.find(':');
+      auto a = a1_cell(ref.substr(0, colon));
+      auto z = colon == std::string::npos ? a : a1_cell(ref.substr(colon + 1));
+      if (!a || !z) continue;
+      d.range = Rect{a->row, a->col, z->row, z->col};
+      d.header_rows = t[3].get<int>();
+      d.totals_rows = t[4].get<int>();
+      for (const auto& c : t[5]) d.columns.push_back(u16(c.is_null() ? "" : c.get<std::string>()));
+      b.tables.push_back(std::move(d));
+    }
   for (const auto& c : j["cells"]) {
     CheckCell cc;
     cc.sheet = c[0].get<int>();
@@ -106,6 +122,8 @@ TEST(CachedValues, RecalculatingTheCorpusGivesTheSavedValues) {
   }
   for (const auto& d : total.disagreements) std::cout << "  " << d << "\n";
   for (const auto& [why, n] : total.skipped) std::cout << "skipped (" << why << "): " << n << "\n";
+  for (const auto& [what, n] : total.categories)
+    std::cout << what << ": " << n.second << " of " << n.first << " agree\n";
   std::cout << total.formulas << " formula cells, " << total.checked << " checked, " << total.agreed
             << " agree (" << total.agreement() * 100 << "%)\n";
   EXPECT_GE(total.agreement(), 0.98);

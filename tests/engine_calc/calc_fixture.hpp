@@ -182,6 +182,17 @@ class TestBook : public EvalContext, public SheetResolver {
   bool row_hidden(SheetId sheet, int32_t row) override { return hidden_.count({sheet, row}) > 0; }
   /// Hides a row (1-based, as shown).
   void hide_row(int32_t row1, SheetId sheet = 0) { hidden_.insert({sheet, row1 - 1}); }
+  std::optional<TableDefinition> table(StringView text) override {
+    for (const TableDefinition& t : tables)
+      if (equals_text(t.name, text)) return t;
+    return std::nullopt;
+  }
+  std::optional<TableDefinition> table_at(SheetId sheet, CellRef c) override {
+    for (const TableDefinition& t : tables)
+      if (t.sheet == sheet && t.range.contains(c)) return t;
+    return std::nullopt;
+  }
+  std::vector<TableDefinition> tables;
   const SheetResolver& sheets() override { return *this; }
   bool date1904() override { return use_1904; }
   double now() override { return clock; }

@@ -68,7 +68,11 @@ TEST(CalculationCheck, SkipsWhatCannotBeComparedWithTheReason) {
   CheckWorkbook b = small_book();
   b.cells.push_back(formula(0, "B1", u"NOW()", N(45000)));
   b.cells.push_back(formula(0, "B2", u"[1]Sheet1!A1", N(5)));
-  b.cells.push_back(formula(0, "B3", u"Table1[Amount]", N(5)));
+  // Table1 over Data!D1:D3 ("Amount", 2, 3): its references are checked like any other.
+  b.tables.push_back(TableDefinition{u"Table1", 0, Rect{0, 3, 2, 3}, 1, 0, {u"Amount"}});
+  b.cells.push_back(value(0, "D2", N(2)));
+  b.cells.push_back(value(0, "D3", N(3)));
+  b.cells.push_back(formula(0, "B3", u"SUM(Table1[Amount])", N(5)));
   b.cells.push_back(formula(0, "B4", u"MYMACRO(1)", N(5)));
   b.cells.push_back(formula(0, "B5", u"SUM(1,", N(5)));
   CheckCell no_value = formula(0, "B6", u"1+1", Value::empty());
@@ -81,11 +85,11 @@ TEST(CalculationCheck, SkipsWhatCannotBeComparedWithTheReason) {
   b.cells.push_back(formula(0, "B8", u"Sales", N(5)));
   CheckReport r = check_cached_values(b);
   EXPECT_EQ(r.formulas, 13u);
-  EXPECT_EQ(r.checked, 5u);
-  EXPECT_EQ(r.agreed, 5u);
+  EXPECT_EQ(r.checked, 7u);
+  EXPECT_EQ(r.agreed, 7u);
+  EXPECT_EQ(r.categories["structured reference"], std::make_pair(size_t{2}, size_t{2}));
   EXPECT_EQ(r.skipped["volatile"], 1u);
   EXPECT_EQ(r.skipped["other workbook"], 1u);
-  EXPECT_EQ(r.skipped["structured reference"], 2u);
   EXPECT_EQ(r.skipped["unknown function"], 1u);
   EXPECT_EQ(r.skipped["does not parse"], 1u);
   EXPECT_EQ(r.skipped["no cached value"], 1u);

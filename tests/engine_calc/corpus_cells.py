@@ -5,7 +5,8 @@ check: every cell's cached value, and for formula cells the formula text.
 Usage: corpus_cells.py OUTPUT WORKBOOK...
 
 Each line: {"file", "date1904", "sheets": [names], "names": [[name, scope, text]],
-"hidden_rows": [[sheet, row]], "cells": [[sheet, "A1", kind, value, formula, array_ref]]} where kind is n (number),
+"hidden_rows": [[sheet, row]], "tables": [[sheet, name, ref, header_rows, totals_rows,
+[column names]]], "cells": [[sheet, "A1", kind, value, formula, array_ref]]} where kind is n (number),
 s (text), b (Boolean), e (error) or "" (no cached value). Workbooks that cannot be read
 are left out. Reads with the openpyxl package, a reader nobody on this project wrote.
 """
@@ -54,6 +55,13 @@ def workbook(path):
                 out["names"].append([name, index, dn.attr_text])
     out["hidden_rows"] = [[index, r - 1] for index, ws in enumerate(formulas.worksheets)
                           for r, dim in ws.row_dimensions.items() if dim.hidden]
+    out["tables"] = []
+    for index, ws in enumerate(formulas.worksheets):
+        for table in getattr(ws, "tables", {}).values():
+            out["tables"].append([index, table.displayName or table.name, table.ref,
+                                  1 if table.headerRowCount is None else int(table.headerRowCount),
+                                  int(table.totalsRowCount or 0),
+                                  [c.name for c in table.tableColumns]])
     for index, ws in enumerate(formulas.worksheets):
         vs = values.worksheets[index]
         for row in ws.iter_rows():

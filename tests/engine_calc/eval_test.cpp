@@ -177,6 +177,57 @@ TEST(ArrayFormulas, WorkElementByElement) {
   EXPECT_EQ(book.eval(u"INDEX({1,2;3,4},2,1)"), N(3));
 }
 
+TEST(StructuredReferences, EverySpecifierNamesItsCellsOfTheTable) {
+  // Sales on B2:E8: a header row, five data rows, a totals row.
+  TestBook book;
+  book.tables.push_back(TableDefinition{
+      u"Sales", 0, Rect{1, 1, 7, 4}, 1, 1, {u"Item", u"Qty", u"Unit Price", u"Net [EUR]"}});
+  const char16_t* heads[] = {u"Item", u"Qty", u"Unit Price", u"Net [EUR]"};
+  for (int c = 0; c < 4; ++c) book.set(a1(CellRef{1, 1 + c}), heads[c]);
+  for (int r = 0; r < 5; ++r) {
+    book.set(a1(CellRef{2 + r, 1}), r % 2 ? u"pear" : u"fig");
+    book.set(a1(CellRef{2 + r, 2}), r + 1);
+    book.set(a1(CellRef{2 + r, 3}), 10 * (r + 1));
+    book.formula(a1(CellRef{2 + r, 4}), u"[@Qty]*Sales[[#This Row],[Unit Price]]");
+  }
+  book.formula("C8", u"SUBTOTAL(109,[Qty])");
+  book.set("B8", u"Total");
+  EXPECT_EQ(book.eval(u"SUM(Sales[Qty])"), N(15));
+  EXPECT_EQ(book.eval(u"Sales[[#Totals],[Qty]]"), N(15));
+  EXPECT_EQ(book.eval(u"SUM(Sales[Net '[EUR']])"), N(550));
+  EXPECT_EQ(book.eval(u"SUM(Sales[[Qty]:[Unit Price]])"), N(165));
+  EXPECT_EQ(book.eval(u"COUNTA(Sales[#All])"), N(26));
+  EXPECT_EQ(book.eval(u"ROWS(Sales[[#Headers],[#Data]])"), N(6));
+  EXPECT_EQ(book.eval(u"ROWS(Sales[[#Data],[#Totals]])"), N(6));
+  EXPECT_EQ(book.eval(u"INDEX(Sales[#Headers],1,3)"), Value::str(u"Unit Price"));
+  EXPECT_EQ(book.eval(u"SUM(Sales)"), N(15 + 150 + 550));  // the name alone: the data
+  EXPECT_EQ(book.eval(u"COUNTIF(sales[ITEM],\"fig\")"), N(3));
+  // A single-cell formula beside the table takes the column's cell in its own row.
+  EXPECT_EQ(book.eval(u"Sales[Unit Price]", "H4"), N(20));
+  EXPECT_EQ(book.eval(u"Sales[Unit Price]", "H12"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"Sales[@Qty]", "H5"), N(3));
+  EXPECT_EQ(book.eval(u"Sales[@Qty]", "H9"), E(cell_error::value));  // outside its rows
+  EXPECT_EQ(book.eval(u"Sales[Nope]"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"[@Qty]"), E(cell_error::ref));  // in no table
+  EXPECT_EQ(book.eval(u"Sales[[#Headers],[#Totals]]"), E(cell_error::ref));
+
+  // Files hold the qualified form, columns bracketed where they need it.
+  auto file_form = [](std::u16string_view text) {
+    auto r = read_structured(text);
+    if (!r) return std::string("(malformed)");
+    if (r->table.empty()) r->table = u"Sales";
+    return to_utf8(render_structured(*r));
+  };
+  EXPECT_EQ(file_form(u"[@Qty]"), "Sales[[#This Row],[Qty]]");
+  EXPECT_EQ(file_form(u"Sales[@[Unit Price]]"), "Sales[[#This Row],[Unit Price]]");
+  EXPECT_EQ(file_form(u"Sales[Unit Price]"), "Sales[Unit Price]");
+  EXPECT_EQ(file_form(u"Sales[Net '[EUR']]"), "Sales[[Net '[EUR']]]");
+  EXPECT_EQ(file_form(u"Sales[ [#Headers] , [Qty]:[Net '[EUR']] ]"),
+            "Sales[[#Headers],[Qty]:[Net '[EUR']]]");
+  EXPECT_EQ(file_form(u"Sales[#all]"), "Sales[#All]");
+  EXPECT_EQ(file_form(u"Sales[[#Data],[Qty],[Item]]"), "(malformed)");
+}
+
 TEST(Evaluation, LongChainsOfOperatorsNeedNoDeepStack) {
   TestBook book;
   std::u16string text = u"0";

@@ -363,6 +363,8 @@ TEST_F(Functions, DatesAndTimes) {
   EXPECT_EQ(book.eval(u"EDATE(DATE(2026,1,31),1)"), N(46081));  // 28 Feb 2026
   EXPECT_EQ(book.eval(u"EOMONTH(DATE(2026,1,15),1)"), N(46081));
   EXPECT_EQ(book.eval(u"EOMONTH(DATE(2024,1,15),1)"), N(45351));  // 29 Feb 2024
+  EXPECT_EQ(book.eval(u"EOMONTH(DATE(1900,1,15),1)"), N(60));     // the 29 February 1900 counted
+  EXPECT_EQ(book.eval(u"EDATE(DATE(1900,1,31),1)"), N(60));
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"Y\")"), N(5));
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"M\")"), N(69));
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"MD\")"), N(23));

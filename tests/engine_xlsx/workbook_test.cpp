@@ -671,6 +671,56 @@ TEST_F(Workbooks, FiltersAndLinksToOtherWorkbooksRoundTrip) {
   EXPECT_EQ(xlsx::load(last)->links.size(), 2u);
 }
 
+// A table read from its part: structured references name its columns, it moves and grows with
+// inserted rows and columns, and its part is written back with the rest of it kept.
+TEST_F(Workbooks, TablesAreReadFollowEditsAndWriteBack) {
+  Parts p = book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(
+            R"(<row r="1"><c r="A1" t="inlineStr"><is><t>Item</t></is></c><c r="B1" t="inlineStr"><is><t>Unit Price</t></is></c></row>)"
+            R"(<row r="2"><c r="A2"><v>2</v></c><c r="B2"><v>10</v></c><c r="C2"><f>Sales[[#This Row],[Unit Price]]*2</f></c></row>)"
+            R"(<row r="3"><c r="A3"><v>3</v></c><c r="B3"><v>20</v></c><c r="D3"><f>SUM(Sales[Unit Price])</f></c></row>)",
+            R"(<tableParts count="1"><tablePart r:id="rId7"/></tableParts>)")},
+       {"xl/worksheets/_rels/sheet1.xml.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId7" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/table" Target="../tables/table1.xml"/></Relationships>)"},
+       {"xl/tables/table1.xml",
+        R"(<table xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" id="1" name="Sales" displayName="Sales" ref="A1:B3">)"
+        R"(<autoFilter ref="A1:B3"/><tableColumns count="2"><tableColumn id="1" name="Item"/><tableColumn id="4" name="Unit Price" totalsRowFunction="sum"/></tableColumns>)"
+        R"(<tableStyleInfo name="TableStyleMedium2" showRowStripes="1"/></table>)"}});
+  auto b = load(p);
+  Sheet& s = sheet(*b, 0);
+  ASSERT_EQ(s.tables.size(), 1u);
+  b->calculate(true);
+  EXPECT_EQ(b->value(s, 1, 2), calc::Value::num(20));
+  EXPECT_EQ(b->value(s, 2, 3), calc::Value::num(30));
+
+  b->shift(s, true, 2, 1);   // a row inside the table
+  b->shift(s, false, 1, 1);  // a column between its two
+  b->set_constant(s, 2, 2, calc::Value::num(5));
+  b->set_formula(s, 2, 1, u"[@Item]&\"/\"&[@[Unit Price]]", calc::Notation::A1);
+  b->calculate(true);
+  EXPECT_EQ(b->value(s, 3, 4), calc::Value::num(35)) << "the sum reads the grown column";
+  EXPECT_EQ(b->value(s, 2, 1), calc::Value::str(u"/5"));
+  fs::path out = save(*b);
+  EXPECT_THAT(part(out, "xl/worksheets/sheet1.xml"),
+              HasSubstr("<f>Sales[[#This Row],[Item]]&amp;\"/\"&amp;Sales[[#This Row],[Unit "
+                        "Price]]</f>"));
+  std::string table = part(out, "xl/tables/table1.xml");
+  EXPECT_THAT(table, HasSubstr(R"(ref="A1:C4")"));
+  EXPECT_THAT(table, HasSubstr(R"(<autoFilter ref="A1:C4"/>)"));
+  EXPECT_THAT(table, HasSubstr(R"(<tableColumn id="5" name="Column3"/>)"));
+  EXPECT_THAT(table,
+              HasSubstr(R"(<tableColumn id="4" name="Unit Price" totalsRowFunction="sum"/>)"));
+  EXPECT_THAT(table, HasSubstr("TableStyleMedium2"));
+  EXPECT_LT(table.find(R"(id="5")"), table.find(R"(id="4")")) << "columns keep their order";
+
+  auto again = xlsx::load(out);
+  ASSERT_EQ(again->sheets[0]->tables.size(), 1u);
+  EXPECT_EQ(again->sheets[0]->tables[0].ref, (Rect{0, 0, 3, 2}));
+  EXPECT_EQ(again->sheets[0]->tables[0].columns[2], u"Unit Price");
+}
+
 TEST_F(Workbooks, ANewWorkbookSavesAsACompletePackage) {
   Book b(u"Book1");
   Sheet& s = b.add_sheet(u"Data");
