@@ -3,6 +3,7 @@
 
 #include "formula/formula.hpp"
 #include "formula/rewrite.hpp"
+#include "frame/session.hpp"
 #include "qzxl/convert.hpp"
 #include "range/library_fixture.hpp"
 
@@ -39,6 +40,12 @@ TEST(AdjustR1C1Fmla, KeepsSheetPrefixesAndDropsBlanks) {
   EXPECT_EQ(adjust("12", 1, 1), "12");
 }
 
+TEST(AdjustR1C1Fmla, AnOffsetThatIsNoNumberKeepsThePreviousOne) {
+  EXPECT_EQ(adjust("=R[]C", 1, 0), "=RC");
+  EXPECT_EQ(adjust("=R[2]C[]", 1, 1), "=R[3]C[3]");
+  EXPECT_EQ(adjust("=R[]C[x]", 0, 0), "=R[]C[x]");  // no offsets: nothing is read
+}
+
 TEST(AdjustR1C1Fmla, AnOffsetBeyondSixteenBitsKeepsThePreviousOne) {
   // The first sum overflows with nothing before it, so the offset stays 0 and vanishes.
   EXPECT_EQ(to_utf8(formula::adjust_r1c1_ref(u"R[32767]C", 1, 0)), "RC");
@@ -70,11 +77,16 @@ TEST_F(MergeSums, MergesTheArgumentsOfEachSum) {
   EXPECT_EQ(merge("=SUM(A1,A2)*SUM(A1,A2)"), "=SUM(A1:A2)*SUM(A1:A2)");
 }
 
-TEST_F(MergeSums, TheFirstFailureEndsTheRewrite) {
+TEST_F(MergeSums, ASumThatCannotBeMergedKeepsItsArgumentsAndTheNextOnesAreMerged) {
   // The first ")" ends the arguments, here "A1,MAX(A2,A3": no union can be made of them.
-  EXPECT_EQ(merge("=SUM(A1,MAX(A2,A3),A4)"), "=SUM(A1,MAX(A2,A3),A4)");
-  // What was merged before a failure stands; nothing after it is touched.
-  EXPECT_EQ(merge("=SUM(A1,A2)+SUM(1,2)+SUM(B1,B2)"), "=SUM(A1:A2)+SUM(1,2)+SUM(B1,B2)");
+  EXPECT_EQ(merge("=SUM(A1,MAX(A2,A3),A4)+SUM(C1,C2)"), "=SUM(A1,MAX(A2,A3),A4)+SUM(C1:C2)");
+  EXPECT_EQ(merge("=SUM(A1,A2)+SUM(1,2)+SUM(B1,B2)"), "=SUM(A1:A2)+SUM(1,2)+SUM(B1:B2)");
+  EXPECT_EQ(merge("=SUM(A1,-A2)+SUM(B1,+B2)"), "=SUM(A1,-A2)+SUM(B1:B2)");
+  // A SUM inside a SUM starts the arguments again, and the first ")" closes both.
+  EXPECT_EQ(merge("=SUM(A1,SUM(B1,B2),C3)"), "=SUM(A1,SUM(B1:B2),C3)");
+  // Without the session's services the first SUM ends the rewrite, and nothing changes.
+  frame::session().LibRange = nullptr;
+  EXPECT_EQ(merge("=SUM(A1,A2)"), "=SUM(A1,A2)");
 }
 
 }  // namespace

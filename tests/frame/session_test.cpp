@@ -170,17 +170,26 @@ TEST_F(FindApplication, StartsOneAndGivesTheForegroundBack) {
   EXPECT_EQ(scope.platform->brought_to_front, std::vector<intptr_t>{55});
 }
 
-TEST_F(FindApplication, GivesNothingWhenTheStartFailsOrNeverSettles) {
+TEST_F(FindApplication, GivesNothingWhenTheStartFailsOrTheWaitRunsOut) {
   EXPECT_EQ(frame::GetXLApp(started), nullptr);
   EXPECT_TRUE(started);
   EXPECT_TRUE(scope.platform->waits.empty());
 
+  // A timed-out wait skips the foreground and the second lookup, though one would succeed.
   started = false;
   scope.platform->can_start = true;
+  scope.platform->after_start = running;
+  scope.platform->foreground = 55;
   scope.platform->becomes_idle = false;
   EXPECT_EQ(frame::GetXLApp(started), nullptr);
   EXPECT_TRUE(started);
   EXPECT_TRUE(scope.platform->brought_to_front.empty());
+
+  // A wait that fails is no timeout: the foreground goes back and the application is found.
+  scope.platform->running = nullptr;
+  scope.platform->wait_fails = true;
+  EXPECT_EQ(frame::GetXLApp(started), running);
+  EXPECT_EQ(scope.platform->brought_to_front, std::vector<intptr_t>{55});
 }
 
 class RefusingPlatform : public test::FakePlatform {

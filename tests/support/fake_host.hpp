@@ -219,6 +219,47 @@ class UnsupportedRange : public host::Range {
   void delete_(const Variant& shift = Variant::missing()) override { unsupported("Range.delete_"); }
 };
 
+/// A host Names collection whose every member raises "not supported"; derive and override
+/// what a test needs.
+class UnsupportedNames : public host::Names {
+ public:
+  int32_t count() override { unsupported("Names.count"); }
+  NamePtr item(const Variant& index) override { unsupported("Names.item"); }
+  NamePtr add(const NameAddArgs& args) override { unsupported("Names.add"); }
+};
+
+/// A host Name whose every member raises "not supported"; derive and override what a test
+/// needs.
+class UnsupportedName : public host::Name {
+ public:
+  String name() override { unsupported("Name.name"); }
+  void set_name(const String& name) override { unsupported("Name.set_name"); }
+  int32_t index() override { unsupported("Name.index"); }
+  bool visible() override { unsupported("Name.visible"); }
+  void set_visible(bool visible) override { unsupported("Name.set_visible"); }
+  String refers_to() override { unsupported("Name.refers_to"); }
+  void set_refers_to(const Variant& refers_to) override { unsupported("Name.set_refers_to"); }
+  String refers_to_r1c1() override { unsupported("Name.refers_to_r1c1"); }
+  RangePtr refers_to_range() override { unsupported("Name.refers_to_range"); }
+  ObjectPtr parent() override { unsupported("Name.parent"); }
+  void delete_() override { unsupported("Name.delete_"); }
+};
+
+/// A host Chart whose every member raises "not supported"; derive and override what a test
+/// needs.
+class UnsupportedChart : public host::Chart {
+ public:
+  ApplicationPtr application() override { unsupported("Chart.application"); }
+  ObjectPtr parent() override { unsupported("Chart.parent"); }
+  String name() override { unsupported("Chart.name"); }
+  void set_name(const String& name) override { unsupported("Chart.set_name"); }
+  int32_t type() override { unsupported("Chart.type"); }
+  void activate() override { unsupported("Chart.activate"); }
+  void copy_picture(int32_t appearance, int32_t format, int32_t size) override {
+    unsupported("Chart.copy_picture");
+  }
+};
+
 /// A host CommandBarControl whose every member raises "not supported"; derive and override what a
 /// test needs.
 class UnsupportedCommandBarControl : public host::CommandBarControl {
@@ -259,7 +300,10 @@ class UnsupportedCommandBarControl : public host::CommandBarControl {
 }  // namespace fakes
 
 using fakes::UnsupportedApplication;
+using fakes::UnsupportedChart;
 using fakes::UnsupportedCommandBarControl;
+using fakes::UnsupportedName;
+using fakes::UnsupportedNames;
 using fakes::UnsupportedRange;
 using fakes::UnsupportedWorkbook;
 using fakes::UnsupportedWorksheet;

@@ -81,12 +81,17 @@ TEST_F(Templates, SyncReportsWhatWentWrong) {
                          u"/Gone.xlt' could not be found.  It may have been moved or deleted.");
   EXPECT_TRUE(copies().empty());
 
-  fs::remove_all(dir / "alt");
-  fs::remove_all(dir / "user");
-  fs::remove_all(dir / "program");
+  // A folder in the way of the copy: it cannot be written.
+  fs::create_directory(dir / "alt" / "Tpl.xlt");
   EXPECT_EQ(wbk->SyncTemplate(source_folder(), u"Tpl.xlt"),
-            u"Could not write to the following destination: \\Tpl.xlt\r\rPlease check the write "
-            u"permissions to the folder listed above.");
+            u"Could not write to the following destination: " + u16((dir / "alt").string()) +
+                u"\\Tpl.xlt\r\rPlease check the write permissions to the folder listed above.");
+
+  // No startup folder at all: nothing is copied to the root of the drive.
+  for (auto d : {"alt", "user", "program"}) fs::remove_all(dir / d);
+  EXPECT_EQ(wbk->SyncTemplate(source_folder(), u"Tpl.xlt"),
+            u"No valid template path could be located.");
+  EXPECT_FALSE(fs::exists("/Tpl.xlt"));
 }
 
 TEST_F(Templates, RestoreRemovesEveryCopyAndSavesTheOpenOneFirst) {
