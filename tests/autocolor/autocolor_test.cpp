@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
+#include <functional>
 #include <map>
 #include <sstream>
 
@@ -93,6 +94,57 @@ TEST_F(AutoColor, CtrlEnterColoursTheSelectionAndOneUndoRestoresAllOfIt) {
   EXPECT_EQ(formula("B2"), u"old");
 }
 
+TEST_F(AutoColor, CtrlEnterOptsOutAsOneCellWouldAndColoursHiddenCellsAndNamedLinks) {
+  wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
+  ws->activate();
+  host::NameAddArgs far;
+  far.name = Variant(u"Far");
+  far.refers_to = Variant(u"=Other!$A$1");
+  wb->names()->add(far);
+  ac->SetWksLinkColor(Variant(kPlum));
+  r("A2")->entire_row()->set_hidden(true);
+  user.select(u"A1:A3");
+  user.ctrl_enter(u"=Far*1");  // no typed value: the named-link search decides
+  for (const char* cell : {"A1", "A2", "A3"}) EXPECT_EQ(colour(cell), kPlum) << cell;
+  EXPECT_EQ(r("A2")->entire_row()->hidden(), Variant(true));
+
+  for (const char16_t* entry : {u"label", u"14/11/2026"}) {
+    user.select(u"B1:B2");
+    user.ctrl_enter(entry);
+    EXPECT_EQ(colour("B1") + colour("B2"), 0) << to_utf8(entry);
+    EXPECT_EQ(undo_caption(), "&Undo Typing");
+  }
+  ac->SetAutoColorText(Variant(true));
+  ac->SetAutoColorDates(Variant(true));
+  for (const char16_t* entry : {u"label", u"14/11/2026"}) {
+    user.select(u"C1:C2");
+    user.ctrl_enter(entry);
+    EXPECT_EQ(colour("C2"), kBlue) << to_utf8(entry);
+  }
+}
+
+TEST_F(AutoColor, TheEntryIsTakenBackOutWhileRecalculationWaits) {
+  auto watched = std::make_shared<Watched>(app);
+  lib->InitXL(watched);
+  app->set_calculation(host::xl::CalculationSemiautomatic);
+  user.type(u"B2", u"=1+2");
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+  user.select(u"C1:C2");
+  user.ctrl_enter(u"4");
+  EXPECT_EQ(watched->modes, std::vector<int32_t>(2, host::xl::CalculationManual));
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+}
+
+TEST_F(AutoColor, CtrlEnterFlagsAreBothKeptUntilTheNextRun) {
+  ac->UpdateCtrlEnter(true, Variant(true));
+  EXPECT_TRUE(frame::session().CtrlEnterPressed && frame::session().CtrlShiftEnterPressed);
+  ac->UpdateCtrlEnter(false, Variant(true));
+  EXPECT_FALSE(frame::session().CtrlEnterPressed);
+  EXPECT_TRUE(frame::session().CtrlShiftEnterPressed);
+  ac->RunAutoColor();
+  EXPECT_FALSE(frame::session().CtrlEnterPressed || frame::session().CtrlShiftEnterPressed);
+}
+
 TEST_F(AutoColor, APlainEnterAfterCtrlEnterColoursOnlyTheActiveCell) {
   user.select(u"A1:B1");
   user.ctrl_enter(u"=A5+2");
@@ -109,6 +161,22 @@ TEST_F(AutoColor, TurnedOffNothingRunsOnEntry) {
   user.type(u"A1", u"5");
   EXPECT_EQ(colour("A1"), 0);
   EXPECT_EQ(undo_caption(), "&Undo Typing");
+}
+
+TEST_F(AutoColor, WithHyperlinkColouringOffALinkedCellIsColouredByWhatItHolds) {
+  r("A1")->set_formula(u"label");
+  r("A2")->set_formula(u"5");
+  for (const char* cell : {"A1", "A2"}) {
+    ws->hyperlinks()->add(r(cell), u"http://example.com/");
+    r(cell)->font()->set_color(Variant(kRed));
+  }
+  ac->SetAutoColorHyperlinks(Variant(false));
+  for (const char* cell : {"A1", "A2"}) ac->AutoColorCell(r(cell), false);
+  EXPECT_EQ(colour("A1"), kRed);  // text opts out once the link no longer counts
+  EXPECT_EQ(colour("A2"), kBlue);
+  ac->SetAutoColorHyperlinks(Variant(true));
+  for (const char* cell : {"A1", "A2"}) ac->AutoColorCell(r(cell), false);
+  EXPECT_EQ(colour("A1") + colour("A2"), 2 * kPlum);
 }
 
 // --- A client's veto -----------------------------------------------------------------------
@@ -370,6 +438,25 @@ TEST_F(Runs, OnlyMoreThanFiveHundredNamesBringTheNamesQuestion) {
   EXPECT_EQ(colour("A2"), kRed);
 }
 
+TEST_F(Runs, WithoutMessageBoxesSheetAndWorkbookRunsGoOnUnasked) {
+  fill("A1", u"5");
+  fill("A2", u"=Far");
+  wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
+  add_names(501);
+  host::NameAddArgs far;
+  far.name = Variant(u"Far");
+  far.refers_to = Variant(u"=Other!$A$1");
+  wb->names()->add(far);
+  ac->SetWksLinkColor(Variant(kPlum));
+  host::environment().ui = nullptr;
+  ac->AutoColorSheet(ws);
+  EXPECT_EQ(colour("A1"), kBlue);
+  EXPECT_EQ(colour("A2"), 0);  // the names question had no answer: no named-link search
+  r("A1")->font()->set_color(Variant(kRed));
+  ac->AutoColorWorkbook(wb);
+  EXPECT_EQ(colour("A1"), kBlue);
+}
+
 TEST_F(Runs, AWorkbookRunAsksOnceAndColoursEveryWorksheet) {
   auto second = wb->worksheets()->add(Variant::missing(), Variant(ws));
   fill("A1", u"1");
@@ -413,6 +500,50 @@ TEST_F(Settings, AFreshUserGetsTheDefaultsWrittenOnFirstRead) {
   EXPECT_FALSE(ac->AutoColorText());
   EXPECT_FALSE(ac->AutoColorDates());
   EXPECT_EQ(stored(u"Dates"), u"False");
+}
+
+TEST_F(Settings, EachSettingLivesUnderItsOwnValueName) {
+  // Per setting: its value name, a stored text its getter must read, and a value its setter
+  // must store; none of them a default.
+  struct Setting {
+    const char16_t* name;
+    std::function<int32_t()> get;
+    std::function<void()> set;
+    int32_t read;
+    const char16_t* stored;
+  };
+  auto b = [](bool v) { return static_cast<int32_t>(v); };
+  const std::vector<Setting> settings = {
+      {u"On", [&] { return b(ac->AutoColorOn()); }, [&] { ac->SetAutoColorOn(Variant(false)); }, 0,
+       u"False"},
+      {u"Hyperlinks", [&] { return b(ac->AutoColorHyperlinks()); },
+       [&] { ac->SetAutoColorHyperlinks(Variant(false)); }, 0, u"False"},
+      {u"Text", [&] { return b(ac->AutoColorText()); },
+       [&] { ac->SetAutoColorText(Variant(true)); }, 1, u"True"},
+      {u"Dates", [&] { return b(ac->AutoColorDates()); },
+       [&] { ac->SetAutoColorDates(Variant(true)); }, 1, u"True"},
+      {u"InputColor", [&] { return ac->InputColor(); },
+       [&] { ac->SetInputColor(Variant(int32_t{11})); }, 1, u"11"},
+      {u"PartialInputColor", [&] { return ac->PartialInputColor(); },
+       [&] { ac->SetPartialInputColor(Variant(int32_t{12})); }, 1, u"12"},
+      {u"FormulaColor", [&] { return ac->FormulaColor(); },
+       [&] { ac->SetFormulaColor(Variant(int32_t{13})); }, 1, u"13"},
+      {u"WksLinkColor", [&] { return ac->WksLinkColor(); },
+       [&] { ac->SetWksLinkColor(Variant(int32_t{14})); }, 1, u"14"},
+      {u"WkbLinkColor", [&] { return ac->WkbLinkColor(); },
+       [&] { ac->SetWkbLinkColor(Variant(int32_t{15})); }, 1, u"15"},
+      {u"HyperlinkColor", [&] { return ac->HyperlinkColor(); },
+       [&] { ac->SetHyperlinkColor(Variant(int32_t{16})); }, 1, u"16"},
+      {u"DummyNumberColor", [&] { return ac->DummyNumberColor(); },
+       [&] { ac->SetDummyNumberColor(Variant(int32_t{17})); }, 1, u"17"}};
+  auto& store = *frame::session().AutoColorSettings;
+  for (const Setting& s : settings) {
+    SCOPED_TRACE(to_utf8(s.name));
+    store.write(vblib::kHkeyCurrentUser, s.name, s.read ? u"1" : u"0");
+    EXPECT_EQ(s.get(), s.read);
+    s.set();
+    EXPECT_EQ(stored(s.name), s.stored);
+  }
 }
 
 TEST_F(Settings, SettersStoreWhatTheyAreGivenAndEveryObjectAgrees) {
@@ -472,6 +603,29 @@ TEST_F(Buttons, ClearFormatMenuRemovesOnlyAutoColorButtonsWhoeverMadeThem) {
   auto after = before;
   after.push_back(u"AutoColor &Sheet... (copy)");
   EXPECT_EQ(format_captions(), after);
+}
+
+TEST_F(Buttons, EachKindHasItsCaptionAndMacroAndIsDeletedOnItsOwn) {
+  auto format = Variant(menu->FormatMenu());
+  const auto before = format_captions();
+  std::vector<host::CommandBarControlPtr> made = {
+      ac->CreateAutoColorMenuBtn(format), ac->CreateAutoColorSelectionMenuBtn(format),
+      ac->CreateAutoColorSheetMenuBtn(format), ac->CreateAutoColorWkbMenuBtn(format)};
+  std::vector<String> seen;
+  for (const auto& button : made) seen.push_back(button->caption() + u"=" + button->on_action());
+  EXPECT_EQ(seen, (std::vector<String>{u"&AutoColor On Entry=mDOM.ToggleAutoColor",
+                                       u"AutoColor Se&lection...=mDOM.AutoColorSelection",
+                                       u"AutoColor &Sheet...=mDOM.AutoColorSheet",
+                                       u"AutoColor &Workbook...=mDOM.AutoColorWorkbook"}));
+  auto remaining = [&] {
+    auto now = format_captions();
+    return std::vector<String>(now.begin() + static_cast<ptrdiff_t>(before.size()), now.end());
+  };
+  ac->DeleteAutoColorSelectionMenuBtns();
+  EXPECT_EQ(remaining(), (std::vector<String>{u"&AutoColor On Entry", u"AutoColor &Sheet...",
+                                              u"AutoColor &Workbook..."}));
+  ac->DeleteAutoColorMenuBtns();
+  EXPECT_EQ(remaining(), (std::vector<String>{u"AutoColor &Sheet...", u"AutoColor &Workbook..."}));
 }
 
 TEST_F(Buttons, DeletingTwiceDoesNoHarm) {

@@ -84,6 +84,65 @@ class UnsupportedApplication : public host::Application {
   void quit() override { unsupported("Application.quit"); }
 };
 
+/// A host Application that hands every member on to another one; a test derives from it to
+/// watch or change what the library asks of a real application.
+class ForwardingApplication : public host::Application {
+ public:
+  explicit ForwardingApplication(ApplicationPtr inner) : inner(std::move(inner)) {}
+  String name() override { return inner->name(); }
+  WorkbooksPtr workbooks() override { return inner->workbooks(); }
+  WorkbookPtr active_workbook() override { return inner->active_workbook(); }
+  ObjectPtr active_sheet() override { return inner->active_sheet(); }
+  RangePtr active_cell() override { return inner->active_cell(); }
+  ObjectPtr selection() override { return inner->selection(); }
+  RangePtr range(const Variant& cell1, const Variant& cell2 = Variant::missing()) override {
+    return inner->range(cell1, cell2);
+  }
+  RangePtr union_(const RangePtr& a, const RangePtr& b) override { return inner->union_(a, b); }
+  RangePtr intersect(const RangePtr& a, const RangePtr& b) override {
+    return inner->intersect(a, b);
+  }
+  int32_t calculation() override { return inner->calculation(); }
+  void set_calculation(int32_t mode) override { inner->set_calculation(mode); }
+  bool calculate_before_save() override { return inner->calculate_before_save(); }
+  void set_calculate_before_save(bool on) override { inner->set_calculate_before_save(on); }
+  bool display_alerts() override { return inner->display_alerts(); }
+  void set_display_alerts(bool on) override { inner->set_display_alerts(on); }
+  bool screen_updating() override { return inner->screen_updating(); }
+  void set_screen_updating(bool on) override { inner->set_screen_updating(on); }
+  void calculate() override { inner->calculate(); }
+  void volatile_(bool is_volatile = true) override { inner->volatile_(is_volatile); }
+  WorksheetFunctionPtr worksheet_function() override { return inner->worksheet_function(); }
+  void undo() override { inner->undo(); }
+  void on_undo(const String& text, const String& procedure) override {
+    inner->on_undo(text, procedure);
+  }
+  void on_repeat(const String& text, const String& procedure) override {
+    inner->on_repeat(text, procedure);
+  }
+  String on_entry() override { return inner->on_entry(); }
+  void set_on_entry(const String& procedure) override { inner->set_on_entry(procedure); }
+  void on_time(const Variant& earliest_time, const String& procedure,
+               const Variant& latest_time = Variant::missing(),
+               const Variant& schedule = Variant::missing()) override {
+    inner->on_time(earliest_time, procedure, latest_time, schedule);
+  }
+  Variant run(const String& macro, std::span<Variant> args = {}) override {
+    return inner->run(macro, args);
+  }
+  void send_keys(const String& keys, bool wait = false) override { inner->send_keys(keys, wait); }
+  DialogPtr dialogs(int32_t id) override { return inner->dialogs(id); }
+  CommandBarsPtr command_bars() override { return inner->command_bars(); }
+  AddInsPtr add_ins() override { return inner->add_ins(); }
+  String alt_startup_path() override { return inner->alt_startup_path(); }
+  void set_alt_startup_path(const String& path) override { inner->set_alt_startup_path(path); }
+  String startup_path() override { return inner->startup_path(); }
+  String path() override { return inner->path(); }
+  void quit() override { inner->quit(); }
+
+  ApplicationPtr inner;
+};
+
 /// A host Workbook whose every member raises "not supported"; derive and override what a
 /// test needs.
 class UnsupportedWorkbook : public host::Workbook {
@@ -299,6 +358,7 @@ class UnsupportedCommandBarControl : public host::CommandBarControl {
 
 }  // namespace fakes
 
+using fakes::ForwardingApplication;
 using fakes::UnsupportedApplication;
 using fakes::UnsupportedChart;
 using fakes::UnsupportedCommandBarControl;
