@@ -1,4 +1,5 @@
 // Chart addresses, names, lookups and activation.
+#include "support/fake_host.hpp"
 #include "vblib/vblib.hpp"
 #include "workbook/library_fixture.hpp"
 
@@ -91,6 +92,25 @@ TEST_F(Charts, ActivatingBringsItsWorkbookAndSheetForward) {
   charts->ChartActivate(sheet_chart);
   EXPECT_EQ(app->active_sheet(), sheet_chart);
   EXPECT_FALSE(charts->TakeChartPicture(sheet_chart));  // the engine draws no pictures
+}
+
+// A chart that notes how it is asked for its picture, and can refuse.
+class Pictured : public UnsupportedChart {
+ public:
+  void copy_picture(int32_t appearance, int32_t format, int32_t size) override {
+    asked.push_back({appearance, format, size});
+    if (refuse) throw Error(err::host_failure, "CopyPicture failed");
+  }
+  std::vector<std::vector<int32_t>> asked;
+  bool refuse = false;
+};
+
+TEST_F(Charts, APictureAsShownOnScreenAtItsPrintedSize) {
+  auto chart = std::make_shared<Pictured>();
+  EXPECT_TRUE(charts->TakeChartPicture(chart));
+  chart->refuse = true;
+  EXPECT_FALSE(charts->TakeChartPicture(chart));
+  EXPECT_EQ(chart->asked, std::vector<std::vector<int32_t>>(2, {1, -4147, 2}));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Finding, opening and inspecting workbooks.
 #include <filesystem>
 
+#include "support/fake_host.hpp"
 #include "workbook/library_fixture.hpp"
 
 namespace qz::test {
@@ -10,6 +11,68 @@ class Workbooks : public LibraryTest {
  protected:
   iWorkbookPtr wbk = lib->NewWorkbook();
 };
+
+// The application with each Workbooks.Open noted as it receives it: the file's name, then
+// every argument that was given.
+class OpenLog : public ForwardingApplication {
+ public:
+  using ForwardingApplication::ForwardingApplication;
+  class Books : public host::Workbooks {
+   public:
+    Books(host::WorkbooksPtr inner, OpenLog& log) : inner_(std::move(inner)), log_(log) {}
+    int32_t count() override { return inner_->count(); }
+    host::WorkbookPtr item(const Variant& i) override { return inner_->item(i); }
+    host::WorkbookPtr add(const Variant& t) override { return inner_->add(t); }
+    host::WorkbookPtr open(const host::OpenArgs& a) override {
+      std::string line = to_utf8(a.filename);
+      line.replace(0, log_.folder.size(), "~");
+      for (auto [name, v] : {std::pair{"UpdateLinks", a.update_links},
+                             {"ReadOnly", a.read_only},
+                             {"IgnoreReadOnlyRecommended", a.ignore_read_only_recommended},
+                             {"Editable", a.editable},
+                             {"Format", a.format},
+                             {"Password", a.password},
+                             {"Notify", a.notify}})
+        if (!v.is_missing()) line += std::string(" ") + name + "=" + to_utf8(to_string(v));
+      log_.opens.push_back(line);
+      return inner_->open(a);
+    }
+
+   private:
+    host::WorkbooksPtr inner_;
+    OpenLog& log_;
+  };
+  host::WorkbooksPtr workbooks() override {
+    return std::make_shared<Books>(inner->workbooks(), *this);
+  }
+  std::vector<std::string> opens;
+  std::string folder;  // shown as "~"
+};
+
+TEST_F(Workbooks, TheApplicationIsAskedToOpenWithTheArgumentsGivenAndNoOthers) {
+  auto log = std::make_shared<OpenLog>(app);
+  log->folder = to_utf8(folder());
+  lib->InitXL(log);
+  scope.ui->file_answers = {write_book("Plan.xls"), write_book("Quiet.xls")};
+  ASSERT_NE(wbk->OpenWkbFromUser(), nullptr);
+  const auto& asked = scope.ui->file_dialogs.at(0);
+  EXPECT_EQ(asked.default_name + u"|" + asked.default_folder + u"|" + asked.default_extension,
+            u"||xls");
+  EXPECT_TRUE(asked.must_exist);
+  ASSERT_NE(wbk->OpenWkbFromUser(u"Quiet.xls", folder(), false), nullptr);
+  EXPECT_EQ(scope.ui->file_dialogs.at(1).default_name, u"Quiet.xls");
+
+  write_book("Data.xls");
+  write_book("Notes.xls");
+  wbk->GetWkb(log, u"Data.xls", folder(), true, nullptr, nullptr, nullptr, nullptr, nullptr,
+              nullptr, nullptr, Variant(true));
+  wbk->GetWkb(log, u"Notes.xls", folder(), false);
+  EXPECT_EQ(log->opens,
+            (std::vector<std::string>{"~/Plan.xls",
+                                      "~/Quiet.xls UpdateLinks=0 IgnoreReadOnlyRecommended=True",
+                                      "~\\Data.xls UpdateLinks=False ReadOnly=True Editable=True",
+                                      "~\\Notes.xls UpdateLinks=False ReadOnly=False"}));
+}
 
 TEST_F(Workbooks, OpenFromUserAsksOnceAndPrefersTheOpenNamesake) {
   EXPECT_EQ(wbk->OpenWkbFromUser(u"Plan.xls", u"C:\\data"), nullptr);  // cancelled
@@ -142,6 +205,17 @@ TEST_F(Workbooks, SetWksCountDeletesFromTheEndOrAdds) {
 
   book->close();
   EXPECT_FALSE(wbk->SetWksCount());  // no workbook to count in
+}
+
+TEST_F(Workbooks, SetWksCountAddsBeforeTheActiveSheet) {
+  auto book = add_book();
+  book->worksheets()->add(Variant::missing(), Variant(sheet(book, 1)))->set_name(u"Last");
+  sheet(book, 1)->set_name(u"First");
+  sheet(book, 2)->activate();
+  EXPECT_TRUE(wbk->SetWksCount(book, 4));
+  std::vector<String> order;
+  for (int32_t i = 1; i <= 4; ++i) order.push_back(sheet(book, i)->name());
+  EXPECT_EQ(order.front() + u"," + order.back(), u"First,Last");
 }
 
 }  // namespace
