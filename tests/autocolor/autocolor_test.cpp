@@ -38,6 +38,7 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   EXPECT_EQ(formula("B2"), u"=100+20");
   EXPECT_EQ(colour("B2"), kBlue);
   EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
+  EXPECT_EQ(r("B2")->font()->bold(), Variant(true));
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
   EXPECT_EQ(redo_caption(), "Can't &Redo");
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
@@ -199,6 +200,10 @@ TEST_F(AutoColor, TheRivuletProductMayKeepACellsColour) {
   // An emptied cell has no content to ask about.
   user.type(u"A2", u"");
   EXPECT_EQ(callback->colours_asked.size(), 2u);
+  // A callback that cannot answer vetoes nothing.
+  undo->Subscribe(u"RivuletXL", lib->NewProduct(u"Other", Variant(true), Variant(u"Other")));
+  user.type(u"A3", u"44");
+  EXPECT_EQ(colour("A3"), kBlue);
 }
 
 // --- The rule table ------------------------------------------------------------------------
@@ -561,6 +566,17 @@ TEST_F(Settings, SettersStoreWhatTheyAreGivenAndEveryObjectAgrees) {
   EXPECT_EQ(ac->NoAutoColorSmartCycleName(), u"No AutoColor");
 }
 
+TEST_F(Settings, TheOnEntryButtonHooksEntriesAsTheStoredSwitchSays) {
+  auto& store = *frame::session().AutoColorSettings;
+  store.write(vblib::kHkeyCurrentUser, u"On", u"True");
+  app->set_on_entry(u"");
+  ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()));
+  EXPECT_EQ(app->on_entry(), u"mDOM.RunAutoColor");
+  store.write(vblib::kHkeyCurrentUser, u"On", u"False");
+  ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()));
+  EXPECT_EQ(app->on_entry(), u"");
+}
+
 TEST_F(Settings, ToggleFlipsTheSwitchTheButtonAndTheEntryHook) {
   auto button = ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()), Variant(true));
   EXPECT_EQ(button->state(), host::mso::ButtonDown);
@@ -626,6 +642,10 @@ TEST_F(Buttons, EachKindHasItsCaptionAndMacroAndIsDeletedOnItsOwn) {
                                               u"AutoColor &Workbook..."}));
   ac->DeleteAutoColorMenuBtns();
   EXPECT_EQ(remaining(), (std::vector<String>{u"AutoColor &Sheet...", u"AutoColor &Workbook..."}));
+  ac->DeleteAutoColorWkbMenuBtns();
+  EXPECT_EQ(remaining(), (std::vector<String>{u"AutoColor &Sheet..."}));
+  ac->DeleteAutoColorSheetMenuBtns();
+  EXPECT_TRUE(remaining().empty());
 }
 
 TEST_F(Buttons, DeletingTwiceDoesNoHarm) {
