@@ -30,14 +30,13 @@ TEST_F(Menus, BuiltInMenusAreFoundByIdWhateverTheirCaptionsSay) {
     int32_t id;
   };
   for (const Case& c :
-       {Case{menu->FileMenu(), mso::IdFile}, Case{menu->EditMenu(), mso::IdEdit},
-        Case{menu->ViewMenu(), mso::IdView}, Case{menu->InsertMenu(), mso::IdInsert},
-        Case{menu->FormatMenu(), mso::IdFormat}, Case{menu->ToolsMenu(), mso::IdTools},
-        Case{menu->DataMenu(), mso::IdData}, Case{menu->WindowMenu(), mso::IdWindow},
-        Case{menu->HelpMenu(), mso::IdHelp}}) {
+       {Case{menu->FileMenu(), 30002}, Case{menu->EditMenu(), 30003}, Case{menu->ViewMenu(), 30004},
+        Case{menu->InsertMenu(), 30005}, Case{menu->FormatMenu(), 30006},
+        Case{menu->ToolsMenu(), 30007}, Case{menu->DataMenu(), 30011},
+        Case{menu->WindowMenu(), 30009}, Case{menu->HelpMenu(), 30010}}) {
     ASSERT_TRUE(c.found) << c.id;
     EXPECT_EQ(c.found->id(), c.id);
-    EXPECT_EQ(c.found->type(), mso::ControlPopup);
+    EXPECT_EQ(c.found->type(), 10);  // a popup
   }
   EXPECT_EQ(menu->DataMenu()->parent(), ObjectPtr(menu->MainMenuBar()));
   EXPECT_EQ(menu->FileMenu(true)->parent(), ObjectPtr(menu->ChartMenuBar()));
@@ -47,7 +46,7 @@ TEST_F(Menus, BuiltInMenusAreFoundByIdWhateverTheirCaptionsSay) {
 }
 
 TEST_F(Menus, TheUndoAndRedoButtonsSayWhatTheyWouldDo) {
-  EXPECT_EQ(menu->FileNewButton()->id(), mso::IdFileNew);
+  EXPECT_EQ(menu->FileNewButton()->id(), 18);
   EXPECT_EQ(menu->UndoButton()->caption(), u"Can't &Undo");
   user.type(u"B2", u"1");
   EXPECT_EQ(menu->UndoButton(true)->caption(), u"&Undo Typing");
@@ -55,7 +54,7 @@ TEST_F(Menus, TheUndoAndRedoButtonsSayWhatTheyWouldDo) {
   EXPECT_EQ(menu->RedoButton()->caption(), u"&Redo Mine (QZ)");
   // Every copy of the button says the same: the toolbar's too.
   host::FindControlArgs undo_id;
-  undo_id.id = Variant(mso::IdUndo);
+  undo_id.id = Variant(int32_t{128});
   EXPECT_EQ(app->command_bars()->item(Variant(u"Standard"))->find_control(undo_id)->caption(),
             u"&Undo Typing");
 }
@@ -117,7 +116,7 @@ TEST_F(Menus, AButtonNeedsAPopupAndTakesOnlyWhatIsGiven) {
   ASSERT_TRUE(button);
   EXPECT_EQ(button->caption(), u"&Run");
   EXPECT_EQ(button->on_action(), u"");
-  EXPECT_EQ(button->type(), mso::ControlButton);
+  EXPECT_EQ(button->type(), 1);  // a button
   EXPECT_EQ(button->parent(), ObjectPtr(popup));
   auto full =
       menu->CreateBtn(Variant(u"&Go"), Variant(u"mX.Go"), Variant(popup), Variant(true), Variant(1),
@@ -174,6 +173,7 @@ TEST_F(Products, TheProductMenuIsFoundAgainByItsMarkInFrontOfHelp) {
   EXPECT_EQ(made->index() + 1, menu->HelpMenu()->index());
   EXPECT_EQ(product->ProductMenu(), made);
   EXPECT_EQ(product->ProductMenu(Variant(true)), nullptr);
+  EXPECT_EQ(product->CreateProductMenu(Variant(u""))->caption(), u"Quazel Model");
 
   // A caption of the client's own, and a second creation: still one menu, found by its mark.
   auto captioned = product->CreateProductMenu(Variant(u"&Model"), true);

@@ -62,6 +62,11 @@ TEST_F(Tags, AssignRangeTagCreatesAHiddenTagOnceAndMarksTheWorkbook) {
   landmark = u"Elsewhere";
   ranges->AssignRangeTag(r("B2:C3"), wks_name, landmark, u"QZDirty", nullptr);
   EXPECT_EQ(landmark, first);
+  // A landmark that is no name but reaches the same cells stands, and is none of the sheet's
+  // names.
+  landmark = u"$B$2:$C$3";
+  EXPECT_TRUE(ranges->AssignRangeTag(r("B2:C3"), wks_name, landmark, u"QZDirty", nullptr));
+  EXPECT_EQ(landmark, u"$B$2:$C$3");
 }
 
 TEST_F(Tags, WithoutTheSiblingServicesNoTagIsMadeThoughTheStepsSaySo) {

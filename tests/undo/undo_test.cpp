@@ -31,7 +31,9 @@ class GenericUnit : public ClientTest {
 
 TEST_F(GenericUnit, UndoPutsCellsBackAndRedoBringsTheChangeAgain) {
   set_up_cells();
+  r("A2")->font()->set_color_index(Variant(int32_t{3}));
   undo->CaptureGenericUndo(r("A1:A2"), u"Edit");
+  r("A2")->font()->set_color_index(Variant(int32_t{5}));
   r("A1")->set_formula(u"changed");
   r("A1")->font()->set_italic(Variant(false));
   r("A2")->set_formula(u"=5");
@@ -47,6 +49,7 @@ TEST_F(GenericUnit, UndoPutsCellsBackAndRedoBringsTheChangeAgain) {
   EXPECT_FALSE(superscript("A1", 1));
   EXPECT_EQ(formula("A2"), u"=1+1");
   EXPECT_EQ(r("A2")->number_format(), Variant(u"0.00"));
+  EXPECT_EQ(r("A2")->font()->color_index(), Variant(int32_t{3}));
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
   EXPECT_EQ(redo_caption(), "&Redo Edit (QZ)");
   EXPECT_EQ(undo_caption(), "Can't &Undo");
@@ -77,7 +80,7 @@ TEST_F(GenericUnit, CellsGoBackWhileRecalculationWaitsAndTheModeIsKept) {
   user.press_redo();
   EXPECT_EQ(formula("A1"), u"x");
   // Screen updating goes off and on again around each write-back.
-  EXPECT_EQ(watched->modes, std::vector<int32_t>(4, host::xl::CalculationManual));
+  EXPECT_EQ(watched->modes, std::vector<int32_t>(4, -4135));
   EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
 }
 
@@ -234,7 +237,7 @@ TEST_F(ClientUnits, TheClientsMacrosRunWhileRecalculationWaits) {
   user.press_undo();
   EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
   user.press_redo();
-  EXPECT_EQ(callback->modes, std::vector<int32_t>(2, host::xl::CalculationManual));
+  EXPECT_EQ(callback->modes, std::vector<int32_t>(2, -4135));
   EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
 }
 

@@ -87,11 +87,14 @@ TEST_F(Templates, SyncReportsWhatWentWrong) {
             u"Could not write to the following destination: " + u16((dir / "alt").string()) +
                 u"\\Tpl.xlt\r\rPlease check the write permissions to the folder listed above.");
 
-  // No startup folder at all: nothing is copied to the root of the drive.
+  // No startup folder at all: nothing is copied to the root of the drive. The template has a
+  // name of this test's own, so that a copy that went there anyway is found and taken away.
   for (auto d : {"alt", "user", "program"}) fs::remove_all(dir / d);
-  EXPECT_EQ(wbk->SyncTemplate(source_folder(), u"Tpl.xlt"),
+  const std::string own = dir.path().filename().string() + ".xlt";
+  write_book("src/" + own);
+  EXPECT_EQ(wbk->SyncTemplate(source_folder(), u16(own)),
             u"No valid template path could be located.");
-  EXPECT_FALSE(fs::exists("/Tpl.xlt"));
+  EXPECT_FALSE(fs::remove(fs::path("/") / own));
 }
 
 TEST_F(Templates, RestoreRemovesEveryCopyAndSavesTheOpenOneFirst) {

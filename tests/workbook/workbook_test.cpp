@@ -162,7 +162,7 @@ TEST_F(GetWkb, QuietReadOnlyOpenChangesTheSettingsOnlyWhenItMust) {
   EXPECT_EQ(o.line(), "opened changed calc=-4105 alerts save");
   EXPECT_TRUE(wbk->IsOpen(nullptr, o.blank));
   EXPECT_EQ(books(), 2);
-  EXPECT_EQ(app->calculation(), host::xl::CalculationManual);
+  EXPECT_EQ(app->calculation(), -4135);
   EXPECT_FALSE(app->display_alerts() || app->calculate_before_save());
 
   // With the quiet settings in place, nothing is changed or handed back.
