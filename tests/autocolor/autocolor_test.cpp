@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <functional>
 #include <map>
 #include <sstream>
 
@@ -56,26 +55,6 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
 }
 
-TEST_F(AutoColor, EachTypedEntryLeavesOnlyItsOwnUnitSinceTypingRetakesUndo) {
-  user.type(u"A1", u"1");
-  user.type(u"A2", u"=A1+2");
-  EXPECT_EQ(colour("A2"), kRed);
-  EXPECT_THAT(undo_texts(), ElementsAre("&Undo Text Entry (QZ)"));
-  user.press_undo();
-  EXPECT_EQ(formula("A2"), u"");
-  EXPECT_EQ(formula("A1"), u"1");
-}
-
-TEST_F(AutoColor, TextIsLeftAsTheApplicationEnteredIt) {
-  r("C1")->font()->set_color(Variant(kRed));
-  user.type(u"C1", u"label");
-  EXPECT_EQ(colour("C1"), kRed);
-  // Nothing was captured, so the person's own Undo still takes the typing back.
-  EXPECT_EQ(undo_caption(), "&Undo Typing");
-  user.press_undo();
-  EXPECT_EQ(formula("C1"), u"");
-}
-
 TEST_F(AutoColor, CtrlEnterColoursTheSelectionAndOneUndoRestoresAllOfIt) {
   r("B2")->set_formula(u"old");
   user.select(u"A1:C3");
@@ -98,10 +77,7 @@ TEST_F(AutoColor, CtrlEnterColoursTheSelectionAndOneUndoRestoresAllOfIt) {
 TEST_F(AutoColor, CtrlEnterOptsOutAsOneCellWouldAndColoursHiddenCellsAndNamedLinks) {
   wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
   ws->activate();
-  host::NameAddArgs far;
-  far.name = Variant(u"Far");
-  far.refers_to = Variant(u"=Other!$A$1");
-  wb->names()->add(far);
+  define(u"Far", u"=Other!$A$1");
   ac->SetWksLinkColor(Variant(kPlum));
   r("A2")->entire_row()->set_hidden(true);
   user.select(u"A1:A3");
@@ -144,24 +120,6 @@ TEST_F(AutoColor, CtrlEnterFlagsAreBothKeptUntilTheNextRun) {
   EXPECT_TRUE(frame::session().CtrlShiftEnterPressed);
   ac->RunAutoColor();
   EXPECT_FALSE(frame::session().CtrlEnterPressed || frame::session().CtrlShiftEnterPressed);
-}
-
-TEST_F(AutoColor, APlainEnterAfterCtrlEnterColoursOnlyTheActiveCell) {
-  user.select(u"A1:B1");
-  user.ctrl_enter(u"=A5+2");
-  EXPECT_EQ(formula("B1"), u"=B5+2");
-  EXPECT_EQ(colour("B1"), kRed);
-  user.select(u"A2:B2");
-  user.type(u"9");
-  EXPECT_EQ(colour("A2"), kBlue);
-  EXPECT_EQ(formula("B2"), u"");
-}
-
-TEST_F(AutoColor, TurnedOffNothingRunsOnEntry) {
-  ac->ToggleAutoColor();
-  user.type(u"A1", u"5");
-  EXPECT_EQ(colour("A1"), 0);
-  EXPECT_EQ(undo_caption(), "&Undo Typing");
 }
 
 TEST_F(AutoColor, WithHyperlinkColouringOffALinkedCellIsColouredByWhatItHolds) {
@@ -249,12 +207,7 @@ class RuleTable : public ClientTest {
       if (w[0] == "@sheet")
         wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u16(w[1]));
     for (const auto& w : scene)
-      if (w[0] == "@name") {
-        host::NameAddArgs args;
-        args.name = Variant(u16(w[1]));
-        args.refers_to = Variant(u16(w[2]));
-        wb->names()->add(args);
-      }
+      if (w[0] == "@name") define(u16(w[1]), u16(w[2]));
     for (const Case& c : cases) r(c.address.c_str())->set_formula(u16(c.entry));
     for (const auto& w : scene) {
       if (w[0] == "@link") ws->hyperlinks()->add(r(w[1].c_str()), u16(w[2]));
@@ -354,12 +307,8 @@ class Runs : public ClientTest {
  protected:
   void fill(const char* address, const char16_t* entry) { r(address)->set_formula(entry); }
   void add_names(int32_t n) {
-    for (int32_t i = 0; i < n; ++i) {
-      host::NameAddArgs args;
-      args.name = Variant(u"Name_" + u16(std::to_string(names_added++)));
-      args.refers_to = Variant(u"=Sheet1!$A$1");
-      wb->names()->add(args);
-    }
+    for (int32_t i = 0; i < n; ++i)
+      define(u"Name_" + u16(std::to_string(names_added++)), u"=Sheet1!$A$1");
   }
   const std::vector<ShownMessage>& messages() { return scope.ui->messages; }
   int names_added = 0;
@@ -416,10 +365,7 @@ TEST_F(Runs, ASheetRunAsksFirstAndChartSheetsAreLeftAlone) {
 TEST_F(Runs, OnlyMoreThanFiveHundredNamesBringTheNamesQuestion) {
   wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
   fill("A2", u"=Far");
-  host::NameAddArgs far;
-  far.name = Variant(u"Far");
-  far.refers_to = Variant(u"=Other!$A$1");
-  wb->names()->add(far);
+  define(u"Far", u"=Other!$A$1");
   add_names(499);  // 500 names
   ac->SetWksLinkColor(Variant(kPlum));
   ac->SetFormulaColor(Variant(int32_t{103}));
@@ -448,10 +394,7 @@ TEST_F(Runs, WithoutMessageBoxesSheetAndWorkbookRunsGoOnUnasked) {
   fill("A2", u"=Far");
   wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
   add_names(501);
-  host::NameAddArgs far;
-  far.name = Variant(u"Far");
-  far.refers_to = Variant(u"=Other!$A$1");
-  wb->names()->add(far);
+  define(u"Far", u"=Other!$A$1");
   ac->SetWksLinkColor(Variant(kPlum));
   host::environment().ui = nullptr;
   ac->AutoColorSheet(ws);
@@ -508,47 +451,44 @@ TEST_F(Settings, AFreshUserGetsTheDefaultsWrittenOnFirstRead) {
 }
 
 TEST_F(Settings, EachSettingLivesUnderItsOwnValueName) {
-  // Per setting: its value name, a stored text its getter must read, and a value its setter
-  // must store; none of them a default.
-  struct Setting {
-    const char16_t* name;
-    std::function<int32_t()> get;
-    std::function<void()> set;
-    int32_t read;
-    const char16_t* stored;
-  };
-  auto b = [](bool v) { return static_cast<int32_t>(v); };
-  const std::vector<Setting> settings = {
-      {u"On", [&] { return b(ac->AutoColorOn()); }, [&] { ac->SetAutoColorOn(Variant(false)); }, 0,
-       u"False"},
-      {u"Hyperlinks", [&] { return b(ac->AutoColorHyperlinks()); },
-       [&] { ac->SetAutoColorHyperlinks(Variant(false)); }, 0, u"False"},
-      {u"Text", [&] { return b(ac->AutoColorText()); },
-       [&] { ac->SetAutoColorText(Variant(true)); }, 1, u"True"},
-      {u"Dates", [&] { return b(ac->AutoColorDates()); },
-       [&] { ac->SetAutoColorDates(Variant(true)); }, 1, u"True"},
-      {u"InputColor", [&] { return ac->InputColor(); },
-       [&] { ac->SetInputColor(Variant(int32_t{11})); }, 1, u"11"},
-      {u"PartialInputColor", [&] { return ac->PartialInputColor(); },
-       [&] { ac->SetPartialInputColor(Variant(int32_t{12})); }, 1, u"12"},
-      {u"FormulaColor", [&] { return ac->FormulaColor(); },
-       [&] { ac->SetFormulaColor(Variant(int32_t{13})); }, 1, u"13"},
-      {u"WksLinkColor", [&] { return ac->WksLinkColor(); },
-       [&] { ac->SetWksLinkColor(Variant(int32_t{14})); }, 1, u"14"},
-      {u"WkbLinkColor", [&] { return ac->WkbLinkColor(); },
-       [&] { ac->SetWkbLinkColor(Variant(int32_t{15})); }, 1, u"15"},
-      {u"HyperlinkColor", [&] { return ac->HyperlinkColor(); },
-       [&] { ac->SetHyperlinkColor(Variant(int32_t{16})); }, 1, u"16"},
-      {u"DummyNumberColor", [&] { return ac->DummyNumberColor(); },
-       [&] { ac->SetDummyNumberColor(Variant(int32_t{17})); }, 1, u"17"}};
+  const std::vector<const char16_t*> names = {u"On",
+                                              u"Hyperlinks",
+                                              u"Text",
+                                              u"Dates",
+                                              u"InputColor",
+                                              u"PartialInputColor",
+                                              u"FormulaColor",
+                                              u"WksLinkColor",
+                                              u"WkbLinkColor",
+                                              u"HyperlinkColor",
+                                              u"DummyNumberColor"};
   auto& store = *frame::session().AutoColorSettings;
-  for (const Setting& s : settings) {
-    SCOPED_TRACE(to_utf8(s.name));
-    store.write(vblib::kHkeyCurrentUser, s.name, s.read ? u"1" : u"0");
-    EXPECT_EQ(s.get(), s.read);
-    s.set();
-    EXPECT_EQ(stored(s.name), s.stored);
-  }
+  // Each getter reads its own value name: stored texts that none of the defaults is.
+  for (size_t i = 0; i < names.size(); ++i)
+    store.write(vblib::kHkeyCurrentUser, names[i],
+                i < 2   ? u"0"
+                : i < 4 ? u"1"
+                        : u16(std::to_string(7 + i)));
+  EXPECT_EQ((std::vector<int32_t>{ac->AutoColorOn(), ac->AutoColorHyperlinks(), ac->AutoColorText(),
+                                  ac->AutoColorDates(), ac->InputColor(), ac->PartialInputColor(),
+                                  ac->FormulaColor(), ac->WksLinkColor(), ac->WkbLinkColor(),
+                                  ac->HyperlinkColor(), ac->DummyNumberColor()}),
+            (std::vector<int32_t>{0, 0, 1, 1, 11, 12, 13, 14, 15, 16, 17}));
+  // Each setter writes its own.
+  ac->SetAutoColorOn(Variant(true));
+  ac->SetAutoColorHyperlinks(Variant(true));
+  ac->SetAutoColorText(Variant(false));
+  ac->SetAutoColorDates(Variant(false));
+  int32_t c = 20;
+  for (auto set :
+       {&_iAutoColor::SetInputColor, &_iAutoColor::SetPartialInputColor,
+        &_iAutoColor::SetFormulaColor, &_iAutoColor::SetWksLinkColor, &_iAutoColor::SetWkbLinkColor,
+        &_iAutoColor::SetHyperlinkColor, &_iAutoColor::SetDummyNumberColor})
+    (ac.get()->*set)(Variant(++c));
+  std::vector<String> written;
+  for (const char16_t* name : names) written.push_back(stored(name));
+  EXPECT_EQ(written, (std::vector<String>{u"True", u"True", u"False", u"False", u"21", u"22", u"23",
+                                          u"24", u"25", u"26", u"27"}));
 }
 
 TEST_F(Settings, SettersStoreWhatTheyAreGivenAndEveryObjectAgrees) {

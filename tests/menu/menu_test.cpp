@@ -197,28 +197,29 @@ TEST_F(Products, TheLastProductToLeaveHandsUndoAndRedoBack) {
   user.press_undo();
   user.idle();
   undo->SetCustomUndo(u"QZModel", u"U", u"R", u"Next");
-  app->on_repeat(u"&Redo Step (QZ)", u"QZRedo");
+  app->on_repeat(u"&Repeat Format", u"SomeoneElse");
 
   lib->RemoveProduct(u"QZChart");
   EXPECT_TRUE(frame::session().LibLoaded);
   EXPECT_EQ(undo_caption(), "&Undo Next (QZ)");
 
+  // Undo is still the library's and goes back; Redo is someone else's and stays.
   lib->RemoveProduct(u"QZModel");
   EXPECT_FALSE(frame::session().LibLoaded);
   EXPECT_EQ(undo_caption(), "Can't &Undo");
-  EXPECT_EQ(redo_caption(), "Can't &Redo");
+  EXPECT_EQ(redo_caption(), "&Repeat Format");
   lib->RemoveProduct(u"QZModel");  // unknown now: nothing happens
 }
 
-TEST_F(Products, CommandsThatAreNoLongerTheLibrarysAreLeftAlone) {
+TEST_F(Products, ACommandThatIsNoLongerTheLibrarysIsLeftAlone) {
   auto product = start_product(u"QZModel", u"Model");
   undo->SetCustomUndo(u"QZModel", u"U", u"R", u"Step");
   user.type(u"B2", u"7");
-  app->on_repeat(u"&Repeat Format", u"SomeoneElse");
+  app->on_repeat(u"&Redo Step (QZ)", u"QZRedo");
   product->Terminate();
   EXPECT_FALSE(frame::session().LibLoaded);
   EXPECT_EQ(undo_caption(), "&Undo Typing");
-  EXPECT_EQ(redo_caption(), "&Repeat Format");
+  EXPECT_EQ(redo_caption(), "Can't &Redo");
 }
 
 }  // namespace

@@ -319,49 +319,11 @@ class UnsupportedChart : public host::Chart {
   }
 };
 
-/// A host CommandBarControl whose every member raises "not supported"; derive and override what a
-/// test needs.
-class UnsupportedCommandBarControl : public host::CommandBarControl {
- public:
-  int32_t id() override { unsupported("CommandBarControl.id"); }
-  int32_t type() override { unsupported("CommandBarControl.type"); }
-  String caption() override { unsupported("CommandBarControl.caption"); }
-  void set_caption(const String& caption) override { unsupported("CommandBarControl.set_caption"); }
-  String on_action() override { unsupported("CommandBarControl.on_action"); }
-  void set_on_action(const String& macro) override {
-    unsupported("CommandBarControl.set_on_action");
-  }
-  bool begin_group() override { unsupported("CommandBarControl.begin_group"); }
-  void set_begin_group(bool begin) override { unsupported("CommandBarControl.set_begin_group"); }
-  int32_t face_id() override { unsupported("CommandBarControl.face_id"); }
-  void set_face_id(int32_t face) override { unsupported("CommandBarControl.set_face_id"); }
-  String shortcut_text() override { unsupported("CommandBarControl.shortcut_text"); }
-  void set_shortcut_text(const String& text) override {
-    unsupported("CommandBarControl.set_shortcut_text");
-  }
-  String tag() override { unsupported("CommandBarControl.tag"); }
-  void set_tag(const String& tag) override { unsupported("CommandBarControl.set_tag"); }
-  int32_t state() override { unsupported("CommandBarControl.state"); }
-  void set_state(int32_t state) override { unsupported("CommandBarControl.set_state"); }
-  bool enabled() override { unsupported("CommandBarControl.enabled"); }
-  void set_enabled(bool enabled) override { unsupported("CommandBarControl.set_enabled"); }
-  bool visible() override { unsupported("CommandBarControl.visible"); }
-  void set_visible(bool visible) override { unsupported("CommandBarControl.set_visible"); }
-  int32_t index() override { unsupported("CommandBarControl.index"); }
-  ObjectPtr parent() override { unsupported("CommandBarControl.parent"); }
-  CommandBarControlsPtr controls() override { unsupported("CommandBarControl.controls"); }
-  void execute() override { unsupported("CommandBarControl.execute"); }
-  void delete_(const Variant& temporary = Variant::missing()) override {
-    unsupported("CommandBarControl.delete_");
-  }
-};
-
 }  // namespace fakes
 
 using fakes::ForwardingApplication;
 using fakes::UnsupportedApplication;
 using fakes::UnsupportedChart;
-using fakes::UnsupportedCommandBarControl;
 using fakes::UnsupportedName;
 using fakes::UnsupportedNames;
 using fakes::UnsupportedRange;

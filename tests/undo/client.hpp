@@ -100,6 +100,12 @@ class ClientTest : public ::testing::Test {
     return product;
   }
 
+  void define(const String& text, const String& refers_to) {
+    host::NameAddArgs args;
+    args.name = Variant(text);
+    args.refers_to = Variant(refers_to);
+    wb->names()->add(args);
+  }
   host::RangePtr r(const char* address) { return ws->range(Variant(u16(address))); }
   int32_t colour(const char* address) { return to_long(r(address)->font()->color()); }
   String formula(const char* address) { return r(address)->formula(); }

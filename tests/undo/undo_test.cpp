@@ -114,15 +114,6 @@ TEST_F(GenericUnit, SetGenericUndoArmsUndoOnceForEachCapture) {
   EXPECT_EQ(undo_caption(), "Other");
 }
 
-TEST_F(GenericUnit, EveryManagerObjectSeesTheSameStacks) {
-  auto second = lib->NewUndoRedo();
-  undo->CaptureGenericUndo(r("A1"), u"Shared");
-  undo->SetGenericUndo();
-  second->QZUndo();
-  EXPECT_THAT(undo_texts(), IsEmpty());
-  EXPECT_THAT(redo_texts(), ElementsAre("&Undo Shared (QZ)"));
-}
-
 class Stacks : public ClientTest {
  protected:
   void SetUp() override { start_product(u"QZModel", u"Model"); }
