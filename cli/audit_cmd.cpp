@@ -263,6 +263,7 @@ Command make_audit_command(CLI::App& parent) {
   cmd->add_option("--fail-on", o.fail_on,
                   "Exit with status 1 when any of these groups has entries: partial, external, "
                   "sheet, overtyped, dead, tags (comma-separated)");
+  add_locale_option(cmd);
   return {cmd, [] { return run(o); }};
 }
 

@@ -326,6 +326,7 @@ Command make_autocolor_command(CLI::App& parent) {
   cmd->add_flag("--dry-run", o.dry_run, "Change and write nothing; report what would change");
   cmd->add_flag("--json", o.json, "Print the summary as JSON");
   cmd->add_flag("-q,--quiet", o.quiet, "No progress bar");
+  add_locale_option(cmd);
   return {cmd, [] { return run(o); }};
 }
 

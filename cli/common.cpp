@@ -8,7 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
+#include "engine/locale/locale.hpp"
 #include "engine/xlsx/xlsx.hpp"
 #include "qzxl/convert.hpp"
 #include "vblib/vblib.hpp"
@@ -22,6 +23,33 @@ CLI::App* add_command(CLI::App& parent, const std::string& name, const std::stri
   CLI::App* cmd = parent.add_subcommand(name, about);
   cmd->set_version_flag("--version", kVersion);
   return cmd;
+}
+
+// --- the user's regional settings ---------------------------------------------------------
+
+namespace {
+std::string& locale_option() {
+  static std::string name;
+  return name;
+}
+}  // namespace
+
+void add_locale_option(CLI::App* cmd) {
+  cmd->add_option("--locale", locale_option(),
+                  "Read numbers, dates and amounts as in this locale, such as de-DE (default: "
+                  "the environment's, from LC_ALL, LC_NUMERIC, LC_MONETARY, LC_TIME or LANG)");
+}
+
+void use_locale() {
+  const std::string& name = locale_option();
+  if (name.empty()) {
+    qz::set_locale(
+        qz::engine::locale::from_environment([](const char* v) { return std::getenv(v); }));
+    return;
+  }
+  auto locale = qz::engine::locale::from_name(name);
+  if (!locale) throw Failure("unknown locale '" + name + "' (give one such as de-DE or en-US)");
+  qz::set_locale(std::move(*locale));
 }
 
 // --- the person at the terminal ------------------------------------------------------------

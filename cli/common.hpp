@@ -50,6 +50,17 @@ struct Command {
 /// Adds a subcommand with `--version` of its own.
 CLI::App* add_command(CLI::App& parent, const std::string& name, const std::string& about);
 
+// --- the user's regional settings ---------------------------------------------------------
+
+/// Adds `--locale NAME` to a command that reads or classifies values: numbers, dates and
+/// amounts are then read (and cells shown) as the application does in that locale.
+void add_locale_option(CLI::App* cmd);
+
+/// Switches the library's conversions to the user's locale before a command runs: the one
+/// `--locale` named, else the one the environment names (LC_ALL, LC_NUMERIC, LC_MONETARY,
+/// LC_TIME, LANG). A `--locale` the locale data does not know is a Failure.
+void use_locale();
+
 // --- the person at the terminal ------------------------------------------------------------
 
 /// How the library's questions are answered and whether progress is shown.

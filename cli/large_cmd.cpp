@@ -6,7 +6,7 @@
 #include <fmt/core.h>
 
 #include "common.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qzcli {

@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
   commands.push_back({consts, run_consts});
   auto* tokenize = add_tokenize_command(app);
   tokenize->set_version_flag("--version", qzcli::kVersion);
+  qzcli::add_locale_option(tokenize);
   commands.push_back({tokenize, run_tokenize_command});
   commands.push_back(qzcli::make_example_command(app));
   commands.push_back(qzcli::make_large_command(app));
@@ -73,6 +74,7 @@ int main(int argc, char** argv) {
   for (const auto& c : commands) {
     if (!c.app->parsed()) continue;
     try {
+      qzcli::use_locale();
       return c.run();
     } catch (const qzcli::Failure& f) {
       fmt::print(stderr, "qzxl {}: {}\n", c.app->get_name(), f.what());

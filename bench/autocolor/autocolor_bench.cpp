@@ -17,7 +17,7 @@
 #include <filesystem>
 #include <string>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "host/environment.hpp"
 #include "qzxl/convert.hpp"
 #include "qzxl/qzxl.hpp"

@@ -11,7 +11,7 @@
 #include <chrono>
 #include <string>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "qzxl/convert.hpp"
 
 namespace {

@@ -14,7 +14,7 @@
 #include <cstring>
 #include <string>
 
-#include "engine/core/book.hpp"
+#include "engine/model/book.hpp"
 #include "engine/xlsx/package.hpp"
 #include "engine/xlsx/xlsx.hpp"
 #include "engine/xlsx/zip.hpp"

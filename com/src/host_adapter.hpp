@@ -3,6 +3,9 @@
 // named arguments the application documents (Names.Add(Name:=, RefersTo:=, Visible:=),
 // Workbooks.Open(..., UpdateLinks:=, ReadOnly:=, Editable:=), Controls.Add(Type:=, Before:=,
 // Temporary:=) ...). Refusals come back as qz::Error with the application's error number.
+// The adapter classes are generated from src/host/host_model.txt (com/generated/
+// host_adapters.hpp); host_adapter.cpp holds the calls they share and the few members that
+// need more than one plain call.
 #pragma once
 
 #include <oaidl.h>

@@ -1,6 +1,6 @@
-// The entry points of QZXLLib.dll: the class objects of the two creatable classes, unloading,
-// and registration of the classes and the type library. They hold none of the library's
-// logic; the first object created sets up the Windows services and the session.
+// What QZXLLib.dll serves: the two creatable classes and the type library, for the entry
+// points of dll_entry.cpp. None of the library's logic is here; the first object created
+// sets up the Windows services and the session.
 #include <windows.h>
 
 #include <olectl.h>
@@ -11,6 +11,7 @@
 #include "com/src/object_dispatch.hpp"
 #include "com/src/registry_settings.hpp"
 #include "com/src/server.hpp"
+#include "com/src/user_locale.hpp"
 #include "com/src/windows_services.hpp"
 #include "host/environment.hpp"
 #include "qzxl/qzxl.hpp"
@@ -18,11 +19,6 @@
 
 namespace qz::com {
 namespace {
-
-constexpr ClassEntry kClasses[] = {
-    {itf::kCLSIDiXLLibPublic, L"QZXLLib.iXLLibPublic", L"iXLLibPublic"},
-    {itf::kCLSIDiChartXL, L"QZXLLib.iChartXL", L"iChartXL"},
-};
 
 template <class Lib>
 IDispatch* server_if(const ObjectPtr& o) {
@@ -57,8 +53,11 @@ ObjectPtr import_foreign_object(IDispatch* d) {
   return adapt_any(d);
 }
 
-// Everything the library needs from Windows, installed once before the first object.
+// Everything the library needs from Windows, installed once before the first object; the
+// user's regional settings are read again whenever a client starts with a new top-level
+// object, so that a session follows settings changed since the last one.
 void enter_module() {
+  set_locale(user_locale());
   static std::once_flag once;
   std::call_once(once, [] {
     object_bridge().import_object = import_foreign_object;
@@ -78,72 +77,45 @@ HRESULT create_server(std::shared_ptr<Lib> object, REFIID iid, void** out) {
   return hr;
 }
 
-}  // namespace
-}  // namespace qz::com
+HRESULT create_public(REFIID iid, void** out) {
+  enter_module();
+  return create_server(qz::create_iXLLibPublic(), iid, out);
+}
 
-using namespace qz::com;
+HRESULT create_chart(REFIID iid, void** out) {
+  enter_module();
+  return create_server(qz::create_iChartXL(), iid, out);
+}
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
-  if (reason == DLL_PROCESS_ATTACH) {
-    g_instance = instance;
-    DisableThreadLibraryCalls(instance);
+constexpr ClassEntry kClasses[] = {
+    {itf::kCLSIDiXLLibPublic, L"QZXLLib.iXLLibPublic", L"iXLLibPublic", create_public},
+    {itf::kCLSIDiChartXL, L"QZXLLib.iChartXL", L"iChartXL", create_chart},
+};
+
+// The type library, registered after the classes and removed after them.
+HRESULT register_type_library(bool install) {
+  if (install) {
+    ComPtr<ITypeLib> library;
+    const std::wstring path = module_path();
+    HRESULT hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, library.put());
+    if (SUCCEEDED(hr))
+      hr = RegisterTypeLib(library.get(), const_cast<OLECHAR*>(path.c_str()), nullptr);
+    return FAILED(hr) ? SELFREG_E_TYPELIB : S_OK;
   }
-  // The session's objects are destroyed after this; at process exit they must not call into
-  // modules that may already be unloaded.
-  if (reason == DLL_PROCESS_DETACH && reserved) g_process_ending = true;
-  return TRUE;
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
-  if (!out) return E_POINTER;
-  *out = nullptr;
-  Creator create;
-  if (IsEqualCLSID(clsid, itf::kCLSIDiXLLibPublic)) {
-    create = [](REFIID i, void** o) {
-      enter_module();
-      return create_server(qz::create_iXLLibPublic(), i, o);
-    };
-  } else if (IsEqualCLSID(clsid, itf::kCLSIDiChartXL)) {
-    create = [](REFIID i, void** o) {
-      enter_module();
-      return create_server(qz::create_iChartXL(), i, o);
-    };
-  } else {
-    return CLASS_E_CLASSNOTAVAILABLE;
-  }
-  return guard([&] {
-    IClassFactory* factory = make_class_factory(std::move(create));
-    HRESULT hr = factory->QueryInterface(iid, out);
-    factory->Release();
-    if (FAILED(hr)) throw qz::Error(qz::err::invalid_call, "No such class object interface");
-  });
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() {
-  return module_can_unload() ? S_OK : S_FALSE;
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
-  HRESULT hr = register_classes(kClasses, &kLibId, L"1.1");
-  if (FAILED(hr)) return hr;
-  ComPtr<ITypeLib> library;
-  const std::wstring path = module_path();
-  hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, library.put());
-  if (SUCCEEDED(hr))
-    hr = RegisterTypeLib(library.get(), const_cast<OLECHAR*>(path.c_str()), nullptr);
-  return FAILED(hr) ? SELFREG_E_TYPELIB : S_OK;
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() {
 #ifdef _WIN64
   const SYSKIND sys = SYS_WIN64;
 #else
   const SYSKIND sys = SYS_WIN32;
 #endif
-  HRESULT classes = unregister_classes(kClasses);
   HRESULT lib = UnRegisterTypeLib(kLibId, kLibMajor, kLibMinor, 0, sys);
   if (FAILED(lib) && lib != TYPE_E_REGISTRYACCESS && lib != TYPE_E_CANTLOADLIBRARY &&
       lib != TYPE_E_LIBNOTREGISTERED)
     return SELFREG_E_TYPELIB;
-  return classes;
+  return S_OK;
 }
+
+}  // namespace
+
+const DllClasses kDllClasses{kClasses, &kLibId, L"1.1", register_type_library};
+
+}  // namespace qz::com

@@ -3,8 +3,8 @@
 #include <mutex>
 #include <unordered_map>
 
+#include "com/src/com_object.hpp"
 #include "com/src/convert.hpp"
-#include "com/src/core.hpp"
 #include "com/src/errors.hpp"
 #include "qzxl/convert.hpp"
 
@@ -56,26 +56,12 @@ Registry& registry() {
   return r;
 }
 
-class NameTypeInfo final : public ITypeInfo {
+class NameTypeInfo final : public ComObject<ITypeInfo> {
  public:
-  explicit NameTypeInfo(String name) : name_(std::move(name)) { module_add_ref(); }
-  ~NameTypeInfo() { module_release(); }
+  explicit NameTypeInfo(String name) : name_(std::move(name)) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_ITypeInfo)) {
-      *out = static_cast<ITypeInfo*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    ULONG n = --refs_;
-    if (n == 0) delete this;
-    return n;
+  void* find_interface(REFIID iid) noexcept override {
+    return IsEqualIID(iid, IID_ITypeInfo) ? static_cast<ITypeInfo*>(this) : nullptr;
   }
   HRESULT STDMETHODCALLTYPE GetTypeAttr(TYPEATTR** out) override {
     if (!out) return E_POINTER;
@@ -126,31 +112,16 @@ class NameTypeInfo final : public ITypeInfo {
   void STDMETHODCALLTYPE ReleaseVarDesc(VARDESC*) override {}
 
  private:
-  std::atomic<ULONG> refs_{1};
   String name_;
 };
 
 // `For Each` over a snapshot of the object's items.
-class ItemEnum final : public IEnumVARIANT {
+class ItemEnum final : public ComObject<IEnumVARIANT> {
  public:
-  explicit ItemEnum(std::vector<Variant> items) : items_(std::move(items)) { module_add_ref(); }
-  ~ItemEnum() { module_release(); }
+  explicit ItemEnum(std::vector<Variant> items) : items_(std::move(items)) {}
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IEnumVARIANT)) {
-      *out = static_cast<IEnumVARIANT*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    ULONG n = --refs_;
-    if (n == 0) delete this;
-    return n;
+  void* find_interface(REFIID iid) noexcept override {
+    return IsEqualIID(iid, IID_IEnumVARIANT) ? static_cast<IEnumVARIANT*>(this) : nullptr;
   }
   HRESULT STDMETHODCALLTYPE Next(ULONG count, VARIANT* out, ULONG* fetched) override {
     if (!out) return E_POINTER;
@@ -180,51 +151,24 @@ class ItemEnum final : public IEnumVARIANT {
   }
 
  private:
-  std::atomic<ULONG> refs_{1};
   std::vector<Variant> items_;
   size_t pos_ = 0;
 };
 
-class ObjectDispatch final : public IDispatch {
+class ObjectDispatch final : public ComObject<IDispatch> {
  public:
-  explicit ObjectDispatch(ObjectPtr object) : object_(std::move(object)) { module_add_ref(); }
-  ~ObjectDispatch() {
-    {
-      std::lock_guard lock(registry().mutex);
-      auto it = registry().live.find(object_.get());
-      if (it != registry().live.end() && it->second == this) registry().live.erase(it);
-    }
-    module_release();
+  explicit ObjectDispatch(ObjectPtr object) : object_(std::move(object)) {
+    answer_identity(kObjectDispatchTag, this);
+  }
+  ~ObjectDispatch() override {
+    std::lock_guard lock(registry().mutex);
+    auto it = registry().live.find(object_.get());
+    if (it != registry().live.end() && it->second == this) registry().live.erase(it);
   }
   const ObjectPtr& object() const { return object_; }
 
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    if (IsEqualIID(iid, kObjectDispatchTag)) {
-      *out = &identity_;
-      return S_OK;
-    }
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch)) {
-      *out = static_cast<IDispatch*>(this);
-      AddRef();
-      return S_OK;
-    }
-    *out = nullptr;
-    return E_NOINTERFACE;
-  }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    ULONG n = --refs_;
-    if (n == 0) delete this;
-    return n;
-  }
-  // Called under the registry lock: a wrapper whose last reference is being released must
-  // not be handed out again.
-  bool try_add_ref() {
-    ULONG n = refs_.load();
-    while (n != 0)
-      if (refs_.compare_exchange_weak(n, n + 1)) return true;
-    return false;
+  void* find_interface(REFIID iid) noexcept override {
+    return IsEqualIID(iid, IID_IDispatch) ? static_cast<IDispatch*>(this) : nullptr;
   }
 
   HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
@@ -265,9 +209,7 @@ class ObjectDispatch final : public IDispatch {
  private:
   Variant call(const String& name, qz::Invoke kind, std::vector<Variant>& args);
 
-  std::atomic<ULONG> refs_{1};
   ObjectPtr object_;
-  OwnIdentity identity_{&g_module_marker, this};
 };
 
 Variant ObjectDispatch::call(const String& name, qz::Invoke kind, std::vector<Variant>& args) {

@@ -11,6 +11,7 @@
 #include <type_traits>
 
 #include "com/generated/qzxllib_servers.hpp"
+#include "com/src/com_object.hpp"
 #include "com/src/convert.hpp"
 #include "com/src/core.hpp"
 #include "com/src/disp_object.hpp"
@@ -29,26 +30,21 @@ ITypeInfo* server_vtable_info(REFIID iid);
 /// The FmlaPiece record's description (borrowed).
 IRecordInfo* piece_record_info();
 
-/// What every server has, whatever its interface: the reference count, the library object
-/// and the table of live servers that keeps one server per object.
+/// What every server has, whatever its interface: the library object and the table of live
+/// servers that keeps one server per object.
 class ServerBase {
  public:
   virtual ~ServerBase() = default;
   virtual IDispatch* as_dispatch() noexcept = 0;
   virtual ObjectPtr library_object() const = 0;
+  /// A new reference, unless the server is already being released.
+  virtual bool try_add_ref() noexcept = 0;
 
  protected:
   /// The live server of `object` with a new reference, or null.
   static IDispatch* find_live(const Object* object);
   void register_live(const Object* object);
   void unregister_live(const Object* object);
-  bool try_add_ref() noexcept {
-    ULONG n = refs_.load();
-    while (n != 0)
-      if (refs_.compare_exchange_weak(n, n + 1)) return true;
-    return false;
-  }
-  std::atomic<ULONG> refs_{1};
 };
 
 /// Identifies the servers of this module in QueryInterface.
@@ -61,7 +57,7 @@ ObjectPtr server_object(IDispatch* dispatch);
 /// The server of interface `Itf` over library interface `Lib`; `Derived` is the generated
 /// class holding the members.
 template <class Derived, class Itf, class Lib>
-class Server : public Itf, public ISupportErrorInfo, public ServerBase {
+class Server : public ComObject<Itf, ISupportErrorInfo>, public ServerBase {
  public:
   /// The server of `object` (the existing one while a client holds it); null for Nothing.
   static Itf* create(std::shared_ptr<Lib> object) {
@@ -71,37 +67,18 @@ class Server : public Itf, public ISupportErrorInfo, public ServerBase {
   }
 
   explicit Server(std::shared_ptr<Lib> object) : impl_(std::move(object)) {
-    module_add_ref();
+    this->answer_identity(kServerTag, static_cast<ServerBase*>(this));
     register_live(impl_.get());
   }
-  ~Server() override {
-    unregister_live(impl_.get());
-    module_release();
-  }
+  ~Server() override { unregister_live(impl_.get()); }
 
-  // IUnknown
-  HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override {
-    if (!out) return E_POINTER;
-    *out = nullptr;
-    if (IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-        IsEqualIID(iid, itf_of<Lib>::iid))
-      *out = static_cast<Itf*>(this);
-    else if (IsEqualIID(iid, IID_ISupportErrorInfo))
-      *out = static_cast<ISupportErrorInfo*>(this);
-    else if (IsEqualIID(iid, kServerTag)) {
-      *out = &identity_;
-      return S_OK;
-    } else
-      return E_NOINTERFACE;
-    AddRef();
-    return S_OK;
+  void* find_interface(REFIID iid) noexcept override {
+    if (IsEqualIID(iid, IID_IDispatch) || IsEqualIID(iid, itf_of<Lib>::iid))
+      return static_cast<Itf*>(this);
+    if (IsEqualIID(iid, IID_ISupportErrorInfo)) return static_cast<ISupportErrorInfo*>(this);
+    return nullptr;
   }
-  ULONG STDMETHODCALLTYPE AddRef() override { return ++refs_; }
-  ULONG STDMETHODCALLTYPE Release() override {
-    ULONG n = --refs_;
-    if (n == 0) delete this;
-    return n;
-  }
+  bool try_add_ref() noexcept override { return ComObject<Itf, ISupportErrorInfo>::try_add_ref(); }
 
   // ISupportErrorInfo
   HRESULT STDMETHODCALLTYPE InterfaceSupportsErrorInfo(REFIID iid) override {
@@ -146,7 +123,6 @@ class Server : public Itf, public ISupportErrorInfo, public ServerBase {
 
  private:
   std::shared_ptr<Lib> impl_;
-  OwnIdentity identity_{&g_module_marker, static_cast<ServerBase*>(this)};
 };
 
 // ---- Arguments --------------------------------------------------------------------------

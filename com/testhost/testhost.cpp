@@ -6,8 +6,6 @@
 // A few helpers show how values arrive over COM, and a clock times calls.
 #include <windows.h>
 
-#include <olectl.h>
-
 #include <mutex>
 
 #include "com/src/convert.hpp"
@@ -16,20 +14,15 @@
 #include "com/src/errors.hpp"
 #include "com/src/module_support.hpp"
 #include "com/src/object_dispatch.hpp"
-#include "engine/core/engine.hpp"
-#include "engine/core/user.hpp"
+#include "com/src/user_locale.hpp"
+#include "engine/host/engine.hpp"
+#include "engine/host/user.hpp"
 #include "host/dispatch.hpp"
 #include "host/host.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::com {
 namespace {
-
-constexpr GUID kClsidEngine = {
-    0xCD6B2A48, 0x42AB, 0x4E4D, {0xA7, 0x16, 0x03, 0xE2, 0x96, 0x96, 0x8E, 0xB7}};
-constexpr ClassEntry kClasses[] = {
-    {kClsidEngine, L"QZXLTest.Engine", L"QZXLLib test engine"},
-};
 
 // The pieces of a formula as a script can compare them: "piece@start:flags" joined by "|",
 // the flags being the letters of the piece's true Booleans (Operator, Function, Range,
@@ -132,6 +125,8 @@ class TestEngine final : public Object {
       engine::ApplicationOptions options;
       // A fixed clock: 14 November 2026 09:30, so that NOW() and TODAY() are repeatable.
       options.clock = [] { return 46340.395833333336; };
+      // The application shows and reads values in the user's regional settings.
+      set_locale(user_locale());
       return Variant(ObjectPtr(engine::create_application(options)));
     }
     if (same_member(name, u"NewUser"))
@@ -205,50 +200,22 @@ void enter_module() {
   });
 }
 
-}  // namespace
-}  // namespace qz::com
-
-using namespace qz::com;
-
-extern "C" BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
-  if (reason == DLL_PROCESS_ATTACH) {
-    g_instance = instance;
-    DisableThreadLibraryCalls(instance);
-  }
-  // The session's objects are destroyed after this; at process exit they must not call into
-  // modules that may already be unloaded.
-  if (reason == DLL_PROCESS_DETACH && reserved) g_process_ending = true;
-  return TRUE;
-}
-
-extern "C" HRESULT STDAPICALLTYPE DllGetClassObject(REFCLSID clsid, REFIID iid, void** out) {
-  if (!out) return E_POINTER;
-  *out = nullptr;
-  if (!IsEqualCLSID(clsid, kClsidEngine)) return CLASS_E_CLASSNOTAVAILABLE;
-  IClassFactory* factory = nullptr;
-  HRESULT hr = guard([&] {
-    factory = make_class_factory([](REFIID i, void** o) {
-      enter_module();
-      IDispatch* d = dispatch_for(std::make_shared<TestEngine>());
-      HRESULT r = d->QueryInterface(i, o);
-      d->Release();
-      return r;
-    });
-  });
-  if (FAILED(hr)) return hr;
-  hr = factory->QueryInterface(iid, out);
-  factory->Release();
+HRESULT create_engine(REFIID iid, void** out) {
+  enter_module();
+  IDispatch* d = dispatch_for(std::make_shared<TestEngine>());
+  HRESULT hr = d->QueryInterface(iid, out);
+  d->Release();
   return hr;
 }
 
-extern "C" HRESULT STDAPICALLTYPE DllCanUnloadNow() {
-  return module_can_unload() ? S_OK : S_FALSE;
-}
+constexpr GUID kClsidEngine = {
+    0xCD6B2A48, 0x42AB, 0x4E4D, {0xA7, 0x16, 0x03, 0xE2, 0x96, 0x96, 0x8E, 0xB7}};
+constexpr ClassEntry kClasses[] = {
+    {kClsidEngine, L"QZXLTest.Engine", L"QZXLLib test engine", create_engine},
+};
 
-extern "C" HRESULT STDAPICALLTYPE DllRegisterServer() {
-  return register_classes(kClasses, nullptr, nullptr);
-}
+}  // namespace
 
-extern "C" HRESULT STDAPICALLTYPE DllUnregisterServer() {
-  return unregister_classes(kClasses);
-}
+const DllClasses kDllClasses{kClasses, nullptr, nullptr, nullptr};
+
+}  // namespace qz::com

@@ -70,6 +70,9 @@ class SheetResolver {
   /// references such as Sheet1:Sheet3!A1. A workbook that does not answer (the default)
   /// makes such references evaluate to #REF!.
   virtual std::vector<SheetId> sheets_between(SheetId first, SheetId last) const { return {}; }
+  /// Every sheet in workbook order, for SHEET and SHEETS. A workbook that does not answer
+  /// (the default) makes them evaluate to #N/A.
+  virtual std::vector<SheetId> sheet_order() const { return {}; }
 };
 
 enum class Notation : uint8_t { A1, R1C1 };
@@ -118,6 +121,22 @@ struct NameDefinition {
   SheetId home = kNoSheet;
 };
 
+/// What CELL reads about a cell besides its value.
+struct CellFacts {
+  String number_format = u"General";  ///< the number format code
+  double column_width = 8.43;         ///< in characters of the default font
+  bool locked = true;
+  /// The horizontal alignment: 'l' left, 'r' right, 'c' centred, 'f' fill, 0 general.
+  char16_t alignment = 0;
+};
+
+/// The workbook as CELL("filename") and INFO see it.
+struct WorkbookFacts {
+  String folder;  ///< the folder of the file, without a trailing separator; empty if unsaved
+  String name;    ///< the file name ("Book1.xlsx")
+  bool manual_calculation = false;
+};
+
 /// What evaluation reads. Implemented by the engine's workbook.
 class EvalContext {
  public:
@@ -143,6 +162,12 @@ class EvalContext {
   /// Whether a row is hidden. SUBTOTAL(101..111) and AGGREGATE leave hidden rows out when
   /// asked; a context that does not answer (the default) hides nothing.
   virtual bool row_hidden(SheetId sheet, int32_t row) { return false; }
+  /// A cell's format, width, alignment and protection, for CELL. A context that does not
+  /// answer (the default) makes the answers that need them #N/A.
+  virtual std::optional<CellFacts> cell_facts(SheetId sheet, CellRef cell) { return std::nullopt; }
+  /// The workbook's file and calculation mode, for CELL and INFO; the default does not
+  /// answer.
+  virtual std::optional<WorkbookFacts> workbook_facts() { return std::nullopt; }
 };
 
 /// Evaluates a formula at `origin` on `sheet`. A result that is a reference yields the
@@ -171,6 +196,16 @@ References references(const Formula& f, CellRef origin, SheetId sheet,
 
 /// The functions evaluation knows, upper-case, sorted.
 std::vector<String> function_names();
+
+/// Whether a function's value cannot be computed from what a file holds: it needs a
+/// connection, a server or code outside the workbook (RTD, WEBSERVICE, CALL, the cube
+/// functions, ...). Such a function evaluates to the error the application gives without
+/// its source. False for names that are no function.
+bool function_not_computable(StringView name);
+
+/// The name of a function as files write it: newer functions carry the "_xlfn." prefix
+/// ("_xlfn.XLOOKUP"). Names that are no function come back as given.
+String function_file_name(StringView name);
 
 /// Which cells depend on which: formula cells register the rectangles they read; a change
 /// to any cell yields the formula cells to recalculate. Range references are indexed so

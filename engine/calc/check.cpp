@@ -57,6 +57,11 @@ class CachedBook : public EvalContext, public SheetResolver {
     for (SheetId s = std::min(first, last); s <= std::max(first, last); ++s) out.push_back(s);
     return out;
   }
+  std::vector<SheetId> sheet_order() const override {
+    std::vector<SheetId> out(book_.sheets.size());
+    for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<SheetId>(i);
+    return out;
+  }
 
   Value cell_value(SheetId sheet, CellRef cell) override {
     if (sheet < 0 || sheet >= static_cast<SheetId>(sheets_.size()))
@@ -189,8 +194,10 @@ const char* reason_to_skip(const Formula& f, EvalContext& ctx, SheetId sheet, in
       size_t dot = name.rfind(u'.');
       StringView bare = StringView(name);
       if (name.rfind(u"_xl", 0) == 0 && dot != String::npos) bare = bare.substr(dot + 1);
-      if (bare == u"RAND" || bare == u"RANDBETWEEN" || bare == u"NOW" || bare == u"TODAY")
+      if (bare == u"RAND" || bare == u"RANDBETWEEN" || bare == u"NOW" || bare == u"TODAY" ||
+          bare == u"RANDARRAY" || bare == u"CELL" || bare == u"INFO")
         return "volatile";
+      if (function_not_computable(bare)) return "not computable from a file";
     }
   }
   return nullptr;

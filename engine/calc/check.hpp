@@ -58,8 +58,8 @@ struct CheckReport {
 /// Recalculates every formula cell of `book` against the cached values of its inputs and
 /// compares with the cell's own cached value (numbers to nine significant digits, text
 /// exactly, Booleans and errors by kind). Formulas that call volatile functions (NOW, RAND,
-/// ...), functions outside function_names(), other workbooks, structured references or data
-/// tables are counted as skipped, with the reason.
+/// ...), functions outside function_names() or not computable from a file, other workbooks,
+/// structured references or data tables are counted as skipped, with the reason.
 CheckReport check_cached_values(const CheckWorkbook& book, size_t max_reports = 50);
 
 }  // namespace qz::engine::calc

@@ -51,6 +51,16 @@ const std::vector<FunctionInfo>& table() {
     add_date_functions(v);
     add_lookup_functions(v);
     add_finance_functions(v);
+    add_distribution_functions(v);
+    add_engineering_functions(v);
+    add_database_functions(v);
+    add_securities_functions(v);
+    add_matrix_functions(v);
+    add_text_split_functions(v);
+    add_text_locale_functions(v);
+    add_info_functions(v);
+    add_array_functions(v);
+    add_lambda_functions(v);
     std::sort(v.begin(), v.end(), [](const FunctionInfo& a, const FunctionInfo& b) {
       return StringView(a.name) < StringView(b.name);
     });
@@ -78,6 +88,200 @@ std::vector<String> function_names() {
   std::vector<String> out;
   for (const auto& f : table()) out.emplace_back(f.name);
   return out;
+}
+
+namespace {
+
+/// The functions files write with the "_xlfn." prefix: those the application added after
+/// the file format was first published, which older versions must recognise as unknown.
+constexpr const char16_t* kPrefixed[] = {
+    u"ACOT",
+    u"ACOTH",
+    u"AGGREGATE",
+    u"ARABIC",
+    u"ARRAYTOTEXT",
+    u"BASE",
+    u"BETA.DIST",
+    u"BETA.INV",
+    u"BINOM.DIST",
+    u"BINOM.DIST.RANGE",
+    u"BINOM.INV",
+    u"BITAND",
+    u"BITLSHIFT",
+    u"BITOR",
+    u"BITRSHIFT",
+    u"BITXOR",
+    u"BYCOL",
+    u"BYROW",
+    u"CEILING.MATH",
+    u"CEILING.PRECISE",
+    u"CHISQ.DIST",
+    u"CHISQ.DIST.RT",
+    u"CHISQ.INV",
+    u"CHISQ.INV.RT",
+    u"CHISQ.TEST",
+    u"CHOOSECOLS",
+    u"CHOOSEROWS",
+    u"COMBINA",
+    u"CONCAT",
+    u"CONFIDENCE.NORM",
+    u"CONFIDENCE.T",
+    u"COT",
+    u"COTH",
+    u"COVARIANCE.P",
+    u"COVARIANCE.S",
+    u"CSC",
+    u"CSCH",
+    u"DAYS",
+    u"DECIMAL",
+    u"DETECTLANGUAGE",
+    u"DROP",
+    u"ENCODEURL",
+    u"ERF.PRECISE",
+    u"ERFC.PRECISE",
+    u"EXPAND",
+    u"EXPON.DIST",
+    u"F.DIST",
+    u"F.DIST.RT",
+    u"F.INV",
+    u"F.INV.RT",
+    u"F.TEST",
+    u"FIELDVALUE",
+    u"FILTERXML",
+    u"FLOOR.MATH",
+    u"FLOOR.PRECISE",
+    u"FORECAST.ETS",
+    u"FORECAST.ETS.CONFINT",
+    u"FORECAST.ETS.SEASONALITY",
+    u"FORECAST.ETS.STAT",
+    u"FORECAST.LINEAR",
+    u"FORMULATEXT",
+    u"GAMMA",
+    u"GAMMA.DIST",
+    u"GAMMA.INV",
+    u"GAMMALN.PRECISE",
+    u"GAUSS",
+    u"HSTACK",
+    u"HYPGEOM.DIST",
+    u"IFNA",
+    u"IFS",
+    u"IMAGE",
+    u"IMCOSH",
+    u"IMCOT",
+    u"IMCSC",
+    u"IMCSCH",
+    u"IMSEC",
+    u"IMSECH",
+    u"IMSINH",
+    u"IMTAN",
+    u"ISFORMULA",
+    u"ISO.CEILING",
+    u"ISOMITTED",
+    u"ISOWEEKNUM",
+    u"LAMBDA",
+    u"LET",
+    u"LOGNORM.DIST",
+    u"LOGNORM.INV",
+    u"MAKEARRAY",
+    u"MAP",
+    u"MAXIFS",
+    u"MINIFS",
+    u"MODE.MULT",
+    u"MODE.SNGL",
+    u"MUNIT",
+    u"NEGBINOM.DIST",
+    u"NETWORKDAYS.INTL",
+    u"NORM.DIST",
+    u"NORM.INV",
+    u"NORM.S.DIST",
+    u"NORM.S.INV",
+    u"NUMBERVALUE",
+    u"PDURATION",
+    u"PERCENTILE.EXC",
+    u"PERCENTILE.INC",
+    u"PERCENTOF",
+    u"PERCENTRANK.EXC",
+    u"PERCENTRANK.INC",
+    u"PERMUTATIONA",
+    u"PHI",
+    u"POISSON.DIST",
+    u"QUARTILE.EXC",
+    u"QUARTILE.INC",
+    u"RANDARRAY",
+    u"RANK.AVG",
+    u"RANK.EQ",
+    u"REDUCE",
+    u"REGEXEXTRACT",
+    u"REGEXREPLACE",
+    u"REGEXTEST",
+    u"RRI",
+    u"SCAN",
+    u"SEC",
+    u"SECH",
+    u"SEQUENCE",
+    u"SHEET",
+    u"SHEETS",
+    u"SKEW.P",
+    u"STDEV.P",
+    u"STDEV.S",
+    u"STOCKHISTORY",
+    u"SWITCH",
+    u"T.DIST",
+    u"T.DIST.2T",
+    u"T.DIST.RT",
+    u"T.INV",
+    u"T.INV.2T",
+    u"T.TEST",
+    u"TAKE",
+    u"TEXTAFTER",
+    u"TEXTBEFORE",
+    u"TEXTJOIN",
+    u"TEXTSPLIT",
+    u"TOCOL",
+    u"TOROW",
+    u"TRANSLATE",
+    u"UNICHAR",
+    u"UNICODE",
+    u"VALUETOTEXT",
+    u"VAR.P",
+    u"VAR.S",
+    u"VSTACK",
+    u"WEBSERVICE",
+    u"WEIBULL.DIST",
+    u"WORKDAY.INTL",
+    u"WRAPCOLS",
+    u"WRAPROWS",
+    u"XLOOKUP",
+    u"XMATCH",
+    u"XOR",
+    u"Z.TEST",
+};
+
+/// The upper-case name without the file prefixes.
+String bare_name(StringView name) {
+  String upper = upper_text(name);
+  for (;;) {
+    StringView rest = upper;
+    if (rest.substr(0, 6) == u"_XLFN." || rest.substr(0, 6) == u"_XLWS.")
+      upper.erase(0, 6);
+    else
+      return upper;
+  }
+}
+
+}  // namespace
+
+bool function_not_computable(StringView name) {
+  int32_t id = find_function(bare_name(name));
+  return id >= 0 && table()[id].not_computable;
+}
+
+String function_file_name(StringView name) {
+  String bare = bare_name(name);
+  if (find_function(bare) < 0) return String(name);
+  for (const char16_t* p : kPrefixed)
+    if (bare == p) return u"_xlfn." + bare;
+  return bare;
 }
 
 bool is_volatile(const Formula& f) {
@@ -461,6 +665,9 @@ Value Evaluator::scalar(const Operand& o) {
   switch (o.kind) {
     case Operand::Kind::Value:
       return o.value;
+    case Operand::Kind::Lambda:
+      // A function is no value a cell can show.
+      return Value::error(kErrorCalc);
     case Operand::Kind::Array:
       if (o.array->cells.empty()) return Value::error(cell_error::value);
       return o.array->cells[0];
@@ -481,9 +688,9 @@ Value Evaluator::scalar(const Operand& o) {
 
 Matrix Evaluator::matrix(const Operand& o) {
   if (o.is_array()) return *o.array;
-  if (o.is_value()) {
+  if (o.is_value() || o.is_lambda()) {
     Matrix m(1, 1);
-    m.cells[0] = o.value;
+    m.cells[0] = scalar(o);
     return m;
   }
   if (o.areas.size() != 1) {
@@ -551,6 +758,18 @@ Operand Evaluator::reference(const Formula& f, const RefInfo& r) {
 }
 
 Operand Evaluator::name(const Formula& f, const Node& n) {
+  if (n.ref == kNoRef) {
+    StringView text = f.text(n.str);
+    if (const Binding* b = bound(text)) return b->omitted ? Operand(Value::empty()) : b->value;
+    // A built-in function passed by name to MAP, BYROW and the like ("_xleta.SUM").
+    if (text.size() > 7 && upper_text(text.substr(0, 7)) == u"_XLETA.") {
+      int32_t id = find_function(upper_text(text.substr(7)));
+      if (id < 0) return Value::error(cell_error::name);
+      auto l = std::make_shared<Lambda>();
+      l->builtin = id;
+      return Operand::function(std::move(l));
+    }
+  }
   SheetId scope = sheet_;
   if (n.ref != kNoRef) {
     const RefInfo& q = f.refs[n.ref];
@@ -563,15 +782,22 @@ Operand Evaluator::name(const Formula& f, const Node& n) {
   ++name_depth;
   SheetId saved = default_sheet_;
   default_sheet_ = def->home != kNoSheet ? def->home : sheet_;
+  // A name sees none of the names LET and LAMBDA bound where it is used.
+  Scope saved_scope = std::move(scope_);
+  scope_ = nullptr;
+  // A LAMBDA the name holds points into its formula, which must outlive the call.
+  keep_alive_.push_back(def->formula);
   Operand out;
   try {
     out = eval(*def->formula, def->formula->root());
   } catch (...) {
     default_sheet_ = saved;
+    scope_ = std::move(saved_scope);
     --name_depth;
     throw;
   }
   default_sheet_ = saved;
+  scope_ = std::move(saved_scope);
   --name_depth;
   return out;
 }
@@ -791,9 +1017,151 @@ Operand Evaluator::array_constant(const Formula& f, uint32_t i) {
   return Operand::arr(std::move(m));
 }
 
+// ---- LET and LAMBDA ----------------------------------------------------------------------
+
+String Evaluator::binding_name(StringView text) {
+  String upper = upper_text(text);
+  if (StringView(upper).substr(0, 6) == u"_XLPM.") upper.erase(0, 6);
+  return upper;
+}
+
+const Binding* Evaluator::bound(StringView text) const {
+  if (!scope_) return nullptr;
+  String key = binding_name(text);
+  for (const Binding* b = scope_.get(); b; b = b->outer.get())
+    if (b->name == key) return b;
+  return nullptr;
+}
+
+Operand Evaluator::eval_in(const Scope& s, const Formula& f, uint32_t i) {
+  Scope saved = std::move(scope_);
+  scope_ = s;
+  Operand out;
+  try {
+    out = eval(f, i);
+  } catch (...) {
+    scope_ = std::move(saved);
+    throw;
+  }
+  scope_ = std::move(saved);
+  return out;
+}
+
+Operand Evaluator::make_lambda(const Formula& f, const std::vector<uint32_t>& kids) {
+  if (kids.empty()) return Value::error(cell_error::value);
+  auto l = std::make_shared<Lambda>();
+  l->formula = &f;
+  l->body = kids.back();
+  l->scope = scope_;
+  l->sheet = default_sheet_;
+  for (size_t k = 0; k + 1 < kids.size(); ++k) {
+    const Node& p = f.nodes[kids[k]];
+    if (p.kind != NodeKind::Name || p.ref != kNoRef) return Value::error(cell_error::value);
+    l->params.push_back(binding_name(f.text(p.str)));
+  }
+  return Operand::function(std::move(l));
+}
+
+Operand Evaluator::invoke(const Lambda& l, std::vector<Operand> args, std::vector<bool> omitted) {
+  omitted.resize(args.size(), false);
+  if (l.builtin >= 0) {
+    // A built-in function called with values: arguments over a formula of one placeholder.
+    static const Formula placeholder = [] {
+      Formula p;
+      p.nodes.push_back(Node{});
+      return p;
+    }();
+    const FunctionInfo& info = table()[l.builtin];
+    int count = static_cast<int>(args.size());
+    if (count < info.min_args || (info.max_args >= 0 && count > info.max_args))
+      return Value::error(cell_error::value);
+    Args call_args(*this, placeholder, std::vector<uint32_t>(args.size(), 0));
+    for (size_t k = 0; k < args.size(); ++k) call_args.set(k, std::move(args[k]));
+    try {
+      return info.impl(call_args);
+    } catch (const EvalError& e) {
+      return Value::error(e.code);
+    }
+  }
+  if (args.size() > l.params.size()) return Value::error(cell_error::value);
+  // Calls nest as deep as a recursive LAMBDA goes; past this the application gives up too.
+  if (invoke_depth_ >= 200) return Value::error(cell_error::num);
+  Scope s = l.scope;
+  for (size_t k = 0; k < l.params.size(); ++k) {
+    bool gone = k >= args.size() || omitted[k];
+    s = std::make_shared<Binding>(
+        Binding{l.params[k], gone ? Operand(Value::empty()) : std::move(args[k]), gone, s});
+  }
+  SheetId saved = default_sheet_;
+  default_sheet_ = l.sheet;
+  ++invoke_depth_;
+  Operand out;
+  try {
+    out = eval_in(s, *l.formula, l.body);
+  } catch (...) {
+    default_sheet_ = saved;
+    --invoke_depth_;
+    throw;
+  }
+  default_sheet_ = saved;
+  --invoke_depth_;
+  return out;
+}
+
+Operand Evaluator::invoke_node(const Formula& f, uint32_t i, const Operand& callee,
+                               uint32_t first_arg) {
+  if (!callee.is_lambda()) {
+    if (callee.is_value() && callee.value.is_error()) return callee;
+    return Value::error(cell_error::value);
+  }
+  std::vector<uint32_t> kids;
+  f.children(i, kids);
+  std::vector<Operand> args;
+  std::vector<bool> omitted;
+  for (size_t k = first_arg; k < kids.size(); ++k) {
+    bool missing = f.nodes[kids[k]].kind == NodeKind::Missing;
+    omitted.push_back(missing);
+    args.push_back(missing ? Operand(Value::empty()) : eval(f, kids[k]));
+  }
+  return invoke(*callee.lambda, std::move(args), std::move(omitted));
+}
+
+/// A call of a name that is no built-in function: a LAMBDA bound by LET or held by a
+/// defined name.
+Operand Evaluator::call_by_name(const Formula& f, uint32_t i) {
+  const Node& n = f.nodes[i];
+  String name(f.text(n.str));
+  Operand callee;
+  if (const Binding* b = bound(name)) {
+    callee = b->value;
+  } else {
+    String bare = name;
+    if (upper_text(StringView(bare).substr(0, 7)) == u"_XLUDF.") bare.erase(0, 7);
+    auto def = ctx_.name(bare, sheet_);
+    if (!def || !def->formula) return Value::error(cell_error::name);
+    Node probe;
+    probe.kind = NodeKind::Name;
+    probe.ref = kNoRef;
+    Formula holder;
+    holder.pool.push_back(bare);
+    probe.str = 1;
+    try {
+      callee = this->name(holder, probe);
+    } catch (const EvalError& e) {
+      return Value::error(e.code);
+    }
+  }
+  if (!callee.is_lambda()) return Value::error(cell_error::name);
+  try {
+    return invoke_node(f, i, callee, 0);
+  } catch (const EvalError& e) {
+    return Value::error(e.code);
+  }
+}
+
 Operand Evaluator::call(const Formula& f, uint32_t i) {
   const Node& n = f.nodes[i];
-  if (n.func < 0) return Value::error(cell_error::name);
+  if (n.func < 0) return call_by_name(f, i);
   const FunctionInfo& info = table()[n.func];
   std::vector<uint32_t> kids;
   f.children(i, kids);
@@ -894,6 +1262,15 @@ Operand Evaluator::eval(const Formula& f, uint32_t i) {
       return Value::error(cell_error::ref);
     case NodeKind::Array:
       return array_constant(f, i);
+    case NodeKind::Invoke: {
+      std::vector<uint32_t> kids;
+      f.children(i, kids);
+      try {
+        return invoke_node(f, i, eval(f, kids[0]), 1);
+      } catch (const EvalError& e) {
+        return Value::error(e.code);
+      }
+    }
     case NodeKind::Paren:
     case NodeKind::Spill:  // without spilled blocks, the anchor stands for itself
       return eval(f, i - 1);

@@ -31,12 +31,16 @@ struct Matrix {
 };
 using MatrixPtr = std::shared_ptr<const Matrix>;
 
-/// What an expression yields: a value, a reference (one or more areas) or an array.
+struct Lambda;
+
+/// What an expression yields: a value, a reference (one or more areas), an array, or a
+/// function made by LAMBDA.
 struct Operand {
-  enum class Kind : uint8_t { Value, Ref, Array } kind = Kind::Value;
+  enum class Kind : uint8_t { Value, Ref, Array, Lambda } kind = Kind::Value;
   Value value;
   std::vector<Area> areas;
   MatrixPtr array;
+  std::shared_ptr<const Lambda> lambda;
 
   Operand() = default;
   Operand(Value v) : value(std::move(v)) {}
@@ -52,10 +56,43 @@ struct Operand {
     o.array = std::make_shared<const Matrix>(std::move(m));
     return o;
   }
+  static Operand function(std::shared_ptr<const Lambda> l) {
+    Operand o;
+    o.kind = Kind::Lambda;
+    o.lambda = std::move(l);
+    return o;
+  }
   bool is_ref() const { return kind == Kind::Ref; }
+  bool is_lambda() const { return kind == Kind::Lambda; }
   bool is_array() const { return kind == Kind::Array; }
   bool is_value() const { return kind == Kind::Value; }
 };
+
+/// A name bound by LET or by a LAMBDA's parameter; scopes chain outward.
+struct Binding {
+  String name;  ///< upper-case, without the "_xlpm." prefix files write
+  Operand value;
+  bool omitted = false;  ///< a LAMBDA parameter the call left out
+  std::shared_ptr<const Binding> outer;
+};
+using Scope = std::shared_ptr<const Binding>;
+
+/// A LAMBDA as a value: its parameters, its body and the scope it was made in; or a
+/// built-in function passed by name ("_xleta.SUM").
+struct Lambda {
+  const Formula* formula = nullptr;
+  std::vector<String> params;
+  uint32_t body = 0;
+  Scope scope;
+  SheetId sheet = kNoSheet;  ///< the sheet unqualified references in the body mean
+  int32_t builtin = -1;      ///< the built-in function, when it is one
+};
+
+/// The newer error values beyond those of qzxl/variant.hpp.
+inline constexpr int32_t kErrorGettingData = 2043;  ///< #GETTING_DATA
+inline constexpr int32_t kErrorConnect = 2046;      ///< #CONNECT!
+inline constexpr int32_t kErrorBlocked = 2047;      ///< #BLOCKED!
+inline constexpr int32_t kErrorCalc = 2050;         ///< #CALC!
 
 /// An error value travelling up through a function; caught where the function was called.
 struct EvalError {
@@ -80,6 +117,11 @@ class Args {
   const Operand& get(size_t i);
   /// Replaces argument i by a value already computed (element-wise application).
   void set(size_t i, Operand o) { cache_[i] = std::move(o); }
+  /// The formula node of argument i, for functions that read their arguments as written
+  /// (LET and LAMBDA take names).
+  const Node& node(size_t i) const { return f_.nodes[nodes_[i]]; }
+  uint32_t node_index(size_t i) const { return nodes_[i]; }
+  const Formula& formula() const { return f_; }
   /// Argument i with references and operators evaluated array-wise, as functions whose
   /// arguments are arrays (SUMPRODUCT) see them.
   Operand get_array(size_t i);
@@ -104,6 +146,8 @@ struct FunctionInfo {
   /// so SUMPRODUCT(--ISNUMBER(A1:A9)) and SUM(LEN({"a","bb"})) work.
   uint32_t scalar_args = 0;
   bool is_volatile = false;
+  /// Needs a connection, a server or outside code: see function_not_computable().
+  bool not_computable = false;
 };
 
 /// Masks for FunctionInfo::scalar_args, named by the arguments (counted from 0) that take
@@ -125,6 +169,16 @@ void add_text_functions(std::vector<FunctionInfo>& table);
 void add_date_functions(std::vector<FunctionInfo>& table);
 void add_lookup_functions(std::vector<FunctionInfo>& table);
 void add_finance_functions(std::vector<FunctionInfo>& table);
+void add_distribution_functions(std::vector<FunctionInfo>& table);
+void add_engineering_functions(std::vector<FunctionInfo>& table);
+void add_database_functions(std::vector<FunctionInfo>& table);
+void add_securities_functions(std::vector<FunctionInfo>& table);
+void add_matrix_functions(std::vector<FunctionInfo>& table);
+void add_text_split_functions(std::vector<FunctionInfo>& table);
+void add_text_locale_functions(std::vector<FunctionInfo>& table);
+void add_info_functions(std::vector<FunctionInfo>& table);
+void add_array_functions(std::vector<FunctionInfo>& table);
+void add_lambda_functions(std::vector<FunctionInfo>& table);
 
 class Evaluator {
  public:
@@ -184,6 +238,22 @@ class Evaluator {
 
   int name_depth = 0;
 
+  // ---- names bound by LET and LAMBDA ----------------------------------------------------
+
+  /// The name as a binding knows it: upper-case, without the "_xlpm." prefix.
+  static String binding_name(StringView text);
+  /// The binding of a name where evaluation stands, if it has one.
+  const Binding* bound(StringView text) const;
+  const Scope& scope() const { return scope_; }
+  /// Evaluates node `i` of `f` with `s` as the scope of bound names.
+  Operand eval_in(const Scope& s, const Formula& f, uint32_t i);
+  /// Makes a LAMBDA of the parameter names and the body at `nodes` of `f` (the body last),
+  /// closing over the current scope.
+  Operand make_lambda(const Formula& f, const std::vector<uint32_t>& nodes);
+  /// Calls a function value with arguments already evaluated; fewer arguments than
+  /// parameters leave the rest omitted (ISOMITTED), more are #VALUE!.
+  Operand invoke(const Lambda& l, std::vector<Operand> args, std::vector<bool> omitted = {});
+
  private:
   EvalContext& ctx_;
   CellRef origin_;
@@ -198,6 +268,12 @@ class Evaluator {
   Operand apply(Op op, const Operand& a, const Operand& b);
   Operand reference_op(Op op, const Operand& a, const Operand& b);
   Operand array_constant(const Formula& f, uint32_t i);
+  Operand call_by_name(const Formula& f, uint32_t i);
+  Operand invoke_node(const Formula& f, uint32_t i, const Operand& callee, uint32_t first_arg);
+
+  Scope scope_;
+  std::vector<FormulaPtr> keep_alive_;  // the formulas of names whose LAMBDAs are in use
+  int invoke_depth_ = 0;
 };
 
 template <class F>
@@ -206,6 +282,8 @@ void Evaluator::for_each(const Operand& o, F&& visit) {
     visit(o.value, false);
   } else if (o.is_array()) {
     for (const Value& v : o.array->cells) visit(v, false);
+  } else if (o.is_lambda()) {
+    visit(Value::error(kErrorCalc), false);
   } else {
     for (const Area& a : o.areas) {
       auto c = clip(a);

@@ -4,28 +4,23 @@
 #include <cmath>
 #include <set>
 
+#include "engine/calc/fn_dates.hpp"
 #include "engine/calc/fn_util.hpp"
 #include "engine/numfmt/numfmt.hpp"
 
 namespace qz::engine::calc {
-namespace {
 
-using namespace fn;
+namespace fn {
 
-struct Ymd {
-  int y, m, d;
-};
-
-Ymd ymd(Args& a, double serial) {
+Ymd ymd_of(bool date1904, double serial) {
   Ymd r{};
-  numfmt::date_from_serial(serial, a.ev().date1904(), r.y, r.m, r.d);
+  numfmt::date_from_serial(serial, date1904, r.y, r.m, r.d);
   return r;
 }
-double serial_of(Args& a, int y, int m, int d) {
-  return numfmt::serial_from_date(y, m, d, a.ev().date1904());
+double serial_from(bool date1904, int y, int m, int d) {
+  return numfmt::serial_from_date(y, m, d, date1904);
 }
 
-/// A date argument: a serial (text that reads as a date counts), truncated, not negative.
 double date_arg(Args& a, size_t i) {
   double v = number(a, i);
   if (v < 0 || v >= 2958466) raise(cell_error::num);
@@ -38,6 +33,64 @@ bool leap(int y) {
 int days_in_month(int y, int m) {
   static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   return m == 2 && leap(y) ? 29 : days[m - 1];
+}
+
+double days_30_360(Ymd d1, Ymd d2, bool european) {
+  if (european) {
+    if (d1.d == 31) d1.d = 30;
+    if (d2.d == 31) d2.d = 30;
+  } else {
+    bool last_feb1 = d1.m == 2 && d1.d == days_in_month(d1.y, 2);
+    bool last_feb2 = d2.m == 2 && d2.d == days_in_month(d2.y, 2);
+    if (last_feb1 && last_feb2) d2.d = 30;
+    if (last_feb1) d1.d = 30;
+    if (d2.d == 31 && d1.d >= 30) d2.d = 30;
+    if (d1.d == 31) d1.d = 30;
+  }
+  return (d2.y - d1.y) * 360.0 + (d2.m - d1.m) * 30.0 + (d2.d - d1.d);
+}
+
+double year_fraction(bool date1904, double s1, double s2, int basis) {
+  if (s1 > s2) std::swap(s1, s2);
+  Ymd d1 = ymd_of(date1904, s1), d2 = ymd_of(date1904, s2);
+  switch (basis) {
+    case 0:
+      return days_30_360(d1, d2, false) / 360;
+    case 1: {
+      double days = s2 - s1;
+      if (d1.y == d2.y) return days / (leap(d1.y) ? 366 : 365);
+      bool within_year = d2.y == d1.y + 1 && (d1.m > d2.m || (d1.m == d2.m && d1.d >= d2.d));
+      if (within_year) {
+        // 366 when a 29 February falls between the two dates.
+        bool feb29 = false;
+        if (leap(d1.y) && (d1.m < 3)) feb29 = true;
+        if (leap(d2.y) && (d2.m > 2 || (d2.m == 2 && d2.d == 29))) feb29 = true;
+        return days / (feb29 ? 366 : 365);
+      }
+      double span = serial_from(date1904, d2.y + 1, 1, 1) - serial_from(date1904, d1.y, 1, 1);
+      double avg = span / (d2.y - d1.y + 1);
+      return days / avg;
+    }
+    case 2:
+      return (s2 - s1) / 360;
+    case 3:
+      return (s2 - s1) / 365;
+    default:
+      return days_30_360(d1, d2, true) / 360;
+  }
+}
+
+}  // namespace fn
+
+namespace {
+
+using namespace fn;
+
+Ymd ymd(Args& a, double serial) {
+  return ymd_of(a.ev().date1904(), serial);
+}
+double serial_of(Args& a, int y, int m, int d) {
+  return serial_from(a.ev().date1904(), y, m, d);
 }
 
 /// Day of the week, 0 = Sunday.
@@ -197,44 +250,7 @@ Operand f_yearfrac(Args& a) {
   double s1 = date_arg(a, 0), s2 = date_arg(a, 1);
   int basis = a.missing(2) ? 0 : static_cast<int>(std::trunc(number(a, 2)));
   if (basis < 0 || basis > 4) return error(cell_error::num);
-  if (s1 > s2) std::swap(s1, s2);
-  Ymd d1 = ymd(a, s1), d2 = ymd(a, s2);
-  switch (basis) {
-    case 0: {
-      bool last_feb1 = d1.m == 2 && d1.d == days_in_month(d1.y, 2);
-      bool last_feb2 = d2.m == 2 && d2.d == days_in_month(d2.y, 2);
-      if (last_feb1 && last_feb2) d2.d = 30;
-      if (last_feb1) d1.d = 30;
-      if (d2.d == 31 && d1.d >= 30) d2.d = 30;
-      if (d1.d == 31) d1.d = 30;
-      return num(((d2.y - d1.y) * 360.0 + (d2.m - d1.m) * 30.0 + (d2.d - d1.d)) / 360);
-    }
-    case 1: {
-      double days = s2 - s1;
-      if (d1.y == d2.y) return num(days / (leap(d1.y) ? 366 : 365));
-      bool within_year = d2.y == d1.y + 1 && (d1.m > d2.m || (d1.m == d2.m && d1.d >= d2.d));
-      if (within_year) {
-        // 366 when a 29 February falls between the two dates.
-        bool feb29 = false;
-        if (leap(d1.y) && (d1.m < 3)) feb29 = true;
-        if (leap(d2.y) && (d2.m > 2 || (d2.m == 2 && d2.d == 29))) feb29 = true;
-        return num(days / (feb29 ? 366 : 365));
-      }
-      double span = serial_of(a, d2.y + 1, 1, 1) - serial_of(a, d1.y, 1, 1);
-      double avg = span / (d2.y - d1.y + 1);
-      return num(days / avg);
-    }
-    case 2:
-      return num((s2 - s1) / 360);
-    case 3:
-      return num((s2 - s1) / 365);
-    case 4: {
-      if (d1.d == 31) d1.d = 30;
-      if (d2.d == 31) d2.d = 30;
-      return num(((d2.y - d1.y) * 360.0 + (d2.m - d1.m) * 30.0 + (d2.d - d1.d)) / 360);
-    }
-  }
-  return error(cell_error::num);
+  return num(year_fraction(a.ev().date1904(), s1, s2, basis));
 }
 
 /// Weekend days as a mask over 0 = Sunday .. 6 = Saturday, from the .INTL argument.

@@ -1,5 +1,6 @@
 // Financial functions: annuities, net present values, internal rates of return,
 // depreciation.
+#include <algorithm>
 #include <cmath>
 
 #include "engine/calc/fn_util.hpp"
@@ -299,6 +300,96 @@ Operand f_nominal(Args& a) {
   return num(n * (std::pow(1 + r, 1 / n) - 1));
 }
 
+// ---- declining balance over fractional periods, schedules, growth --------------------------
+
+/// Depreciation from the start of life up to time `t` (in periods, possibly fractional) by
+/// declining balance at `factor`, switching to straight line over the remaining life once
+/// that gives more (unless told not to); a partial period counts its share.
+double declining_until(double cost, double salvage, double life, double t, double factor,
+                       bool no_switch) {
+  double book = cost, total = 0;
+  bool straight = false;
+  double straight_amount = 0;
+  for (double p = 0; p < t; ++p) {
+    double dep;
+    if (straight) {
+      dep = straight_amount;
+    } else {
+      dep = std::min(book * factor / life, std::max(0.0, book - salvage));
+      double remaining = life - p;
+      double line = remaining > 0 ? std::max(0.0, book - salvage) / remaining : 0;
+      if (!no_switch && line > dep) {
+        straight = true;
+        straight_amount = line;
+        dep = line;
+      }
+    }
+    dep = std::min(dep, std::max(0.0, book - salvage));
+    double share = std::min(1.0, t - p);
+    total += dep * share;
+    book -= dep;
+  }
+  return total;
+}
+
+Operand f_vdb(Args& a) {
+  double cost = number(a, 0), salvage = number(a, 1), life = number(a, 2);
+  double start = number(a, 3), end = number(a, 4);
+  double factor = number_or(a, 5, 2);
+  bool no_switch = boolean_or(a, 6, false);
+  if (cost < 0 || salvage < 0 || life <= 0 || start < 0 || end < start || end > life || factor <= 0)
+    return error(cell_error::num);
+  return num(declining_until(cost, salvage, life, end, factor, no_switch) -
+             declining_until(cost, salvage, life, start, factor, no_switch));
+}
+
+Operand f_fvschedule(Args& a) {
+  double v = number(a, 0);
+  const Operand& o = a.get(1);
+  auto grow = [&](const Value& r) {
+    if (r.is_error()) raise(r.error_code());
+    if (r.kind == Value::Kind::Text) raise(cell_error::value);
+    v *= 1 + r.number;
+  };
+  if (o.is_value())
+    grow(Value::num(Evaluator::to_number(o.value)));
+  else
+    a.ev().for_each(o, [&](const Value& r, bool) { grow(r); });
+  return num(v);
+}
+
+Operand f_pduration(Args& a) {
+  double r = number(a, 0), pv = number(a, 1), fv = number(a, 2);
+  if (r <= 0 || pv <= 0 || fv <= 0) return error(cell_error::num);
+  return num((std::log(fv) - std::log(pv)) / std::log1p(r));
+}
+Operand f_rri(Args& a) {
+  double n = number(a, 0), pv = number(a, 1), fv = number(a, 2);
+  if (n <= 0 || pv == 0) return error(cell_error::num);
+  return num(std::pow(fv / pv, 1 / n) - 1);
+}
+Operand f_ispmt(Args& a) {
+  double r = number(a, 0), per = number(a, 1), n = number(a, 2), pv = number(a, 3);
+  if (n == 0) return error(cell_error::div0);
+  return num(pv * r * (per / n - 1));
+}
+
+/// DOLLARDE and DOLLARFR: the digits after the point as a count of 1/fraction parts.
+Operand dollar_fraction(Args& a, bool to_decimal) {
+  double x = number(a, 0), fraction = std::trunc(number(a, 1));
+  if (fraction < 0) return error(cell_error::num);
+  if (fraction == 0) return error(cell_error::div0);
+  double whole = std::trunc(x), part = x - whole;
+  double scale = std::pow(10.0, std::ceil(std::log10(fraction)));
+  return num(whole + (to_decimal ? part * scale / fraction : part * fraction / scale));
+}
+Operand f_dollarde(Args& a) {
+  return dollar_fraction(a, true);
+}
+Operand f_dollarfr(Args& a) {
+  return dollar_fraction(a, false);
+}
+
 }  // namespace
 
 void add_finance_functions(std::vector<FunctionInfo>& t) {
@@ -323,6 +414,13 @@ void add_finance_functions(std::vector<FunctionInfo>& t) {
                         {u"SYD", 4, 4, f_syd, each_arg},
                         {u"XIRR", 2, 3, f_xirr},
                         {u"XNPV", 3, 3, f_xnpv},
+                        {u"DOLLARDE", 2, 2, f_dollarde, each_arg},
+                        {u"DOLLARFR", 2, 2, f_dollarfr, each_arg},
+                        {u"FVSCHEDULE", 2, 2, f_fvschedule},
+                        {u"ISPMT", 4, 4, f_ispmt, each_arg},
+                        {u"PDURATION", 3, 3, f_pduration, each_arg},
+                        {u"RRI", 3, 3, f_rri, each_arg},
+                        {u"VDB", 5, 7, f_vdb, each_arg},
                     });
 }
 

@@ -589,6 +589,188 @@ Operand f_mmult(Args& a) {
   return out.cells.size() == 1 ? Operand(out.cells[0]) : Operand::arr(std::move(out));
 }
 
+// ---- reciprocal trigonometry, series, counting ---------------------------------------------
+
+/// Arguments of the circular functions: beyond 2^27 their results carry no precision, and
+/// the application refuses them.
+double angle(Args& a, size_t i) {
+  double x = number(a, i);
+  if (std::fabs(x) >= 134217728) raise(cell_error::num);
+  return x;
+}
+template <double (*F)(double)>
+Operand circular(Args& a) {
+  return num(F(angle(a, 0)));
+}
+Operand f_cot(Args& a) {
+  double x = angle(a, 0);
+  if (x == 0) return error(cell_error::div0);
+  return num(1 / std::tan(x));
+}
+Operand f_csc(Args& a) {
+  double x = angle(a, 0);
+  if (x == 0) return error(cell_error::div0);
+  return num(1 / std::sin(x));
+}
+Operand f_sec(Args& a) {
+  return num(1 / std::cos(angle(a, 0)));
+}
+Operand f_coth(Args& a) {
+  double x = number(a, 0);
+  if (x == 0) return error(cell_error::div0);
+  return num(1 / std::tanh(x));
+}
+Operand f_csch(Args& a) {
+  double x = number(a, 0);
+  if (x == 0) return error(cell_error::div0);
+  return num(1 / std::sinh(x));
+}
+Operand f_sech(Args& a) {
+  return num(1 / std::cosh(number(a, 0)));
+}
+Operand f_acot(Args& a) {
+  return num(std::atan2(1.0, number(a, 0)));
+}
+Operand f_acoth(Args& a) {
+  double x = number(a, 0);
+  if (std::fabs(x) <= 1) return error(cell_error::num);
+  return num(0.5 * std::log((x + 1) / (x - 1)));
+}
+Operand f_sqrtpi(Args& a) {
+  double x = number(a, 0);
+  if (x < 0) return error(cell_error::num);
+  return num(std::sqrt(x * 3.14159265358979323846));
+}
+
+Operand f_factdouble(Args& a) {
+  double n = std::trunc(number(a, 0));
+  if (n < -1) return error(cell_error::num);
+  double r = 1;
+  for (double k = n; k > 1; k -= 2) r *= k;
+  return num(r);
+}
+Operand f_combina(Args& a) {
+  double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
+  if (n < 0 || k < 0 || (n == 0 && k > 0)) return error(cell_error::num);
+  double total = n + k - 1, r = 1;
+  for (double i = 1; i <= k; ++i) r = r * (total - k + i) / i;
+  return num(std::round(r));
+}
+Operand f_multinomial(Args& a) {
+  double total = 0, r = 1;
+  each_number_all(a, [&](double d) {
+    double n = std::trunc(d);
+    if (n < 0) raise(cell_error::num);
+    // Multiply in the binomial coefficient of each part as it joins the total.
+    for (double i = 1; i <= n; ++i) r = r * (total + i) / i;
+    total += n;
+  });
+  return num(std::round(r));
+}
+Operand f_seriessum(Args& a) {
+  double x = number(a, 0), n = number(a, 1), m = number(a, 2);
+  double s = 0, k = 0;
+  const Operand& c = a.get(3);
+  auto add = [&](const Value& v) {
+    if (v.is_error()) raise(v.error_code());
+    if (v.kind != Value::Kind::Number) raise(cell_error::value);
+    s += v.number * std::pow(x, n + k * m);
+    ++k;
+  };
+  if (c.is_value())
+    add(Value::num(Evaluator::to_number(c.value)));
+  else
+    a.ev().for_each(c, [&](const Value& v, bool) { add(v); });
+  return num(s);
+}
+
+// ---- Roman numerals and other bases ---------------------------------------------------------
+
+/// The subtractive pairs each form of ROMAN allows, beyond the classic ones: a form allows
+/// its own and those of every form before it.
+struct Numeral {
+  const char16_t* text;
+  int value;
+  int form;
+};
+constexpr Numeral kNumerals[] = {
+    {u"M", 1000, 0}, {u"IM", 999, 4}, {u"VM", 995, 3}, {u"XM", 990, 2}, {u"LM", 950, 1},
+    {u"CM", 900, 0}, {u"D", 500, 0},  {u"ID", 499, 4}, {u"VD", 495, 3}, {u"XD", 490, 2},
+    {u"LD", 450, 1}, {u"CD", 400, 0}, {u"C", 100, 0},  {u"IC", 99, 2},  {u"VC", 95, 1},
+    {u"XC", 90, 0},  {u"L", 50, 0},   {u"IL", 49, 2},  {u"VL", 45, 1},  {u"XL", 40, 0},
+    {u"X", 10, 0},   {u"IX", 9, 0},   {u"V", 5, 0},    {u"IV", 4, 0},   {u"I", 1, 0},
+};
+
+Operand f_roman(Args& a) {
+  double x = std::trunc(number(a, 0));
+  int form = 0;
+  if (!a.missing(1)) {
+    Value f = scalar(a, 1);
+    if (f.kind == Value::Kind::Boolean)
+      form = f.number != 0 ? 0 : 4;
+    else
+      form = static_cast<int>(std::trunc(Evaluator::to_number(f)));
+  }
+  if (x < 0 || x > 3999 || form < 0 || form > 4) return error(cell_error::value);
+  int left = static_cast<int>(x);
+  String out;
+  for (const Numeral& n : kNumerals) {
+    if (n.form > form) continue;
+    while (left >= n.value) {
+      out += n.text;
+      left -= n.value;
+    }
+  }
+  return text(out);
+}
+
+int roman_digit(char16_t c) {
+  switch (c | 0x20) {
+    case u'i':
+      return 1;
+    case u'v':
+      return 5;
+    case u'x':
+      return 10;
+    case u'l':
+      return 50;
+    case u'c':
+      return 100;
+    case u'd':
+      return 500;
+    case u'm':
+      return 1000;
+    default:
+      return 0;
+  }
+}
+Operand f_arabic(Args& a) {
+  String s = text(a, 0);
+  size_t b = s.find_first_not_of(u' '), e = s.find_last_not_of(u' ');
+  StringView t = b == String::npos ? StringView() : StringView(s).substr(b, e - b + 1);
+  if (t.size() > 255) return error(cell_error::value);
+  bool negative = !t.empty() && t[0] == u'-';
+  if (negative) t.remove_prefix(1);
+  double total = 0;
+  for (size_t i = 0; i < t.size(); ++i) {
+    int v = roman_digit(t[i]);
+    if (v == 0) return error(cell_error::value);
+    int next = i + 1 < t.size() ? roman_digit(t[i + 1]) : 0;
+    total += next > v ? -v : v;
+  }
+  return num(negative ? -total : total);
+}
+
+Operand f_munit(Args& a) {
+  double n = std::trunc(number(a, 0));
+  if (n < 1 || n > 1000) return error(cell_error::value);
+  int32_t k = static_cast<int32_t>(n);
+  Matrix m(k, k);
+  for (int32_t r = 0; r < k; ++r)
+    for (int32_t c = 0; c < k; ++c) m.at(r, c) = Value::num(r == c ? 1 : 0);
+  return m.cells.size() == 1 ? Operand(m.cells[0]) : Operand::arr(std::move(m));
+}
+
 }  // namespace
 
 void add_math_functions(std::vector<FunctionInfo>& t) {
@@ -601,7 +783,7 @@ void add_math_functions(std::vector<FunctionInfo>& t) {
                         {u"CEILING", 1, 2, f_ceiling, each_arg},
                         {u"CEILING.MATH", 1, 3, f_ceiling_math, each_arg},
                         {u"COMBIN", 2, 2, f_combin, each_arg},
-                        {u"COS", 1, 1, unary_fn<cos_>, each_arg},
+                        {u"COS", 1, 1, circular<cos_>, each_arg},
                         {u"DEGREES", 1, 1, unary_fn<degrees>, each_arg},
                         {u"EVEN", 1, 1, f_even, each_arg},
                         {u"EXP", 1, 1, f_exp, each_arg},
@@ -628,7 +810,7 @@ void add_math_functions(std::vector<FunctionInfo>& t) {
                         {u"ROUNDDOWN", 2, 2, f_rounddown, each_arg},
                         {u"ROUNDUP", 2, 2, f_roundup, each_arg},
                         {u"SIGN", 1, 1, f_sign, each_arg},
-                        {u"SIN", 1, 1, unary_fn<sin_>, each_arg},
+                        {u"SIN", 1, 1, circular<sin_>, each_arg},
                         {u"SQRT", 1, 1, f_sqrt, each_arg},
                         {u"SUBTOTAL", 2, -1, f_subtotal},
                         {u"AGGREGATE", 3, -1, f_aggregate},
@@ -650,8 +832,24 @@ void add_math_functions(std::vector<FunctionInfo>& t) {
                         {u"SUMIFS", 3, -1, f_sumifs, each_even_arg_from_2},
                         {u"SUMPRODUCT", 1, -1, f_sumproduct},
                         {u"SUMSQ", 1, -1, f_sumsq},
-                        {u"TAN", 1, 1, unary_fn<tan_>, each_arg},
+                        {u"TAN", 1, 1, circular<tan_>, each_arg},
                         {u"TRUNC", 1, 2, f_trunc, each_arg},
+                        {u"ACOT", 1, 1, f_acot, each_arg},
+                        {u"ACOTH", 1, 1, f_acoth, each_arg},
+                        {u"ARABIC", 1, 1, f_arabic, each_arg},
+                        {u"COMBINA", 2, 2, f_combina, each_arg},
+                        {u"COT", 1, 1, f_cot, each_arg},
+                        {u"COTH", 1, 1, f_coth, each_arg},
+                        {u"CSC", 1, 1, f_csc, each_arg},
+                        {u"CSCH", 1, 1, f_csch, each_arg},
+                        {u"FACTDOUBLE", 1, 1, f_factdouble, each_arg},
+                        {u"MULTINOMIAL", 1, -1, f_multinomial},
+                        {u"MUNIT", 1, 1, f_munit},
+                        {u"ROMAN", 1, 2, f_roman, each_arg},
+                        {u"SEC", 1, 1, f_sec, each_arg},
+                        {u"SECH", 1, 1, f_sech, each_arg},
+                        {u"SERIESSUM", 4, 4, f_seriessum},
+                        {u"SQRTPI", 1, 1, f_sqrtpi, each_arg},
                     });
 }
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "engine/calc/fn_special.hpp"
 #include "engine/calc/fn_util.hpp"
 
 namespace qz::engine::calc {
@@ -403,27 +404,14 @@ Operand f_devsq(Args& a) {
   return num(s);
 }
 
-constexpr double kSqrt2 = 1.4142135623730951;
-constexpr double kSqrt2Pi = 2.5066282746310002;
 double phi(double z) {
-  return std::exp(-z * z / 2) / kSqrt2Pi;
+  return special::norm_pdf(z);
 }
 double cdf(double z) {
-  return 0.5 * std::erfc(-z / kSqrt2);
+  return special::norm_cdf(z);
 }
-/// The standard normal quantile: a rational first guess, then Newton steps to full precision.
 double quantile(double p) {
-  double q = std::min(p, 1 - p);
-  double t = std::sqrt(-2 * std::log(q));
-  double z = t - (2.515517 + 0.802853 * t + 0.010328 * t * t) /
-                     (1 + 1.432788 * t + 0.189269 * t * t + 0.001308 * t * t * t);
-  if (p < 0.5) z = -z;
-  for (int i = 0; i < 8; ++i) {
-    double step = (cdf(z) - p) / phi(z);
-    z -= step;
-    if (std::fabs(step) < 1e-15 * std::max(1.0, std::fabs(z))) break;
-  }
-  return z;
+  return special::norm_quantile(p);
 }
 
 Operand f_norm_s_dist(Args& a) {
@@ -526,6 +514,178 @@ Operand f_quartile_exc(Args& a) {
   return percentile(numbers_of(a, 0, 1), q / 4, true);
 }
 
+// ---- shape, other means, the "A" spreads ---------------------------------------------------
+
+struct Moments {
+  double n = 0, mean = 0, m2 = 0, m3 = 0, m4 = 0;  // sums of powers of deviations
+};
+Moments moments(const std::vector<double>& xs) {
+  Moments m;
+  m.n = static_cast<double>(xs.size());
+  m.mean = std::accumulate(xs.begin(), xs.end(), 0.0) / m.n;
+  for (double x : xs) {
+    double d = x - m.mean;
+    m.m2 += d * d;
+    m.m3 += d * d * d;
+    m.m4 += d * d * d * d;
+  }
+  return m;
+}
+
+Operand f_kurt(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.size() < 4) return error(cell_error::div0);
+  Moments m = moments(xs);
+  double var = m.m2 / (m.n - 1);
+  if (var == 0) return error(cell_error::div0);
+  double n = m.n;
+  return num(n * (n + 1) / ((n - 1) * (n - 2) * (n - 3)) * (m.m4 / (var * var)) -
+             3 * (n - 1) * (n - 1) / ((n - 2) * (n - 3)));
+}
+Operand f_skew(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.size() < 3) return error(cell_error::div0);
+  Moments m = moments(xs);
+  double sd = std::sqrt(m.m2 / (m.n - 1));
+  if (sd == 0) return error(cell_error::div0);
+  return num(m.n / ((m.n - 1) * (m.n - 2)) * m.m3 / (sd * sd * sd));
+}
+Operand f_skew_p(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.empty()) return error(cell_error::div0);
+  Moments m = moments(xs);
+  double sd = std::sqrt(m.m2 / m.n);
+  if (sd == 0) return error(cell_error::div0);
+  return num(m.m3 / m.n / (sd * sd * sd));
+}
+
+Operand f_harmean(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  if (xs.empty()) return error(cell_error::num);
+  double s = 0;
+  for (double x : xs) {
+    if (x <= 0) return error(cell_error::num);
+    s += 1 / x;
+  }
+  return num(static_cast<double>(xs.size()) / s);
+}
+Operand f_trimmean(Args& a) {
+  std::vector<double> xs = numbers_of(a, 0, 1);
+  double p = number(a, 1);
+  if (p < 0 || p >= 1 || xs.empty()) return error(cell_error::num);
+  // The same whole number of points leaves each end.
+  size_t cut = static_cast<size_t>(std::floor(static_cast<double>(xs.size()) * p / 2));
+  std::sort(xs.begin(), xs.end());
+  double s = 0;
+  for (size_t i = cut; i < xs.size() - cut; ++i) s += xs[i];
+  return num(s / static_cast<double>(xs.size() - 2 * cut));
+}
+
+template <bool Sample, bool Root>
+Operand f_var_a(Args& a) {
+  std::vector<double> xs;
+  each_value_a(a, [&](double d) { xs.push_back(d); });
+  if (xs.size() < (Sample ? 2u : 1u)) return error(cell_error::div0);
+  double v = variance(xs, Sample);
+  return num(Root ? std::sqrt(v) : v);
+}
+
+Operand f_steyx(Args& a) {
+  std::vector<double> ys, xs;
+  if (!pairs(a, ys, xs)) return error(cell_error::na);
+  if (xs.size() < 3) return error(cell_error::div0);
+  double n = static_cast<double>(xs.size());
+  double mx = std::accumulate(xs.begin(), xs.end(), 0.0) / n;
+  double my = std::accumulate(ys.begin(), ys.end(), 0.0) / n;
+  double sxy = 0, sxx = 0, syy = 0;
+  for (size_t k = 0; k < xs.size(); ++k) {
+    sxy += (xs[k] - mx) * (ys[k] - my);
+    sxx += (xs[k] - mx) * (xs[k] - mx);
+    syy += (ys[k] - my) * (ys[k] - my);
+  }
+  if (sxx == 0) return error(cell_error::div0);
+  return num(std::sqrt(std::max(0.0, (syy - sxy * sxy / sxx) / (n - 2))));
+}
+
+// ---- counts by bin, several modes, exclusive rank --------------------------------------------
+
+Operand f_frequency(Args& a) {
+  std::vector<double> data, bins;
+  auto read = [&](size_t i, std::vector<double>& out) {
+    a.ev().for_each(a.get_array(i), [&](const Value& v, bool) {
+      if (v.is_error()) raise(v.error_code());
+      if (v.kind == Value::Kind::Number) out.push_back(v.number);
+    });
+  };
+  read(0, data);
+  read(1, bins);
+  // Each value counts at the smallest bin that holds it; bins keep their given order in the
+  // result, and the last place counts what lies above every bin.
+  std::vector<size_t> order(bins.size());
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t x, size_t y) { return bins[x] < bins[y]; });
+  Matrix out(static_cast<int32_t>(bins.size()) + 1, 1);
+  for (Value& v : out.cells) v = Value::num(0);
+  for (double d : data) {
+    auto it = std::lower_bound(order.begin(), order.end(), d,
+                               [&](size_t k, double v) { return bins[k] < v; });
+    size_t slot = it == order.end() ? bins.size() : *it;
+    out.cells[slot].number += 1;
+  }
+  return Operand::arr(std::move(out));
+}
+
+Operand f_mode_mult(Args& a) {
+  std::vector<double> xs = numbers_of(a);
+  size_t best = 1;
+  for (double x : xs)
+    best = std::max(best, static_cast<size_t>(std::count(xs.begin(), xs.end(), x)));
+  if (best < 2) return error(cell_error::na);
+  std::vector<double> modes;
+  for (double x : xs)
+    if (static_cast<size_t>(std::count(xs.begin(), xs.end(), x)) == best &&
+        std::find(modes.begin(), modes.end(), x) == modes.end())
+      modes.push_back(x);
+  Matrix out(static_cast<int32_t>(modes.size()), 1);
+  for (size_t i = 0; i < modes.size(); ++i) out.cells[i] = Value::num(modes[i]);
+  return out.cells.size() == 1 ? Operand(out.cells[0]) : Operand::arr(std::move(out));
+}
+
+Operand f_percentrank_exc(Args& a) {
+  std::vector<double> xs = numbers_of(a, 0, 1);
+  double x = number(a, 1);
+  double digits = a.missing(2) ? 3 : std::trunc(number(a, 2));
+  if (xs.empty() || digits < 1) return error(cell_error::num);
+  std::sort(xs.begin(), xs.end());
+  if (x < xs.front() || x > xs.back()) return error(cell_error::na);
+  double n = static_cast<double>(xs.size());
+  auto lower = std::lower_bound(xs.begin(), xs.end(), x);
+  double below = static_cast<double>(lower - xs.begin());
+  double rank;
+  if (*lower == x) {
+    rank = (below + 1) / (n + 1);
+  } else {
+    double hi = *lower, lo = *(lower - 1);
+    rank = (below + (x - lo) / (hi - lo)) / (n + 1);
+  }
+  double scale = std::pow(10.0, digits);
+  return num(std::floor(rank * scale + 1e-9) / scale);
+}
+
+Operand f_permut(Args& a) {
+  double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
+  if (n <= 0 || k < 0 || n < k) return error(cell_error::num);
+  double r = 1;
+  for (double i = 0; i < k; ++i) r *= n - i;
+  return num(r);
+}
+Operand f_permutationa(Args& a) {
+  double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
+  if (n < 0 || k < 0) return error(cell_error::num);
+  return num(std::pow(n, k));
+}
+
 }  // namespace
 
 void add_stat_functions(std::vector<FunctionInfo>& t) {
@@ -591,6 +751,21 @@ void add_stat_functions(std::vector<FunctionInfo>& t) {
                         {u"VAR.P", 1, -1, f_var<false, false>},
                         {u"VAR.S", 1, -1, f_var<true, false>},
                         {u"VARP", 1, -1, f_var<false, false>},
+                        {u"FREQUENCY", 2, 2, f_frequency},
+                        {u"HARMEAN", 1, -1, f_harmean},
+                        {u"KURT", 1, -1, f_kurt},
+                        {u"MODE.MULT", 1, -1, f_mode_mult},
+                        {u"PERCENTRANK.EXC", 2, 3, f_percentrank_exc},
+                        {u"PERMUT", 2, 2, f_permut, each_arg},
+                        {u"PERMUTATIONA", 2, 2, f_permutationa, each_arg},
+                        {u"SKEW", 1, -1, f_skew},
+                        {u"SKEW.P", 1, -1, f_skew_p},
+                        {u"STDEVA", 1, -1, f_var_a<true, true>},
+                        {u"STDEVPA", 1, -1, f_var_a<false, true>},
+                        {u"STEYX", 2, 2, f_steyx},
+                        {u"TRIMMEAN", 2, 2, f_trimmean},
+                        {u"VARA", 1, -1, f_var_a<true, false>},
+                        {u"VARPA", 1, -1, f_var_a<false, false>},
                     });
 }
 

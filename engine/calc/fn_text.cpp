@@ -381,6 +381,16 @@ void add_text_functions(std::vector<FunctionInfo>& t) {
                         {u"UNICODE", 1, 1, f_unicode, each_arg},
                         {u"UPPER", 1, 1, f_upper, each_arg},
                         {u"VALUE", 1, 1, f_value, each_arg},
+                        // The byte-counting variants count one byte a character, as the
+                        // application does where the default language is not a
+                        // double-byte one.
+                        {u"FINDB", 2, 3, f_find, each_arg},
+                        {u"LEFTB", 1, 2, f_left, each_arg},
+                        {u"LENB", 1, 1, f_len, each_arg},
+                        {u"MIDB", 3, 3, f_mid, each_arg},
+                        {u"REPLACEB", 4, 4, f_replace, each_arg},
+                        {u"RIGHTB", 1, 2, f_right, each_arg},
+                        {u"SEARCHB", 2, 3, f_search, each_arg},
                     });
 }
 

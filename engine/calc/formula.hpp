@@ -31,6 +31,7 @@ enum class NodeKind : uint8_t {
   Missing,  ///< an argument left empty ("IF(A1,,1)")
   Opaque,   ///< a structured reference kept as written; `str`
   Spill,    ///< postfix #: the block spilled from an anchor cell
+  Invoke,   ///< a call of a function value, "LAMBDA(x,x+1)(2)": the callee, then the arguments
 };
 
 /// Operators, as typed.

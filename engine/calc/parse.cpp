@@ -310,6 +310,7 @@ class Parser {
   void parse_range() {
     size_t start = f_.nodes.size();
     parse_primary();
+    parse_invocations(start);
     parse_spill(start);
     while (peek() == u':') {
       ++pos_;
@@ -968,6 +969,63 @@ class Parser {
     emit_leaf(n);
   }
 
+  /// The arguments of a call, after its "(" up to and with the ")": each a formula or left
+  /// empty. `run` gets the blanks before each separator and before the ")".
+  int parse_arguments(size_t name_at, std::vector<String>& run) {
+    int nargs = 0;
+    size_t save = pos_;
+    String ws = skip_blanks();
+    if (peek() == u')') {
+      ++pos_;
+      run.push_back(std::move(ws));
+      return 0;
+    }
+    pos_ = save;
+    for (;;) {
+      save = pos_;
+      String aws = skip_blanks();
+      if (peek() == u',' || peek() == u')') {
+        Node m;
+        m.kind = NodeKind::Missing;
+        m.ws = intern(std::move(aws));
+        emit_leaf(m);
+      } else {
+        pos_ = save;
+        parse_union(false);
+      }
+      if (++nargs > 255) fail_at(name_at, "too many arguments");
+      run.push_back(skip_blanks());
+      if (peek() == u',') {
+        ++pos_;
+        continue;
+      }
+      if (peek() == u')') {
+        ++pos_;
+        return nargs;
+      }
+      unexpected();
+    }
+  }
+
+  /// "LAMBDA(x,x+1)(2)": calls of the function that a call or a parenthesis yields.
+  void parse_invocations(size_t start) {
+    while (peek() == u'(' && f_.nodes.size() > start &&
+           (f_.nodes.back().kind == NodeKind::Func || f_.nodes.back().kind == NodeKind::Paren ||
+            f_.nodes.back().kind == NodeKind::Invoke)) {
+      size_t at = pos_;
+      ++pos_;
+      enter();
+      std::vector<String> run;
+      int nargs = parse_arguments(at, run);
+      --depth_;
+      Node n;
+      n.kind = NodeKind::Invoke;
+      n.nargs = static_cast<uint16_t>(nargs + 1);
+      n.ws2 = intern_run(run);
+      emit(n, start);
+    }
+  }
+
   void parse_call(StringView word, uint32_t wsi) {
     size_t name_at = pos_ - word.size();
     // Files prefix newer functions with _xlfn. (and _xlws.); they are kept as read.
@@ -992,39 +1050,7 @@ class Parser {
     enter();
     size_t start = f_.nodes.size();
     std::vector<String> run;
-    int nargs = 0;
-    size_t save = pos_;
-    String ws = skip_blanks();
-    if (peek() == u')') {
-      ++pos_;
-      run.push_back(std::move(ws));
-    } else {
-      pos_ = save;
-      for (;;) {
-        save = pos_;
-        String aws = skip_blanks();
-        if (peek() == u',' || peek() == u')') {
-          Node m;
-          m.kind = NodeKind::Missing;
-          m.ws = intern(std::move(aws));
-          emit_leaf(m);
-        } else {
-          pos_ = save;
-          parse_union(false);
-        }
-        if (++nargs > 255) fail_at(name_at, "too many arguments");
-        run.push_back(skip_blanks());
-        if (peek() == u',') {
-          ++pos_;
-          continue;
-        }
-        if (peek() == u')') {
-          ++pos_;
-          break;
-        }
-        unexpected();
-      }
-    }
+    int nargs = parse_arguments(name_at, run);
     --depth_;
     Node n;
     n.kind = NodeKind::Func;

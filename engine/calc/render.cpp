@@ -150,6 +150,18 @@ class Renderer {
         }
         break;
       }
+      case NodeKind::Invoke:
+        out = args[0] + u'(';
+        for (int k = 1; k < n.nargs; ++k) {
+          out += args[k];
+          out += f_.ws2(n, k - 1);
+          out += k + 1 < n.nargs ? u',' : u')';
+        }
+        if (n.nargs == 1) {
+          out += f_.ws2(n, 0);
+          out += u')';
+        }
+        break;
       case NodeKind::Paren:
         out += u'(';
         out += args[0];

@@ -1,4 +1,5 @@
-// Typed entries: how text a person types into a cell becomes a value (en-US rules).
+// Typed entries: how text a person types into a cell becomes a value, read in the user's
+// locale (its decimal and grouping marks, currency symbol and date order).
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -34,10 +35,15 @@ StringView trim_spaces(StringView s) {
   return s.substr(a, b - a);
 }
 
-double to_double(StringView digits) {
+// Digits with the locale's grouping and decimal marks (and perhaps an exponent) as a Double.
+double to_double(StringView digits, const Locale& loc) {
   std::string ascii;
-  for (char16_t c : digits)
-    if (c != u',') ascii.push_back(static_cast<char>(c));
+  for (char16_t c : digits) {
+    if (c == loc.decimal)
+      ascii.push_back('.');
+    else if (!groups_digits(loc, c))
+      ascii.push_back(static_cast<char>(c));
+  }
   return std::strtod(ascii.c_str(), nullptr);
 }
 
@@ -51,7 +57,8 @@ Entry number(double v, std::optional<String> format = std::nullopt) {
 
 // ---- numbers ---------------------------------------------------------------------------
 
-/// Digits with optional thousands separators ("1,234,567" or "1234567") and a decimal part.
+/// Digits with optional thousands separators ("1,234,567" or "1234567") and a decimal part,
+/// in the locale's marks.
 struct Mantissa {
   bool ok = false;
   bool grouped = false;
@@ -59,21 +66,22 @@ struct Mantissa {
   size_t end = 0;
 };
 
-Mantissa scan_mantissa(StringView s, size_t i) {
+Mantissa scan_mantissa(StringView s, size_t i, const Locale& loc) {
   Mantissa m;
   size_t start = i;
   size_t lead = 0;
   while (i < s.size() && is_digit(s[i])) ++i, ++lead;
   // Groups of three after a first group of one to three digits.
-  while (lead >= 1 && lead <= 3 && i + 3 < s.size() && s[i] == u',' && is_digit(s[i + 1]) &&
-         is_digit(s[i + 2]) && is_digit(s[i + 3]) && (i + 4 >= s.size() || !is_digit(s[i + 4]))) {
+  while (lead >= 1 && lead <= 3 && i + 3 < s.size() && groups_digits(loc, s[i]) &&
+         is_digit(s[i + 1]) && is_digit(s[i + 2]) && is_digit(s[i + 3]) &&
+         (i + 4 >= s.size() || !is_digit(s[i + 4]))) {
     m.grouped = true;
     i += 4;
   }
-  if (i < s.size() && s[i] == u',') return m;  // a separator in the wrong place: text
+  if (i < s.size() && groups_digits(loc, s[i])) return m;  // a separator in the wrong place
   size_t int_digits = i - start;
   size_t frac = 0;
-  if (i < s.size() && s[i] == u'.') {
+  if (i < s.size() && s[i] == loc.decimal) {
     ++i;
     while (i < s.size() && is_digit(s[i])) ++i, ++frac;
     m.decimals = frac > 0;
@@ -84,9 +92,50 @@ Mantissa scan_mantissa(StringView s, size_t i) {
   return m;
 }
 
-std::optional<Entry> parse_number_entry(StringView s) {
+// The format an amount typed with the currency symbol implies. The en-US forms are the
+// application's built-in ones; elsewhere the symbol stands where the locale puts it.
+String currency_format(const Locale& loc, bool decimals, bool paren) {
+  if (loc.currency == u"$" && loc.currency_position == 0) {
+    if (paren) return decimals ? u"$#,##0.00_);($#,##0.00)" : u"$#,##0_);($#,##0)";
+    return decimals ? u"$#,##0.00" : u"$#,##0";
+  }
+  String symbol = u"\"" + loc.currency + u"\"";
+  String digits = decimals ? u"#,##0.00" : u"#,##0";
+  String one;
+  switch (loc.currency_position) {
+    case 1:
+      one = digits + symbol;
+      break;
+    case 2:
+      one = symbol + u"\\ " + digits;
+      break;
+    case 3:
+      one = digits + u"\\ " + symbol;
+      break;
+    default:
+      one = symbol + digits;
+      break;
+  }
+  return paren ? one + u";(" + one + u")" : one;
+}
+
+std::optional<Entry> parse_number_entry(StringView s, const Locale& loc) {
   size_t i = 0;
   bool paren = false, negative = false, currency = false;
+  // The currency symbol on the side the locale writes it, a blank or none between it and the
+  // digits.
+  auto take_currency = [&](StringView& text, bool front) {
+    const StringView sym = loc.currency;
+    if (currency || sym.empty() || text.size() <= sym.size()) return;
+    if (front ? text.substr(0, sym.size()) != sym : text.substr(text.size() - sym.size()) != sym)
+      return;
+    currency = true;
+    text = front ? text.substr(sym.size()) : text.substr(0, text.size() - sym.size());
+    while (!text.empty() && (front ? text.front() : text.back()) == u' ')
+      text = front ? text.substr(1) : text.substr(0, text.size() - 1);
+  };
+  const bool symbol_first = loc.currency_position % 2 == 0;
+  if (!symbol_first) take_currency(s, false);
   if (i < s.size() && s[i] == u'(') paren = true, ++i;
   auto take_sign = [&] {
     if (i < s.size() && (s[i] == u'-' || s[i] == u'+')) {
@@ -97,10 +146,14 @@ std::optional<Entry> parse_number_entry(StringView s) {
     return true;
   };
   if (!take_sign()) return std::nullopt;
-  if (i < s.size() && s[i] == u'$') currency = true, ++i;
+  if (symbol_first) {
+    StringView rest = s.substr(i);
+    take_currency(rest, true);
+    i = s.size() - rest.size();
+  }
   if (!take_sign()) return std::nullopt;
   size_t mstart = i;
-  Mantissa m = scan_mantissa(s, i);
+  Mantissa m = scan_mantissa(s, i, loc);
   if (!m.ok) return std::nullopt;
   i = m.end;
   bool exponent = false;
@@ -116,20 +169,23 @@ std::optional<Entry> parse_number_entry(StringView s) {
   }
   bool percent = false;
   if (i < s.size() && s[i] == u'%') percent = true, ++i;
+  if (paren && !symbol_first && !currency) {
+    // A symbol written after the amount stands inside the parentheses: "(2,50 €)".
+    size_t j = i;
+    while (j < s.size() && s[j] == u' ') ++j;
+    if (!loc.currency.empty() && s.substr(j, loc.currency.size()) == StringView(loc.currency))
+      currency = true, i = j + loc.currency.size();
+  }
   if (paren) {
     if (i >= s.size() || s[i] != u')') return std::nullopt;
     ++i;
   }
   if (i != s.size()) return std::nullopt;
-  double v = to_double(s.substr(mstart, mend - mstart));
+  double v = to_double(s.substr(mstart, mend - mstart), loc);
   if (!std::isfinite(v)) return std::nullopt;
   if (negative || paren) v = -v;
   if (percent) return number(v / 100, String(m.decimals ? u"0.00%" : u"0%"));
-  if (currency) {
-    if (paren)
-      return number(v, String(m.decimals ? u"$#,##0.00_);($#,##0.00)" : u"$#,##0_);($#,##0)"));
-    return number(v, String(m.decimals ? u"$#,##0.00" : u"$#,##0"));
-  }
+  if (currency) return number(v, currency_format(loc, m.decimals, paren));
   if (exponent) return number(v, String(u"0.00E+00"));
   if (m.grouped) return number(v, String(m.decimals ? u"#,##0.00" : u"#,##0"));
   return number(v);
@@ -245,16 +301,18 @@ struct DateResult {
 };
 
 /// A date made of parts [b, e).
-std::optional<DateResult> match_date(const std::vector<Part>& p, size_t b, size_t e,
-                                     bool date1904) {
+std::optional<DateResult> match_date(const std::vector<Part>& p, size_t b, size_t e, bool date1904,
+                                     const Locale& loc) {
+  const String own(1, loc.date_separator);
   std::vector<const Part*> items;  // numbers and words, with separators checked
   String sep;
   for (size_t k = b; k < e; ++k) {
     if (p[k].kind == Part::Kind::Sep) {
       if ((k - b) % 2 == 0) return std::nullopt;
       const String& t = p[k].text;
-      if (t != u"/" && t != u"-" && t != u" " && t != u",") return std::nullopt;
-      if (t == u"/" || t == u"-") {
+      const bool joins = t == u"/" || t == u"-" || t == own;
+      if (!joins && t != u" " && t != u",") return std::nullopt;
+      if (joins) {
         if (!sep.empty() && sep != t) return std::nullopt;
         sep = t;
       }
@@ -279,15 +337,21 @@ std::optional<DateResult> match_date(const std::vector<Part>& p, size_t b, size_
            d <= days_in(y, m, date1904);
   };
   if (month_at < 0) {
-    // Numbers only: m/d/y, y/m/d (four-digit year first), m/d, m/y, all with one separator.
+    // Numbers only, in the locale's order (m/d/y, d.m.y, y/m/d) or with a four-digit year
+    // first; two of them are a day of this year (m/d, d.m) or a month (m/y); all with one
+    // separator.
     if (sep.empty()) return std::nullopt;
     for (size_t k = b + 1; k < e; k += 2)
       if (p[k].text != sep) return std::nullopt;
     if (items.size() == 3) {
-      if (items[0]->digits == 4) {
-        r.y = static_cast<int>(items[0]->value);
+      if (items[0]->digits == 4 || loc.date_order == Locale::DateOrder::YMD) {
+        r.y = full_year(*items[0]);
         r.m = static_cast<int>(items[1]->value);
         r.d = static_cast<int>(items[2]->value);
+      } else if (loc.date_order == Locale::DateOrder::DMY) {
+        r.d = static_cast<int>(items[0]->value);
+        r.m = static_cast<int>(items[1]->value);
+        r.y = full_year(*items[2]);
       } else {
         r.m = static_cast<int>(items[0]->value);
         r.d = static_cast<int>(items[1]->value);
@@ -300,6 +364,13 @@ std::optional<DateResult> match_date(const std::vector<Part>& p, size_t b, size_
     r.m = static_cast<int>(items[0]->value);
     int second = static_cast<int>(items[1]->value);
     r.y = current_year();
+    if (loc.date_order == Locale::DateOrder::DMY && items[1]->digits <= 2 &&
+        valid(r.y, second, r.m)) {
+      r.d = r.m;
+      r.m = second;
+      r.format = u"d-mmm";
+      return r;
+    }
     if (items[1]->digits <= 2 && valid(r.y, r.m, second)) {
       r.d = second;
       r.format = u"d-mmm";
@@ -347,7 +418,8 @@ struct TimeResult {
 };
 
 /// A time made of parts [b, e): h:mm, h:mm:ss, mm:ss.0, with AM/PM, or "9 PM".
-std::optional<TimeResult> match_time(const std::vector<Part>& p, size_t b, size_t e) {
+std::optional<TimeResult> match_time(const std::vector<Part>& p, size_t b, size_t e,
+                                     const Locale& loc) {
   if (b >= e) return std::nullopt;
   // AM/PM at the end, after a blank or directly.
   int ampm = 0;  // 1 am, 2 pm
@@ -380,7 +452,8 @@ std::optional<TimeResult> match_time(const std::vector<Part>& p, size_t b, size_
     if (!ampm) return std::nullopt;
     h = static_cast<double>(nums[0]->value);
     r.format = u"h:mm AM/PM";  // shown as 9:00 PM, a built-in format
-  } else if (seps.size() == 2 && seps[0] == u":" && seps[1] == u"." && nums.size() == 3) {
+  } else if (seps.size() == 2 && seps[0] == u":" && seps[1] == String(1, loc.decimal) &&
+             nums.size() == 3) {
     // mm:ss.0
     m = static_cast<double>(nums[0]->value);
     s = static_cast<double>(nums[1]->value) +
@@ -414,7 +487,7 @@ std::optional<TimeResult> match_time(const std::vector<Part>& p, size_t b, size_
   return r;
 }
 
-std::optional<Entry> parse_date_time_entry(StringView s, bool date1904) {
+std::optional<Entry> parse_date_time_entry(StringView s, bool date1904, const Locale& loc) {
   bool ok = true;
   std::vector<Part> parts = split_parts(s, ok);
   if (!ok || parts.empty()) return std::nullopt;
@@ -436,7 +509,7 @@ std::optional<Entry> parse_date_time_entry(StringView s, bool date1904) {
   }
   std::optional<TimeResult> time;
   if (time_at < parts.size()) {
-    time = match_time(parts, time_at, parts.size());
+    time = match_time(parts, time_at, parts.size(), loc);
     if (!time) return std::nullopt;
   }
   size_t date_end = time_at;
@@ -448,7 +521,7 @@ std::optional<Entry> parse_date_time_entry(StringView s, bool date1904) {
   }
   std::optional<DateResult> date;
   if (date_end > 0) {
-    date = match_date(parts, 0, date_end, date1904);
+    date = match_date(parts, 0, date_end, date1904, loc);
     if (!date) return std::nullopt;
   }
   if (!date && !time) return std::nullopt;
@@ -500,9 +573,10 @@ Entry parse_entry(StringView typed, bool date1904) {
         return e;
       }
     }
-    if (auto n = parse_number_entry(t)) return *n;
+    const Locale& loc = current_locale();
+    if (auto n = parse_number_entry(t, loc)) return *n;
     if (auto n = parse_fraction_entry(t)) return *n;
-    if (auto n = parse_date_time_entry(t, date1904)) return *n;
+    if (auto n = parse_date_time_entry(t, date1904, loc)) return *n;
   }
   e.type = Entry::Type::Text;
   e.text = String(typed);

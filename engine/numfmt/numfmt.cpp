@@ -103,6 +103,25 @@ String hashes() {
   return u"########";
 }
 
+// The locale a rendering for the user's eyes shows its numbers in (render_shown); nothing for
+// the file form, whose marks are "." and ",".
+thread_local const Locale* shown_in = nullptr;
+
+char16_t decimal_mark() {
+  return shown_in ? shown_in->decimal : u'.';
+}
+char16_t group_mark() {
+  return shown_in ? shown_in->thousands : u',';
+}
+
+// A number written with "." for its decimal point, in the marks it is shown with.
+String marked(const std::string& ascii) {
+  String out = u16(ascii);
+  for (char16_t& c : out)
+    if (c == u'.') c = decimal_mark();
+  return out;
+}
+
 }  // namespace
 
 // ---- built-in formats ----------------------------------------------------------------
@@ -275,10 +294,10 @@ String general_number(double v) {
       for (int k = 0; k < decimals; ++k) frac.push_back(r.fraction_digit(k));
       while (!frac.empty() && frac.back() == '0') frac.pop_back();
       if (!frac.empty()) out += "." + frac;
-      return u16(out);
+      return marked(out);
     }
   }
-  return u16(sign + sci);
+  return marked(sign + sci);
 }
 
 namespace {
@@ -310,7 +329,7 @@ class IntegerFiller {
         c = u' ';
       if (c == 0) continue;
       out.push_back(c);
-      if (group_ && p > 0 && p % 3 == 0) out.push_back(c == u' ' ? u' ' : u',');
+      if (group_ && p > 0 && p % 3 == 0) out.push_back(c == u' ' ? u' ' : group_mark());
     }
     return out;
   }
@@ -409,7 +428,7 @@ String fixed_body(const std::vector<Token>& t, int b, int e, double v, bool plai
       case Tok::Point:
         // With no integer placeholders the whole part still shows, before the point.
         if (n_int == 0 && !int_digits.empty()) out += u16(int_digits);
-        out.push_back(u'.');
+        out.push_back(decimal_mark());
         break;
       case Tok::Comma:
         if (std::find(literal_commas.begin(), literal_commas.end(), k) != literal_commas.end())
@@ -496,7 +515,7 @@ String render_scientific(const Section& s, double v) {
     } else if (tok.type == Tok::Percent) {
       out.push_back(u'%');
     } else if (tok.type == Tok::Point) {
-      out.push_back(u'.');
+      out.push_back(decimal_mark());
     }
   }
   return out;
@@ -741,7 +760,7 @@ String render_datetime(const Section& s, double v, bool date1904) {
           out += pad(second, t.n >= 2 ? 2 : 1);
         break;
       case Tok::SubSecond: {
-        out.push_back(u'.');
+        out.push_back(decimal_mark());
         std::string f = std::to_string(frac_units);
         if (static_cast<int>(f.size()) < sub) f.insert(0, sub - f.size(), '0');
         out += u16(f.substr(0, t.n));
@@ -923,6 +942,37 @@ String render(const CellValue& value, StringView code, bool date1904) {
   // The application shows "-0" for -0.4 under "0": the sign follows the value, not the text.
   if (negative) body.insert(body.begin(), u'-');
   return body;
+}
+
+namespace {
+// A short-date pattern (d, dd, M, MM, yyyy) as a format code; its other characters literal.
+String short_date_code(StringView pattern) {
+  String code;
+  for (char16_t c : pattern) {
+    if (c == u'd' || c == u'y') {
+      code.push_back(c);
+    } else if (c == u'M') {
+      code.push_back(u'm');
+    } else {
+      code.push_back(u'\\');
+      code.push_back(c);
+    }
+  }
+  return code;
+}
+}  // namespace
+
+String render_shown(const CellValue& value, StringView code, bool date1904, const Locale& locale) {
+  struct Restore {
+    const Locale* old;
+    ~Restore() { shown_in = old; }
+  } restore{shown_in};
+  shown_in = &locale;
+  // The built-in short date, alone or with a time, shows in the user's short-date pattern.
+  if (code == u"m/d/yyyy") return render(value, short_date_code(locale.short_date), date1904);
+  if (code == u"m/d/yyyy h:mm")
+    return render(value, short_date_code(locale.short_date) + u" h:mm", date1904);
+  return render(value, code, date1904);
 }
 
 }  // namespace qz::engine::numfmt

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "qzxl/convert.hpp"
 #include "qzxl/variant.hpp"
 
 namespace qz::engine::numfmt {
@@ -51,6 +52,12 @@ struct CellValue {
 /// "@" text sections. Malformed codes raise qz::Error.
 String render(const CellValue& value, StringView code, bool date1904);
 
+/// The text the cell shows the user under `locale`: as `render`, with the locale's decimal
+/// and grouping marks in place of the code's "." and "," ("#,##0.00" shows 1234.5 as
+/// "1.234,50" in de-DE), and the built-in short date ("m/d/yyyy", also with " h:mm") in the
+/// locale's short-date pattern. The code itself stays in its file form.
+String render_shown(const CellValue& value, StringView code, bool date1904, const Locale& locale);
+
 /// The text of an error value ("#DIV/0!"), by its code; unknown codes read "#N/A".
 StringView error_literal(int32_t code);
 
@@ -69,10 +76,12 @@ struct Entry {
   /// "#,##0", "m/d/yyyy", "h:mm", "m/d/yyyy h:mm", "0.00E+00", "d-mmm", "mmm-yy", ...
   std::optional<String> implied_format;
 };
-/// Reads a typed entry in the en-US locale: numbers with thousands separators, a currency
-/// symbol, percent, exponent, parentheses for negatives; dates and times ("11/14/2026",
-/// "14-Nov", "9:30 PM", "2026-11-14 9:30"); TRUE/FALSE (any case); error literals
-/// ("#N/A"); a leading apostrophe keeps the rest as text.
+/// Reads a typed entry in the current locale (qz::current_locale): numbers with its
+/// thousands separators and decimal mark, its currency symbol on the side it writes it,
+/// percent, exponent, parentheses for negatives; dates and times in its date order
+/// ("11/14/2026" in en-US, "14.11.2026" in de-DE, "14-Nov", "9:30 PM", "2026-11-14 9:30");
+/// TRUE/FALSE (any case); error literals ("#N/A"); a leading apostrophe keeps the rest as
+/// text.
 Entry parse_entry(StringView typed, bool date1904);
 
 /// Serial <-> civil date in the workbook's date system. The 1900 system counts the

@@ -9,7 +9,8 @@
 
 #include <pugixml.hpp>
 
-#include "engine/core/model.hpp"
+#include "engine/model/cells.hpp"
+#include "engine/model/styles.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine::xlsx {

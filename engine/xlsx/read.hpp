@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/core/book.hpp"
+#include "engine/model/book.hpp"
 #include "engine/xlsx/package.hpp"
 #include "engine/xlsx/state.hpp"
 #include "engine/xlsx/xml_scan.hpp"

@@ -1,4 +1,4 @@
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "engine/xlsx/xlsx.hpp"
 #include "qzxl/convert.hpp"
 

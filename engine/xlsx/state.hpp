@@ -10,7 +10,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "engine/core/model.hpp"
+#include "engine/model/book.hpp"
 #include "engine/xlsx/package.hpp"
 
 namespace qz::engine::xlsx {

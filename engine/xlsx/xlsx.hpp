@@ -8,7 +8,7 @@
 
 #include <filesystem>
 
-#include "engine/core/book.hpp"
+#include "engine/model/book.hpp"
 #include "engine/xlsx/zip.hpp"
 
 namespace qz::engine::xlsx {

@@ -11,25 +11,52 @@
 namespace qz {
 
 /// The regional settings the conversions read. One seam, so that a test or a host can
-/// switch them; the default is en-US.
+/// switch them; the default is en-US. The platform fills it from the user's settings when a
+/// session starts (the COM server from the user's locale, the command-line tool from the
+/// environment or its --locale option).
 struct Locale {
+  /// The locale's name ("en-US", "de-DE"), for messages.
+  String name = u"en-US";
   char16_t decimal = u'.';
+  /// The digit-grouping mark. Where it is a space of any kind (fr-FR's narrow no-break
+  /// space), an ordinary or no-break space typed in its place reads the same.
   char16_t thousands = u',';
   String currency = u"$";
+  /// Where amounts put the currency symbol, in the platform's codes: 0 "$1", 1 "1$",
+  /// 2 "$ 1", 3 "1 $".
+  int32_t currency_position = 0;
+  /// How negatives are written, in the platform's codes: numbers 0 "(1.1)", 1 "-1.1",
+  /// 2 "- 1.1", 3 "1.1-", 4 "1.1 -"; amounts 0 "($1.1)", 1 "-$1.1", ... 8 "-1.1 $" ...
+  int32_t negative_number = 1;
+  int32_t negative_currency = 0;
   /// Short-date order of day, month and year in text such as "11/14/2026".
   enum class DateOrder { MDY, DMY, YMD } date_order = DateOrder::MDY;
   char16_t date_separator = u'/';
   char16_t time_separator = u':';
+  /// The short-date pattern in the platform's letters (d, dd, M, MM, yy, yyyy; anything else
+  /// is literal): how dates are written by CStr and by the built-in date format.
+  String short_date = u"M/d/yyyy";
   String am = u"AM";
   String pm = u"PM";
+  /// The platform's own readers of number and date text, where it has them (the automation
+  /// runtime's parsers on Windows), so that IsNumeric and IsDate answer exactly as the
+  /// user's application does. Without them the rules below read the fields above.
+  using Reader = std::optional<double> (*)(StringView text);
+  Reader number_reader = nullptr;
+  Reader date_reader = nullptr;
 };
+
+/// Whether `c` groups digits in this locale: its grouping mark, and where that mark is a
+/// space of any kind, every kind of space.
+bool groups_digits(const Locale& locale, char16_t c) noexcept;
 
 /// The locale conversions use now (en-US unless replaced).
 const Locale& current_locale() noexcept;
 /// Replaces the locale; returns the previous one.
 Locale set_locale(Locale locale);
 
-/// Reads `text` as a number by the runtime's rules for the current locale: leading and
+/// Reads `text` as a number by the runtime's rules for the current locale (through its
+/// number reader when it has one; the &H / &O forms are read here either way): leading and
 /// trailing white space (blanks, tabs, line breaks), a leading or trailing sign, parentheses
 /// for negatives, a currency symbol before or after, thousands separators between digits of
 /// the integer part (group sizes are not checked: "1,0" is 10), one decimal point, an
@@ -39,7 +66,8 @@ std::optional<double> parse_number(StringView text);
 
 /// Reads `text` as a date, a time or both (the runtime's IsDate/CDate rules for the
 /// current locale: "11/14/2026", "2026-11-14", "14 Nov 2026", "Nov 14, 2026", "9:30",
-/// "9:30 PM", "11/14/2026 9:30:15"). Gives the automation date serial.
+/// "9:30 PM", "11/14/2026 9:30:15"); through the locale's date reader when it has one.
+/// Gives the automation date serial.
 std::optional<double> parse_date(StringView text);
 
 /// IsNumeric: True for Empty, Boolean, Integer, Long, Double, and text that
@@ -71,7 +99,8 @@ Date to_date(const Variant& v);
 
 /// CStr: Empty is ""; Booleans "True"/"False"; numbers in the runtime's shortest form with at
 /// most 15 significant digits ("1.5", "1E+16", "-0.001"); dates in the locale's short form
-/// ("11/14/2026", "9:30:00 AM", "11/14/2026 9:30:00 AM"; the zero date is "12:00:00 AM");
+/// (the locale's short-date pattern: "11/14/2026", "9:30:00 AM", "11/14/2026 9:30:00 AM";
+/// the zero date is "12:00:00 AM");
 /// errors "Error 2007". Null raises 94.
 String to_string(const Variant& v);
 

@@ -2,7 +2,8 @@
 // member names ("Workbooks", "Range", "Font", "Names.Add" with Name:=, RefersTo:= ...), as a
 // macro reaches them. Written once over the abstract host interfaces, so every host (the
 // embedded engine, a test fake) can be driven by name: an automation client, a script, a
-// command line.
+// command line. The tables of members are generated from src/host/host_model.txt, so the
+// names and argument positions are the ones the COM adapters use.
 #pragma once
 
 #include <span>

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "autocolor/internal.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"
 

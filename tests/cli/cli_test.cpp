@@ -108,6 +108,9 @@ class Cli : public ::testing::Test {
     // The user's own settings stay out of it, and the tool's writes stay in here.
     fs::create_directories(dir_ / "config");
     ::setenv("QZXL_CONFIG_DIR", (dir_ / "config").c_str(), 1);
+    // So are the user's regional settings: en-US unless a test names another locale.
+    for (const char* v : {"LC_ALL", "LC_NUMERIC", "LC_MONETARY", "LC_TIME"}) ::unsetenv(v);
+    ::setenv("LANG", "C.UTF-8", 1);
   }
 
   Result qzxl(const std::string& args) {
@@ -430,6 +433,31 @@ TEST_F(Cli, SettingsChangedOnceColourLaterRunsUntilReset) {
   EXPECT_EQ(json::parse(r.out)["InputColor"], "#00AA00");
   ASSERT_EQ(qzxl("settings reset").status, 0);
   EXPECT_EQ(input_colour(), "#0000FF");
+}
+
+TEST_F(Cli, ReadsValuesInTheLocaleTheOptionOrTheEnvironmentNames) {
+  auto values = [&](const std::string& prefix, const std::string& options) {
+    const Result r = shell(prefix + quote(QZXL_CLI_BINARY) + " tokenize --json " + options +
+                               " '1.234,50' '1,234.50' '5 \u20AC'",
+                           dir_ / "stderr.txt");
+    EXPECT_EQ(r.status, 0) << r.err;
+    std::string flags;
+    std::istringstream lines(r.out);
+    for (std::string line; std::getline(lines, line);)
+      flags += json::parse(line)["pieces"][0]["IsValue"].get<bool>() ? 'V' : '-';
+    return flags;
+  };
+  EXPECT_EQ(values("", ""), "-V-");
+  EXPECT_EQ(values("", "--locale de-DE"), "V-V");
+  EXPECT_EQ(values("LC_NUMERIC=de_DE.UTF-8 LC_MONETARY=de_DE.UTF-8 ", ""), "V-V");
+  // LC_ALL outranks the categories, and the option outranks the environment.
+  EXPECT_EQ(values("LC_ALL=en_US.UTF-8 LC_NUMERIC=de_DE.UTF-8 ", ""), "-V-");
+  EXPECT_EQ(values("LC_ALL=de_DE.UTF-8 ", "--locale en-GB"), "-V-");
+  const Result bad =
+      qzxl("audit --locale xx-YY " + quote((kSource / "examples" / "model.xlsx").string()));
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_EQ(bad.err, "qzxl audit: unknown locale 'xx-YY' (give one such as de-DE or en-US)\n");
+  EXPECT_TRUE(bad.out.empty());
 }
 
 TEST_F(Cli, HelpAndVersionOnEveryCommand) {

@@ -2,7 +2,7 @@
 // any script client rely on when they reach the application's objects by name.
 #include <gtest/gtest.h>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "host/dispatch.hpp"
 #include "host/host.hpp"
 #include "qzxl/convert.hpp"
@@ -144,6 +144,132 @@ TEST_F(HostDispatch, RefusalsCarryTheRuntimesErrorNumbers) {
             err::subscript);
   EXPECT_EQ(code_of([&] { invoke_member(nullptr, u"Name", Invoke::Get, {}); }),
             err::object_required);
+}
+
+// Collections that keep the named arguments they are given, so that a test sees which field
+// each late-bound position lands in.
+struct Kept {
+  NameAddArgs name;
+  OpenArgs open;
+  BarAddArgs bar;
+  FindControlArgs find;
+  ControlAddArgs control;
+};
+class KeepingNames final : public Names {
+ public:
+  explicit KeepingNames(Kept& k) : k_(k) {}
+  int32_t count() override { return 0; }
+  NamePtr item(const Variant&) override { return nullptr; }
+  NamePtr add(const NameAddArgs& a) override {
+    k_.name = a;
+    return nullptr;
+  }
+
+ private:
+  Kept& k_;
+};
+class KeepingWorkbooks final : public Workbooks {
+ public:
+  explicit KeepingWorkbooks(Kept& k) : k_(k) {}
+  int32_t count() override { return 0; }
+  WorkbookPtr item(const Variant&) override { return nullptr; }
+  WorkbookPtr add(const Variant&) override { return nullptr; }
+  WorkbookPtr open(const OpenArgs& a) override {
+    k_.open = a;
+    return nullptr;
+  }
+
+ private:
+  Kept& k_;
+};
+class KeepingBars final : public CommandBars {
+ public:
+  explicit KeepingBars(Kept& k) : k_(k) {}
+  int32_t count() override { return 0; }
+  CommandBarPtr item(const Variant&) override { return nullptr; }
+  CommandBarControlPtr find_control(const FindControlArgs& a) override {
+    k_.find = a;
+    return nullptr;
+  }
+  CommandBarPtr add(const BarAddArgs& a) override {
+    k_.bar = a;
+    return nullptr;
+  }
+
+ private:
+  Kept& k_;
+};
+class KeepingControls final : public CommandBarControls {
+ public:
+  explicit KeepingControls(Kept& k) : k_(k) {}
+  int32_t count() override { return 0; }
+  CommandBarControlPtr item(const Variant&) override { return nullptr; }
+  CommandBarControlPtr add(const ControlAddArgs& a) override {
+    k_.control = a;
+    return nullptr;
+  }
+
+ private:
+  Kept& k_;
+};
+
+// Argument i of a late-bound call carries 100 + i; `at` reads i back from a field.
+int at(const Variant& v) {
+  return v.is_missing() ? -1 : static_cast<int>(to_double(v)) - 100;
+}
+
+// Calls `member` with `names.size()` arguments by position, and checks that each argument
+// name resolves to its position.
+void call_numbered(const ObjectPtr& o, StringView member, std::vector<const char16_t*> names) {
+  std::vector<Variant> args;
+  for (size_t i = 0; i < names.size(); ++i) {
+    args.emplace_back(int32_t(100 + i));
+    EXPECT_EQ(param_index(o, member, names[i]), static_cast<int>(i)) << to_utf8(names[i]);
+  }
+  invoke_member(o, member, Invoke::Method, args);
+}
+
+// The application's order of the named arguments, written out here rather than taken from
+// the description the tables are generated from, so that a field read from the wrong
+// position shows.
+TEST(HostDispatchArguments, EachPositionLandsInTheFieldOfTheApplicationsArgument) {
+  Kept kept;
+  using V = std::vector<int>;
+  call_numbered(
+      std::make_shared<KeepingNames>(kept), u"Add",
+      {u"Name", u"RefersTo", u"Visible", u"MacroType", u"ShortcutKey", u"Category", u"NameLocal",
+       u"RefersToLocal", u"CategoryLocal", u"RefersToR1C1", u"RefersToR1C1Local"});
+  const NameAddArgs& n = kept.name;
+  EXPECT_EQ((V{at(n.name), at(n.refers_to), at(n.visible), at(n.macro_type), at(n.shortcut_key),
+               at(n.category), at(n.name_local), at(n.refers_to_local), at(n.category_local),
+               at(n.refers_to_r1c1), at(n.refers_to_r1c1_local)}),
+            (V{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
+
+  call_numbered(std::make_shared<KeepingWorkbooks>(kept), u"Open",
+                {u"Filename", u"UpdateLinks", u"ReadOnly", u"Format", u"Password",
+                 u"WriteResPassword", u"IgnoreReadOnlyRecommended", u"Origin", u"Delimiter",
+                 u"Editable", u"Notify", u"Converter", u"AddToMru"});
+  const OpenArgs& o = kept.open;
+  EXPECT_EQ(kept.open.filename, u"100");
+  EXPECT_EQ((V{at(o.update_links), at(o.read_only), at(o.format), at(o.password),
+               at(o.write_res_password), at(o.ignore_read_only_recommended), at(o.origin),
+               at(o.delimiter), at(o.editable), at(o.notify), at(o.converter), at(o.add_to_mru)}),
+            (V{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
+
+  auto bars = std::make_shared<KeepingBars>(kept);
+  call_numbered(bars, u"Add", {u"Name", u"Position", u"MenuBar", u"Temporary"});
+  const BarAddArgs& b = kept.bar;
+  EXPECT_EQ((V{at(b.name), at(b.position), at(b.menu_bar), at(b.temporary)}), (V{0, 1, 2, 3}));
+  call_numbered(bars, u"FindControl", {u"Type", u"Id", u"Tag", u"Visible", u"Recursive"});
+  const FindControlArgs& f = kept.find;
+  EXPECT_EQ((V{at(f.type), at(f.id), at(f.tag), at(f.visible), at(f.recursive)}),
+            (V{0, 1, 2, 3, 4}));
+
+  call_numbered(std::make_shared<KeepingControls>(kept), u"Add",
+                {u"Type", u"Id", u"Parameter", u"Before", u"Temporary"});
+  const ControlAddArgs& c = kept.control;
+  EXPECT_EQ((V{at(c.type), at(c.id), at(c.parameter), at(c.before), at(c.temporary)}),
+            (V{0, 1, 2, 3, 4}));
 }
 
 // An object of no host class: its own members answer.

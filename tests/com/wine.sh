@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs the COM server's script scenarios under Wine (64-bit).
 #   wine.sh setup   <prefix> <dll-dir>   fresh prefix, both DLLs registered machine-wide
-#   wine.sh run     <prefix> <scenario.vbs>
+#   wine.sh run     <prefix> <scenario.vbs>      in the user locale its first line may name
 #   wine.sh selftest <prefix>             the COM layer's own checks (qzxl_com_selftest.exe)
 #   wine.sh cleanup <prefix>
 # Exits 77 (skipped) when Wine or the DLLs are not there, so a machine without them skips
@@ -52,6 +52,16 @@ case "$cmd" in
       iconv -f UTF-8 -t CP1252 > "$script" || { echo "cannot convert $scenario" >&2; exit 1; }
     rm -f "$prefix/drive_c/qzxl/$name.msgbox.log"
     export QZXL_UNATTENDED="C:\\qzxl\\$name.msgbox.log"
+    # Wine takes the user's locale from the environment: en-US unless the scenario's first
+    # line names another ("' locale: de_DE.UTF-8"), whatever the machine's own settings.
+    user_locale="$(sed -n "1s/^' locale: *//p" "$scenario" | tr -d '\r')"
+    export LC_ALL="${user_locale:-C.UTF-8}" LANG="${user_locale:-C.UTF-8}"
+    # The first script run in another locale may still see the old settings in the objects
+    # it creates while Wine records the new ones: let an empty script go first.
+    if [ -n "$user_locale" ]; then
+      printf 'WScript.Quit 0\r\n' > "$prefix/drive_c/qzxl/settle.vbs"
+      timeout 120 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\settle.vbs" >/dev/null 2>&1
+    fi
     output="$(timeout 300 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r')"
     status=$?
     echo "$output"
@@ -72,6 +82,7 @@ case "$cmd" in
     ;;
   selftest)
     [ -f "$prefix/drive_c/qzxl/qzxl_com_selftest.exe" ] || skip "no self-test program in $prefix"
+    export LC_ALL=C.UTF-8 LANG=C.UTF-8
     output="$(timeout 300 "$wine_bin" "C:\\qzxl\\qzxl_com_selftest.exe" "C:\\qzxl\\QZXLLib.dll" \
               "C:\\qzxl\\QZXLTestHost.dll" 2>&1 | tr -d '\r')"
     echo "$output"

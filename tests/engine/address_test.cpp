@@ -1,7 +1,7 @@
 // Address text: areas, qualifiers, quoting of sheet names, and how a union's areas join.
 #include <gtest/gtest.h>
 
-#include "engine/core/address.hpp"
+#include "engine/model/address.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine {

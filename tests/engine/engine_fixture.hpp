@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine::test {

@@ -92,7 +92,7 @@ TEST(CachedValues, RecalculatingTheCorpusGivesTheSavedValues) {
       args += " '" + (corpus / "workbooks" / j["file"].get<std::string>()).string() + "'";
     }
     cells = tmp / "cells.jsonl";
-    fs::path script = fs::path(__FILE__).parent_path() / "corpus_cells.py";
+    fs::path script = fs::path(QZXL_CALC_TEST_DIR) / "corpus_cells.py";
     std::string cmd = "/usr/bin/python3 '" + script.string() + "' '" + cells.string() + "'" + args;
     ASSERT_EQ(std::system(cmd.c_str()), 0);
   }

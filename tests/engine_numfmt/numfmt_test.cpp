@@ -315,5 +315,32 @@ TEST(DateSystems, SerialsAndAutomationDates) {
     EXPECT_EQ(serial_from_automation(automation_date(s, false), false), s);
 }
 
+TEST(Shown, InTheUsersMarksAndShortDateWhileTheCodeKeepsItsFileForm) {
+  Locale de;
+  de.decimal = u',';
+  de.thousands = u'.';
+  de.short_date = u"dd.MM.yyyy";
+  auto shown = [&](double v, const char16_t* code) {
+    CellValue c;
+    c.type = CellValue::Type::Number;
+    c.number = v;
+    return to_utf8(render_shown(c, code, false, de));
+  };
+  EXPECT_EQ(shown(1234.5, u"#,##0.00"), "1.234,50");
+  EXPECT_EQ(shown(-1234567, u"#,##0"), "-1.234.567");
+  EXPECT_EQ(shown(1.5, u"General"), "1,5");
+  EXPECT_EQ(shown(1.5e-12, u"General"), "1,5E-12");
+  EXPECT_EQ(shown(0.125, u"0.0%"), "12,5%");
+  EXPECT_EQ(shown(12345, u"0.00E+00"), "1,23E+04");
+  EXPECT_EQ(shown(1.5 / 86400, u"mm:ss.0"), "00:01,5");
+  // The built-in short date follows the user; a date code of the file's own does not.
+  EXPECT_EQ(shown(46340, u"m/d/yyyy"), "14.11.2026");
+  EXPECT_EQ(shown(46340.75, u"m/d/yyyy h:mm"), "14.11.2026 18:00");
+  EXPECT_EQ(shown(46340, u"d/m/yyyy"), "14/11/2026");
+  // Literal text keeps its points and commas; the file form is untouched.
+  EXPECT_EQ(shown(3, u"0\" St.\""), "3 St.");
+  EXPECT_EQ(show(1234.5, u"#,##0.00"), "1,234.50");
+}
+
 }  // namespace
 }  // namespace qz::engine::numfmt

@@ -26,7 +26,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/calc/calc.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "engine/xlsx/common.hpp"
 #include "engine/xlsx/package.hpp"
 #include "engine/xlsx/state.hpp"

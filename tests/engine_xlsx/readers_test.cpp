@@ -10,7 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "engine/xlsx/xlsx.hpp"
 #include "qzxl/convert.hpp"
 #include "support/test_support.hpp"

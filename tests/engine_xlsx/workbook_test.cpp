@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "engine/calc/calc.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "engine/xlsx/common.hpp"
 #include "engine/xlsx/package.hpp"
 #include "engine/xlsx/xlsx.hpp"
@@ -293,12 +293,12 @@ TEST_F(Workbooks, LoadsWorkbookSheetAndStyleProperties) {
   EXPECT_EQ(b->code_name, u"ThisWorkbook");
   EXPECT_EQ(b->active_sheet, 1);
   EXPECT_EQ(sheet(*b, 1).visibility, 0);
-  ASSERT_EQ(b->names.size(), 2u);
+  ASSERT_EQ(b->names().size(), 2u);
   auto local = b->find_name(u"Local", sheet(*b, 1).id);
   ASSERT_TRUE(local.has_value());
-  EXPECT_TRUE(b->names[*local].hidden);
-  EXPECT_EQ(b->names[*local].comment, u"c");
-  EXPECT_EQ(b->names[*local].formula, u"Second!$B$2");
+  EXPECT_TRUE(b->names()[*local].hidden);
+  EXPECT_EQ(b->names()[*local].comment, u"c");
+  EXPECT_EQ(b->names()[*local].formula, u"Second!$B$2");
 
   Sheet& s = sheet(*b, 1);
   EXPECT_EQ(s.code_name, u"Sheet2Code");
@@ -615,8 +615,8 @@ TEST_F(Workbooks, ANewWorkbookSavesAsACompletePackage) {
   EXPECT_EQ(again->strings.runs(t.cells.find(2, 0)->index).size(), 2u);
   EXPECT_EQ(again->formula_text(t, 3, 0, calc::Notation::A1), u"=A1*2");
   EXPECT_EQ(again->value(t, 3, 0), calc::Value::num(6));
-  ASSERT_EQ(again->names.size(), 1u);
-  EXPECT_TRUE(again->names[0].hidden);
+  ASSERT_EQ(again->names().size(), 1u);
+  EXPECT_TRUE(again->names()[0].hidden);
 }
 
 TEST_F(Workbooks, SavesOverItsOwnFileOnlyWhenNamed) {

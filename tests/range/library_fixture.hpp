@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"
 

@@ -8,8 +8,8 @@
 
 #include <vector>
 
-#include "engine/core/engine.hpp"
-#include "engine/core/user.hpp"
+#include "engine/host/engine.hpp"
+#include "engine/host/user.hpp"
 #include "frame/session.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"

@@ -9,7 +9,7 @@
 
 #include <fstream>
 
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "frame/session.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"

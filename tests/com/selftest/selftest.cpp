@@ -23,6 +23,7 @@
 #include "com/src/late.hpp"
 #include "com/src/object_dispatch.hpp"
 #include "com/src/registry_settings.hpp"
+#include "com/src/user_locale.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::com {
@@ -384,6 +385,30 @@ void errors() {
 }
 
 // ---- The settings store -------------------------------------------------------------------
+
+void regional_settings() {
+  g_group = "the user's regional settings";
+  // Whatever the user's locale, the readers are the runtime's parsers for it.
+  const Locale user = user_locale();
+  CHECK(user.number_reader && user.date_reader);
+  CHECK(!user.name.empty());
+  const Locale old = set_locale(user);
+  CHECK(parse_number(u" 12 ") == 12.0);
+  CHECK(!parse_number(u"twelve"));
+  CHECK(parse_date(u"2026-11-14") == 46340.0);
+  // The radix forms stay the runtime's typed whole numbers, which VarR8FromStr does not
+  // give: it reads &HFFFF as 65535, refuses &HFFFFFFFF as too large and &10 (octal) outright.
+  double plain = 0;
+  wchar_t hex[] = L"&HFFFF";
+  CHECK(SUCCEEDED(VarR8FromStr(hex, LOCALE_USER_DEFAULT, 0, &plain)) && plain == 65535);
+  CHECK(parse_number(u"&HFFFF") == -1.0);
+  CHECK(parse_number(u" &HFFFFFFFF ") == -1.0);
+  CHECK(parse_number(u"&10") == 8.0);
+  CHECK(is_numeric(Variant(u"&H7FFF")));
+  // Whole numbers still round on the digits as written.
+  CHECK(to_long(Variant(u"2.5")) == 2 && to_long(Variant(u"3.5")) == 4);
+  set_locale(old);
+}
 
 void settings() {
   g_group = "settings in the registry";
@@ -838,6 +863,7 @@ int wmain(int argc, wchar_t** argv) {
   variants_out();
   by_reference();
   errors();
+  regional_settings();
   settings();
   server(argv[1], argv[2]);
   if (g_failures == 0)
