@@ -101,7 +101,14 @@ void display(const Variant& array, const host::WorksheetPtr& given, const String
   // The application's filter buttons over the list; a host without filters still gets the
   // headed list.
   step([&] { late::call(wks->cell(kHeaderRow, 1)->resize(height + 1, width), u"AutoFilter"); });
-  for (int32_t c = 1; c <= width; ++c) {
+  // The columns are fitted as the application measures the list's texts in their fonts (the
+  // label above is left out, so that it does not widen the first column). A host that cannot
+  // fit columns gets widths from the number of characters instead.
+  if (step([&] {
+        late::call(wks->cell(kHeaderRow, 1)->resize(height + 1, width)->columns(), u"AutoFit");
+      }))
+    widths.clear();
+  for (int32_t c = 1; c <= static_cast<int32_t>(widths.size()); ++c) {
     // Two characters more than the longest text: room for the bold header and its button.
     double fitted =
         static_cast<double>(std::min(widths[static_cast<size_t>(c - 1)] + 2, kWidestColumn));
