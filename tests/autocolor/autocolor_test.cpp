@@ -568,11 +568,14 @@ TEST_F(Buttons, EachKindHasItsCaptionAndMacroAndIsDeletedOnItsOwn) {
       ac->CreateAutoColorMenuBtn(format), ac->CreateAutoColorSelectionMenuBtn(format),
       ac->CreateAutoColorSheetMenuBtn(format), ac->CreateAutoColorWkbMenuBtn(format)};
   std::vector<String> seen;
-  for (const auto& button : made) seen.push_back(button->caption() + u"=" + button->on_action());
-  EXPECT_EQ(seen, (std::vector<String>{u"&AutoColor On Entry=mDOM.ToggleAutoColor",
-                                       u"AutoColor Se&lection...=mDOM.AutoColorSelection",
-                                       u"AutoColor &Sheet...=mDOM.AutoColorSheet",
-                                       u"AutoColor &Workbook...=mDOM.AutoColorWorkbook"}));
+  for (const auto& button : made)
+    seen.push_back(button->caption() + u"=" + button->on_action() +
+                   (engine::is_temporary(button) == true ? u" (temporary)" : u""));
+  EXPECT_EQ(seen,
+            (std::vector<String>{u"&AutoColor On Entry=mDOM.ToggleAutoColor (temporary)",
+                                 u"AutoColor Se&lection...=mDOM.AutoColorSelection (temporary)",
+                                 u"AutoColor &Sheet...=mDOM.AutoColorSheet (temporary)",
+                                 u"AutoColor &Workbook...=mDOM.AutoColorWorkbook (temporary)"}));
   auto remaining = [&] {
     auto now = format_captions();
     return std::vector<String>(now.begin() + static_cast<ptrdiff_t>(before.size()), now.end());

@@ -4,7 +4,7 @@
 #include <set>
 
 #include "control/control.hpp"
-#include "engine/core/engine.hpp"
+#include "engine/host/engine.hpp"
 #include "frame/session.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"

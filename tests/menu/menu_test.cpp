@@ -99,7 +99,10 @@ TEST_F(Menus, APopupGoesAtTheEndOrBeforeTheGivenPosition) {
   EXPECT_EQ(last->index(), n + 1);
   EXPECT_TRUE(last->begin_group());
   auto third = menu->CreatePopup(Variant(tools), Variant(u"&Third"), Variant::missing(), Variant(3),
-                                 Variant(u"mX.Go"), true, Variant(u"tag"));
+                                 Variant(u"mX.Go"), false, Variant(u"tag"));
+  // Created controls go with the application unless the client asks to keep them.
+  EXPECT_EQ(engine::is_temporary(last), true);
+  EXPECT_EQ(engine::is_temporary(third), false);
   EXPECT_EQ(third->index(), 3);
   EXPECT_EQ(captions(tools->controls())[2], "&Third");
   EXPECT_EQ(third->on_action(), u"mX.Go");
@@ -120,7 +123,9 @@ TEST_F(Menus, AButtonNeedsAPopupAndTakesOnlyWhatIsGiven) {
   EXPECT_EQ(button->parent(), ObjectPtr(popup));
   auto full =
       menu->CreateBtn(Variant(u"&Go"), Variant(u"mX.Go"), Variant(popup), Variant(true), Variant(1),
-                      Variant(int32_t{59}), true, Variant(u"Ctrl+G"), Variant(u"go"));
+                      Variant(int32_t{59}), false, Variant(u"Ctrl+G"), Variant(u"go"));
+  EXPECT_EQ(engine::is_temporary(button), true);
+  EXPECT_EQ(engine::is_temporary(full), false);
   EXPECT_EQ(full->index(), 1);
   EXPECT_EQ(full->face_id(), 59);
   EXPECT_EQ(full->shortcut_text(), u"Ctrl+G");
@@ -143,10 +148,12 @@ TEST_F(Menus, AToolbarIsAddedUnderItsNameAndShownAsAsked) {
   EXPECT_EQ(bar->name(), u"Model Tools");
   EXPECT_TRUE(bar->visible());
   EXPECT_EQ(app->command_bars()->item(Variant(u"model tools")), bar);
+  EXPECT_EQ(engine::is_temporary(bar), true);
   // A second bar of that name is refused; the hidden one is made.
   EXPECT_EQ(menu->CreateToolbar(Variant(u"Model Tools")), nullptr);
-  auto hidden = menu->CreateToolbar(Variant(u"Quiet"), Variant::missing(), true, false);
+  auto hidden = menu->CreateToolbar(Variant(u"Quiet"), Variant::missing(), false, false);
   EXPECT_FALSE(hidden->visible());
+  EXPECT_EQ(engine::is_temporary(hidden), false);
 }
 
 class Products : public ClientTest {};
@@ -170,14 +177,16 @@ TEST_F(Products, TheProductMenuIsFoundAgainByItsMarkInFrontOfHelp) {
   auto made = product->CreateProductMenu();
   ASSERT_TRUE(made);
   EXPECT_EQ(made->caption(), u"Quazel Model");
+  EXPECT_EQ(engine::is_temporary(made), true);
   EXPECT_EQ(made->index() + 1, menu->HelpMenu()->index());
   EXPECT_EQ(product->ProductMenu(), made);
   EXPECT_EQ(product->ProductMenu(Variant(true)), nullptr);
   EXPECT_EQ(product->CreateProductMenu(Variant(u""))->caption(), u"Quazel Model");
 
   // A caption of the client's own, and a second creation: still one menu, found by its mark.
-  auto captioned = product->CreateProductMenu(Variant(u"&Model"), true);
+  auto captioned = product->CreateProductMenu(Variant(u"&Model"), false);
   EXPECT_EQ(captioned->caption(), u"&Model");
+  EXPECT_EQ(engine::is_temporary(captioned), false);
   EXPECT_EQ(product->ProductMenu(), captioned);
   int marked = 0;
   auto bar = menu->MainMenuBar()->controls();
