@@ -1,5 +1,7 @@
 // Chart addresses, names, lookups and activation.
+#include "engine/xlsx/xlsx.hpp"
 #include "support/fake_host.hpp"
+#include "support/test_support.hpp"
 #include "vblib/vblib.hpp"
 #include "workbook/library_fixture.hpp"
 
@@ -41,6 +43,21 @@ TEST_F(Charts, AddressesAndNamesOfBothKinds) {
             (std::vector<String>{u"Sheet1!Chart 1", u"Chart 1", u"Chart 1 (Sheet1)",
                                  u"Sheet1!Chart 1", u"Chart 1", u"embedded"}));
   EXPECT_EQ(names(nullptr), (std::vector<String>{u"", u"", u"", u"", u"", u"sheet"}));
+}
+
+TEST_F(Charts, AFilesChartsAreFoundByTheNamesItGivesThem) {
+  const auto file =
+      corpus_dir() / "workbooks/closedxml/Other/Charts/PreserveCharts/outputfile.xlsx";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << "the corpus is not there";
+  engine::xlsx::register_format();
+  host::OpenArgs args;
+  args.filename = u16(file.string());
+  auto wb = app->workbooks()->open(args);
+  auto chart = charts->RefChart(wb, u"Sheet2!Chart 1");
+  EXPECT_EQ(names(chart), (std::vector<String>{u"Sheet2!Chart 1", u"Chart 1", u"Chart 1 (Sheet2)",
+                                               u"Sheet2!Chart 1", u"Chart 1", u"embedded"}));
+  EXPECT_TRUE(charts->ChartObjExists(wb, u"Chart 1"));
+  EXPECT_EQ(charts->RefChart(wb, u"Sheet1!Chart 1"), nullptr);
 }
 
 TEST_F(Charts, FoundAgainByAddress) {

@@ -1,6 +1,7 @@
 // Finding, opening and inspecting workbooks.
 #include <filesystem>
 
+#include "host/intercept.hpp"
 #include "support/fake_host.hpp"
 #include "workbook/library_fixture.hpp"
 
@@ -12,46 +13,15 @@ class Workbooks : public LibraryTest {
   iWorkbookPtr wbk = lib->NewWorkbook();
 };
 
-// The application with each Workbooks.Open noted as it receives it: the file's name, then
-// every argument that was given.
-class OpenLog : public ForwardingApplication {
- public:
-  using ForwardingApplication::ForwardingApplication;
-  class Books : public host::Workbooks {
-   public:
-    Books(host::WorkbooksPtr inner, OpenLog& log) : inner_(std::move(inner)), log_(log) {}
-    int32_t count() override { return inner_->count(); }
-    host::WorkbookPtr item(const Variant& i) override { return inner_->item(i); }
-    host::WorkbookPtr add(const Variant& t) override { return inner_->add(t); }
-    host::WorkbookPtr open(const host::OpenArgs& a) override {
-      std::string line = to_utf8(a.filename);
-      line.replace(0, log_.folder.size(), "~");
-      for (auto [name, v] : {std::pair{"UpdateLinks", a.update_links},
-                             {"ReadOnly", a.read_only},
-                             {"IgnoreReadOnlyRecommended", a.ignore_read_only_recommended},
-                             {"Editable", a.editable},
-                             {"Format", a.format},
-                             {"Password", a.password},
-                             {"Notify", a.notify}})
-        if (!v.is_missing()) line += std::string(" ") + name + "=" + to_utf8(to_string(v));
-      log_.opens.push_back(line);
-      return inner_->open(a);
-    }
-
-   private:
-    host::WorkbooksPtr inner_;
-    OpenLog& log_;
-  };
-  host::WorkbooksPtr workbooks() override {
-    return std::make_shared<Books>(inner->workbooks(), *this);
-  }
-  std::vector<std::string> opens;
-  std::string folder;  // shown as "~"
-};
-
 TEST_F(Workbooks, TheApplicationIsAskedToOpenWithTheArgumentsGivenAndNoOthers) {
-  auto log = std::make_shared<OpenLog>(app);
-  log->folder = to_utf8(folder());
+  // Each Workbooks.Open as the application receives it, the test's folder shown as "~".
+  std::vector<std::string> opens;
+  auto log = host::intercept(app, [&](const host::HostCall& call) {
+    if (call.member != u"Workbooks.Open") return;
+    std::string line = to_utf8(host::describe(call));
+    line.replace(line.find(to_utf8(folder())), folder().size(), "~");
+    opens.push_back(line);
+  });
   lib->InitXL(log);
   scope.ui->file_answers = {write_book("Plan.xls"), write_book("Quiet.xls")};
   ASSERT_NE(wbk->OpenWkbFromUser(), nullptr);
@@ -67,11 +37,13 @@ TEST_F(Workbooks, TheApplicationIsAskedToOpenWithTheArgumentsGivenAndNoOthers) {
   wbk->GetWkb(log, u"Data.xls", folder(), true, nullptr, nullptr, nullptr, nullptr, nullptr,
               nullptr, nullptr, Variant(true));
   wbk->GetWkb(log, u"Notes.xls", folder(), false);
-  EXPECT_EQ(log->opens,
-            (std::vector<std::string>{"~/Plan.xls",
-                                      "~/Quiet.xls UpdateLinks=0 IgnoreReadOnlyRecommended=True",
-                                      "~\\Data.xls UpdateLinks=False ReadOnly=True Editable=True",
-                                      "~\\Notes.xls UpdateLinks=False ReadOnly=False"}));
+  EXPECT_EQ(
+      opens,
+      (std::vector<std::string>{
+          R"(Workbooks.Open(Filename:="~/Plan.xls"))",
+          R"(Workbooks.Open(Filename:="~/Quiet.xls", UpdateLinks:=0, IgnoreReadOnlyRecommended:=True))",
+          R"(Workbooks.Open(Filename:="~\Data.xls", UpdateLinks:=False, ReadOnly:=True, Editable:=True))",
+          R"(Workbooks.Open(Filename:="~\Notes.xls", UpdateLinks:=False, ReadOnly:=False))"}));
 }
 
 TEST_F(Workbooks, OpenFromUserAsksOnceAndPrefersTheOpenNamesake) {
