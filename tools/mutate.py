@@ -50,11 +50,11 @@ TESTS = {
     "src/chart": "tests/chart/qzxl_chart_tests",
     "src/control": "tests/control/qzxl_control_tests",
     "src/frame": "tests/frame/qzxl_frame_tests",
-    "src/frame/vocab": "tests/frame/qzxl_vocab_tests",
     "src/vblib": "tests/vblib/qzxl_vblib_tests",
     "src/host": "tests/com/qzxl_host_dispatch_tests",
-    "src/vocab": "tests/frame/qzxl_vocab_tests",
-    "src/factory": "tests/frame/qzxl_frame_tests",
+    "src/host/intercept.cpp": "tests/host/qzxl_intercept_tests",
+    "src/vocab": "tests/vocab/qzxl_vocab_tests",
+    "src/factory": "tests/factory/qzxl_factory_tests",
 }
 
 
@@ -174,15 +174,23 @@ def tracked_files():
 
 def sync_tree(tree):
     """Copies the worktree as it stands (uncommitted edits included) into `tree`, leaving
-    files that did not change alone so that their objects stay built."""
+    files that did not change alone so that their objects stay built. Files the worktree no
+    longer has go from the copy too (a moved folder would otherwise be built twice)."""
+    wanted = set()
     for rel in tracked_files():
         src, dst = ROOT / rel, tree / rel
         if not src.is_file():
             continue
+        wanted.add(Path(rel).as_posix())
         if dst.is_file() and dst.read_bytes() == src.read_bytes():
             continue
         dst.parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(src, dst)  # a fresh time stamp, so that the build sees the change
+    build = tree / "build"
+    for path in tree.rglob("*"):
+        if path.is_file() and build not in path.parents:
+            if path.relative_to(tree).as_posix() not in wanted:
+                path.unlink()
 
 
 def run(cmd, cwd, timeout=None, env=None):
