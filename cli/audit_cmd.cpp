@@ -1,23 +1,23 @@
 // qzxl audit: lists, without changing anything, the cells and names a reviewer of a model
 // looks at first: formulas with typed-in numbers, links to other workbooks and other sheets,
-// numbers typed over a row of formulas, dead names and hidden library tags. Formulas are read
-// with the library's tokenizer and cells classified by the library, as AutoColor reads them.
+// numbers typed over a row of formulas, dead names and hidden library tags. Formula cells are
+// classified by AutoColor's own rules, through the observer `qzxl autocolor` counts with, so
+// the two commands cannot disagree; the typed-in numbers are read with the library's tokenizer.
 #include <fmt/core.h>
 
 #include <array>
 #include <map>
 #include <nlohmann/json.hpp>
 
+#include "autocolor/autocolor.hpp"
 #include "common.hpp"
 #include "qzxl/convert.hpp"
-#include "vblib/vblib.hpp"
 
 namespace qzcli {
 
 namespace {
 
 using qz::String;
-using qz::StringView;
 
 struct Options {
   std::string in;
@@ -52,32 +52,41 @@ std::array<Group, kGroups> make_groups() {
   }};
 }
 
-// What a formula's pieces say: the typed-in numbers (0 and 1 do not count, as they keep a
-// formula a plain one for AutoColor too) and whether it refers to anything.
-struct Reading {
-  std::vector<std::string> numbers;
-  bool has_reference = false;
-};
-
-Reading read_formula(qz::_iFormula& parser, const String& formula) {
-  Reading r;
+// The typed-in numbers of a formula, shown beside a partial input (0 and 1 do not count, as
+// they keep a formula a plain one).
+std::vector<std::string> typed_values(qz::_iFormula& parser, const String& formula) {
+  std::vector<std::string> out;
   String text = formula;
   qz::FmlaPieces pieces;
   parser.ParseCellFormula(text, pieces, false, false);
   for (const auto& p : pieces) {
-    if (p.IsValue) {
-      double d = 1;
-      try {
-        d = qz::to_double(qz::Variant(p.ThePiece));
-      } catch (const std::exception&) {
-      }
-      if (d != 0 && d != 1) r.numbers.push_back(qz::to_utf8(p.ThePiece));
-    } else if (p.IsRange) {
-      r.has_reference = true;
+    if (!p.IsValue) continue;
+    double d = 1;
+    try {
+      d = qz::to_double(qz::Variant(p.ThePiece));
+    } catch (const std::exception&) {
     }
+    if (d != 0 && d != 1) out.push_back(qz::to_utf8(p.ThePiece));
   }
-  return r;
+  return out;
 }
+
+// What AutoColor's rules made of each cell in a run over the workbook, by "Sheet!A1". The run
+// colours the workbook in memory only: the audit saves nothing.
+class Outcomes final : public qz::autocolor::Observer {
+ public:
+  void decided(const qz::host::RangePtr& cell, qz::autocolor::Outcome outcome,
+               std::optional<int32_t>) override {
+    by_cell_[cell_address(cell)] = outcome;
+  }
+  std::optional<qz::autocolor::Outcome> of(const std::string& where) const {
+    auto it = by_cell_.find(where);
+    return it == by_cell_.end() ? std::nullopt : std::optional(it->second);
+  }
+
+ private:
+  std::map<std::string, qz::autocolor::Outcome> by_cell_;
+};
 
 std::string joined(const std::vector<std::string>& parts) {
   std::string out;
@@ -87,8 +96,8 @@ std::string joined(const std::vector<std::string>& parts) {
 
 class Auditor {
  public:
-  explicit Auditor(const qz::iXLLibPublicPtr& lib)
-      : parser_(lib->NewFormula()), cells_(lib->NewRange()) {}
+  Auditor(const qz::iXLLibPublicPtr& lib, const Outcomes& outcomes)
+      : parser_(lib->NewFormula()), cells_(lib->NewRange()), outcomes_(outcomes) {}
 
   void sheet(const qz::host::WorksheetPtr& wks, std::array<Group, kGroups>& groups) {
     auto used = wks->used_range();
@@ -103,17 +112,25 @@ class Auditor {
 
  private:
   void formula_cell(const qz::host::RangePtr& cell, std::array<Group, kGroups>& groups) {
-    const String formula = cell->formula();
-    const Reading r = read_formula(*parser_, formula);
     const std::string where = cell_address(cell);
-    if (r.has_reference && !r.numbers.empty())
-      groups[kPartial].items.push_back({where, printable(formula), joined(r.numbers)});
-    // A book's name stands in brackets; quoted text is no reference.
-    const StringView body = StringView(formula).substr(1);
-    if (qz::vblib::Strings::instr_outside_quotes(1, body, u"]", u'"') > 0)
-      groups[kExternal].items.push_back({where, printable(formula), ""});
-    else if (qz::vblib::Strings::instr_outside_quotes(1, body, u"!", u'"') > 0)
-      groups[kSheet].items.push_back({where, printable(formula), ""});
+    const auto outcome = outcomes_.of(where);
+    if (!outcome) return;
+    const String formula = cell->formula();
+    switch (*outcome) {
+      case qz::autocolor::Outcome::PartialInput:
+        groups[kPartial].items.push_back(
+            {where, printable(formula), joined(typed_values(*parser_, formula))});
+        break;
+      case qz::autocolor::Outcome::WorkbookLink:
+        groups[kExternal].items.push_back({where, printable(formula), ""});
+        break;
+      case qz::autocolor::Outcome::SheetLink:
+      case qz::autocolor::Outcome::NamedLink:
+        groups[kSheet].items.push_back({where, printable(formula), ""});
+        break;
+      default:
+        break;
+    }
   }
 
   // A number where its neighbours hold the same formula (in relative terms) was most likely
@@ -142,6 +159,7 @@ class Auditor {
 
   qz::iFormulaPtr parser_;
   qz::iRangePtr cells_;
+  const Outcomes& outcomes_;
 };
 
 void audit_names(const qz::host::WorkbookPtr& book, std::array<Group, kGroups>& groups) {
@@ -181,11 +199,22 @@ int run(const Options& o) {
   const auto fail_on = parse_fail_on(o.fail_on);
   if (o.max < 0) throw Failure("--max: give 0 (no limit) or more");
   const fs::path in = o.in;
-  Session session;
+  // The names question gets the answer `qzxl autocolor` gives it by default, so both commands
+  // run the rules alike.
+  Interaction interaction;
+  interaction.progress = false;
+  Session session(std::make_shared<TerminalUi>(interaction));
   const auto book = session.open(in);
 
+  Outcomes outcomes;
+  auto ac = std::dynamic_pointer_cast<qz::iAutoColor>(session.lib->NewAutoColor());
+  if (!ac) throw Failure("this build's AutoColor cannot report on its runs");
+  ac->set_observer(&outcomes);
+  ac->AutoColorWorkbook(book);
+  ac->set_observer(nullptr);
+
   auto groups = make_groups();
-  Auditor auditor(session.lib);
+  Auditor auditor(session.lib, outcomes);
   size_t sheets = 0;
   for (const auto& wks : worksheets(book)) {
     if (wks->type() != qz::host::xl::Worksheet) continue;

@@ -40,8 +40,6 @@ Command make_autocolor_command(CLI::App& parent);
 Command make_audit_command(CLI::App& parent);
 Command make_names_command(CLI::App& parent);
 Command make_settings_command(CLI::App& parent);
-Command make_example_command(CLI::App& parent);
-Command make_large_command(CLI::App& parent);
 }  // namespace qzcli
 
 int main(int argc, char** argv) {
@@ -60,8 +58,6 @@ int main(int argc, char** argv) {
   tokenize->set_version_flag("--version", qzcli::kVersion);
   qzcli::add_locale_option(tokenize);
   commands.push_back({tokenize, run_tokenize_command});
-  commands.push_back(qzcli::make_example_command(app));
-  commands.push_back(qzcli::make_large_command(app));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -8,16 +8,31 @@ function(qzxl_defaults target)
   endif()
 endfunction()
 
-# One layer of the library: a static library over the public headers and src/.
-#   qzxl_layer(<name> SOURCES <files...> DEPS <targets...>)
+# Makes the headers of one folder (relative to the project) visible to `target` and to what
+# links it, under the names the code includes them by: "range/range.hpp" for src/range,
+# "engine/calc/formula.hpp" for engine/calc. Each folder gets an include root of its own in
+# the build tree (a link to the folder), so a target sees the headers of its own folder and of
+# the targets it links, and no others: including a header of a layer one does not link fails
+# to compile.
+function(qzxl_header_root target folder)
+  string(REGEX REPLACE "^src/" "" name ${folder})
+  set(root ${PROJECT_BINARY_DIR}/include-roots/${target})
+  get_filename_component(parent ${root}/${name} DIRECTORY)
+  file(MAKE_DIRECTORY ${parent})
+  if(NOT EXISTS ${root}/${name})
+    file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${folder} ${root}/${name} SYMBOLIC)
+  endif()
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${root}>)
+endfunction()
+
+# One layer of the library or the engine: a static library over the headers of its own folder
+# and those of the layers it depends on.
+#   qzxl_layer(<name> HEADERS <folder> SOURCES <files...> DEPS <targets...>)
 function(qzxl_layer name)
-  cmake_parse_arguments(L "" "" "SOURCES;DEPS" ${ARGN})
+  cmake_parse_arguments(L "" "HEADERS" "SOURCES;DEPS" ${ARGN})
   add_library(${name} STATIC ${L_SOURCES})
-  target_include_directories(${name} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/src>
-    $<INSTALL_INTERFACE:include>)
+  qzxl_header_root(${name} ${L_HEADERS})
+  target_include_directories(${name} PUBLIC $<INSTALL_INTERFACE:include>)
   target_link_libraries(${name} PUBLIC ${L_DEPS})
   qzxl_defaults(${name})
 endfunction()

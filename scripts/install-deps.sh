@@ -7,7 +7,7 @@
 set -euo pipefail
 
 packages=(build-essential cmake ninja-build pkg-config
-          libpugixml-dev libzip-dev zlib1g-dev libdeflate-dev libcli11-dev libfmt-dev nlohmann-json3-dev
+          libpugixml-dev zlib1g-dev libdeflate-dev libcli11-dev libfmt-dev nlohmann-json3-dev
           libicu-dev)
 if [ "${1:-}" = "--test" ]; then
   packages+=(libgtest-dev libgmock-dev googletest libbenchmark-dev clang-format

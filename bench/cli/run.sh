@@ -5,11 +5,13 @@
 #
 #   bash bench/cli/run.sh                      the 1,000,000-cell model
 #   CELLS=100000 bash bench/cli/run.sh         a smaller one
-#   QZXL=build/cli/cli/qzxl bash bench/cli/run.sh
+#   QZXL=build/release/cli/qzxl bash bench/cli/run.sh
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 qzxl=${QZXL:-$root/build/release/cli/qzxl}
+# The generated model comes from the project's own tool, built beside qzxl.
+models=${QZXL_MODELS:-$(dirname "$qzxl")/../tools/models/qzxl-models}
 cells=${CELLS:-1000000}
 python=/usr/bin/python3  # Debian's, which sees python3-openpyxl
 
@@ -18,7 +20,7 @@ trap 'rm -rf "$work"' EXIT
 # The run's settings stay out of the user's own.
 export QZXL_CONFIG_DIR="$work/config"
 
-"$qzxl" make-large "$work/model.xlsx" --cells "$cells"
+"$models" large "$work/model.xlsx" --cells "$cells"
 
 /usr/bin/time -v -o "$work/qzxl.time" \
   "$qzxl" autocolor "$work/model.xlsx" -o "$work/qzxl.xlsx" --quiet

@@ -8,6 +8,7 @@
 #include "engine/calc/eval.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/text_fold.hpp"
 
 namespace qz::engine::calc {
 
@@ -290,34 +291,21 @@ bool is_volatile(const Formula& f) {
 
 // ---- text and comparison helpers --------------------------------------------------------
 
-namespace {
-char16_t fold(char16_t c) {
-  if (c >= u'a' && c <= u'z') return static_cast<char16_t>(c - 32);
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return static_cast<char16_t>(c - 32);
-  return c;
-}
-char16_t unfold(char16_t c) {
-  if (c >= u'A' && c <= u'Z') return static_cast<char16_t>(c + 32);
-  if (c >= 0xC0 && c <= 0xDE && c != 0xD7) return static_cast<char16_t>(c + 32);
-  return c;
-}
-}  // namespace
-
 bool text_equal(StringView a, StringView b) {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i)
-    if (fold(a[i]) != fold(b[i])) return false;
+    if (fold_case(a[i]) != fold_case(b[i])) return false;
   return true;
 }
 
 String upper_text(StringView s) {
   String out(s);
-  for (auto& c : out) c = fold(c);
+  for (auto& c : out) c = fold_case(c);
   return out;
 }
 String lower_text(StringView s) {
   String out(s);
-  for (auto& c : out) c = unfold(c);
+  for (auto& c : out) c = unfold_case(c);
   return out;
 }
 
@@ -325,7 +313,7 @@ namespace {
 int compare_text(StringView a, StringView b) {
   size_t n = std::min(a.size(), b.size());
   for (size_t i = 0; i < n; ++i) {
-    char16_t x = fold(a[i]), y = fold(b[i]);
+    char16_t x = fold_case(a[i]), y = fold_case(b[i]);
     if (x != y) return x < y ? -1 : 1;
   }
   if (a.size() == b.size()) return 0;
@@ -421,7 +409,7 @@ bool wildcard_match(StringView p, StringView t) {
   while (ti < t.size()) {
     if (pi < p.size() && p[pi] == u'~' && pi + 1 < p.size() &&
         (p[pi + 1] == u'*' || p[pi + 1] == u'?' || p[pi + 1] == u'~')) {
-      if (fold(p[pi + 1]) == fold(t[ti])) {
+      if (fold_case(p[pi + 1]) == fold_case(t[ti])) {
         pi += 2;
         ++ti;
         continue;
@@ -430,7 +418,7 @@ bool wildcard_match(StringView p, StringView t) {
       star = pi++;
       mark = ti;
       continue;
-    } else if (pi < p.size() && (p[pi] == u'?' || fold(p[pi]) == fold(t[ti]))) {
+    } else if (pi < p.size() && (p[pi] == u'?' || fold_case(p[pi]) == fold_case(t[ti]))) {
       ++pi;
       ++ti;
       continue;

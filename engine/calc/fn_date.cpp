@@ -27,14 +27,6 @@ double date_arg(Args& a, size_t i) {
   return std::floor(v);
 }
 
-bool leap(int y) {
-  return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-}
-int days_in_month(int y, int m) {
-  static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  return m == 2 && leap(y) ? 29 : days[m - 1];
-}
-
 double days_30_360(Ymd d1, Ymd d2, bool european) {
   if (european) {
     if (d1.d == 31) d1.d = 30;
@@ -58,13 +50,13 @@ double year_fraction(bool date1904, double s1, double s2, int basis) {
       return days_30_360(d1, d2, false) / 360;
     case 1: {
       double days = s2 - s1;
-      if (d1.y == d2.y) return days / (leap(d1.y) ? 366 : 365);
+      if (d1.y == d2.y) return days / (is_leap(d1.y) ? 366 : 365);
       bool within_year = d2.y == d1.y + 1 && (d1.m > d2.m || (d1.m == d2.m && d1.d >= d2.d));
       if (within_year) {
         // 366 when a 29 February falls between the two dates.
         bool feb29 = false;
-        if (leap(d1.y) && (d1.m < 3)) feb29 = true;
-        if (leap(d2.y) && (d2.m > 2 || (d2.m == 2 && d2.d == 29))) feb29 = true;
+        if (is_leap(d1.y) && (d1.m < 3)) feb29 = true;
+        if (is_leap(d2.y) && (d2.m > 2 || (d2.m == 2 && d2.d == 29))) feb29 = true;
         return days / (feb29 ? 366 : 365);
       }
       double span = serial_from(date1904, d2.y + 1, 1, 1) - serial_from(date1904, d1.y, 1, 1);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/calc/eval.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine::calc::fn {
 
@@ -17,8 +18,8 @@ double serial_from(bool date1904, int y, int m, int d);
 /// A date argument: a serial (text that reads as a date counts), truncated, not negative.
 double date_arg(Args& a, size_t i);
 
-bool leap(int y);
-int days_in_month(int y, int m);
+using dates::days_in_month;
+using dates::is_leap;
 
 /// Days between two dates counted 30/360: the US (NASD) rules with their end-of-February
 /// adjustments, or the European ones.

@@ -3,6 +3,7 @@
 
 #include "engine/calc/formula.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/columns.hpp"
 
 namespace qz::engine::calc {
 namespace {
@@ -62,14 +63,7 @@ bool sheet_name_needs_quotes(StringView name) {
 }
 
 String column_letters(int32_t col) {
-  String out;
-  int32_t v = col + 1;
-  while (v > 0) {
-    int32_t r = (v - 1) % 26;
-    out.insert(out.begin(), static_cast<char16_t>(u'A' + r));
-    v = (v - 1) / 26;
-  }
-  return out;
+  return qz::column_letters(col);
 }
 
 namespace {

@@ -6,6 +6,7 @@
 
 #include "engine/host/interaction.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine::detail {
 
@@ -133,7 +134,7 @@ double now_serial(AppState& app) {
   localtime_r(&t, &local);
   offset = local.tm_gmtoff;
 #endif
-  return 25569.0 + (static_cast<double>(t) + static_cast<double>(offset)) / 86400.0;
+  return dates::serial_from_unix_seconds(static_cast<double>(t) + static_cast<double>(offset));
 }
 
 // Runs a procedure a taken-over command names (the command was handed back first).

@@ -4,10 +4,12 @@
 // OnUndo/OnRepeat procedures, OnTime when idle, OnAction on a click); client code registers
 // those macros by name.
 //
-//   engine::register_macro(app, u"mDOM.RunAutoColor", [&](auto) { ac->RunAutoColor(); return
-//   Variant(); }); engine::User user(app); user.select(u"B2"); user.type(u"=100+20");   // the
-//   entry, then OnEntry's macro user.press_undo();       // the OnUndo procedure, or the
-//   application's own undo
+//   engine::register_macro(app, u"mDOM.RunAutoColor",
+//                          [&](auto) { ac->RunAutoColor(); return Variant(); });
+//   engine::User user(app);
+//   user.select(u"B2");
+//   user.type(u"=100+20");  // the entry, then OnEntry's macro
+//   user.press_undo();      // the OnUndo procedure, or the application's own undo
 #pragma once
 
 #include <functional>

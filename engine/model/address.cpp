@@ -6,17 +6,6 @@
 
 namespace qz::engine {
 
-String column_letters(int32_t col) {
-  String s;
-  int32_t n = col + 1;
-  while (n > 0) {
-    int32_t r = (n - 1) % 26;
-    s.insert(s.begin(), static_cast<char16_t>(u'A' + r));
-    n = (n - 1) / 26;
-  }
-  return s;
-}
-
 namespace {
 
 bool is_letter(char16_t c) {

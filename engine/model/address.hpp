@@ -6,11 +6,9 @@
 #include <vector>
 
 #include "engine/model/cells.hpp"
+#include "vocab/columns.hpp"
 
 namespace qz::engine {
-
-/// "A" for column 0, "XFD" for the last.
-String column_letters(int32_t col);
 
 /// One area in A1 notation: "A1", "$B$2:C3", "A:C", "$2:$5" (no sheet, no union). Nothing
 /// when the text is no such area or lies outside the sheet.

@@ -209,8 +209,9 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// Inserts (count > 0) or deletes (count < 0) whole rows or columns at `at`: cells, line
   /// properties, formulas everywhere, names, hyperlinks and merged areas follow their cells.
   void shift(Sheet& s, bool rows, int32_t at, int32_t count);
-  /// Inserts or deletes cells of `area` only, shifting the rest of its rows (`rows` false) or
-  /// columns (`rows` true) as Insert/Delete with a shift direction does.
+  /// Insert/Delete of part of a row or column with a shift direction, which the engine does
+  /// not do: raises error 438 (not supported) and changes nothing; whole rows and columns go
+  /// through shift().
   void shift_cells(Sheet& s, const Rect& area, bool down_or_up, bool insert);
   /// Copies values, formulas (relative references moved) and formats of `from` on `src` to
   /// `dst` with top-left `to`; a destination larger than the source repeats it.

@@ -7,6 +7,7 @@
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
 #include "qzxl/error.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine {
 
@@ -129,7 +130,7 @@ class CalcContext final : public calc::EvalContext {
   double now() override {
     // The clock counts in the 1900 system; a 1904 workbook counts 1462 days fewer.
     double n = b_.clock ? b_.clock() : system_now();
-    return b_.date1904 ? n - 1462 : n;
+    return b_.date1904 ? n - dates::k1904Shift : n;
   }
 
  private:

@@ -7,6 +7,7 @@
 
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine::numfmt {
 namespace {
@@ -229,13 +230,10 @@ int month_from_name(StringView w) {
   return 0;
 }
 
-bool leap(int y) {
-  return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-}
 int days_in(int y, int m, bool date1904) {
-  static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  if (m == 2 && (leap(y) || (y == 1900 && !date1904))) return 29;
-  return days[m - 1];
+  // The 1900 system counts a 29 February 1900.
+  if (m == 2 && y == 1900 && !date1904) return 29;
+  return dates::days_in_month(y, m);
 }
 
 int current_year() {

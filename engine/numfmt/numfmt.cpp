@@ -12,6 +12,7 @@
 #include "engine/numfmt/code.hpp"
 #include "engine/numfmt/digits.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine::numfmt {
 namespace {
@@ -67,32 +68,6 @@ constexpr const char16_t* kMonths[] = {u"January",   u"February", u"March",    u
 constexpr const char16_t* kDays[] = {u"Sunday",   u"Monday", u"Tuesday", u"Wednesday",
                                      u"Thursday", u"Friday", u"Saturday"};
 
-// Days from 1970-01-01 to a civil date (proleptic Gregorian) and back.
-int64_t days_from_civil(int64_t y, unsigned m, unsigned d) {
-  y -= m <= 2;
-  const int64_t era = (y >= 0 ? y : y - 399) / 400;
-  const unsigned yoe = static_cast<unsigned>(y - era * 400);
-  const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  return era * 146097 + static_cast<int64_t>(doe) - 719468;
-}
-void civil_from_days(int64_t z, int& y, int& m, int& d) {
-  z += 719468;
-  const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-  const unsigned doe = static_cast<unsigned>(z - era * 146097);
-  const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  const int64_t yy = static_cast<int64_t>(yoe) + era * 400;
-  const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  const unsigned mp = (5 * doy + 2) / 153;
-  d = static_cast<int>(doy - (153 * mp + 2) / 5 + 1);
-  m = static_cast<int>(mp < 10 ? mp + 3 : mp - 9);
-  y = static_cast<int>(yy + (m <= 2));
-}
-
-// Serial of 1970-01-01 in each system.
-constexpr int64_t kEpoch1900 = 25569;
-constexpr int64_t kEpoch1904 = 24107;
-
 String pad(int64_t v, int width) {
   std::string s = std::to_string(v);
   if (static_cast<int>(s.size()) < width) s.insert(0, width - s.size(), '0');
@@ -146,39 +121,40 @@ double serial_from_date(int year, int month, int day, bool date1904) {
   int64_t y = year, m = month - 1;
   y += m >= 0 ? m / 12 : -((11 - m) / 12);
   m = ((m % 12) + 12) % 12;
-  int64_t first = days_from_civil(y, static_cast<unsigned>(m + 1), 1);
-  if (date1904) return static_cast<double>(first + kEpoch1904 + day - 1);
-  int64_t s = first + kEpoch1900;
+  int64_t first = dates::serial_from_civil(y, static_cast<int>(m + 1), 1);
+  if (date1904) return static_cast<double>(first - dates::k1904Shift + day - 1);
   // Before March 1900 the count is one lower: the application counts a 29 February 1900.
-  if (s <= 60) s -= 1;
-  return static_cast<double>(s + day - 1);
+  if (first <= 60) first -= 1;
+  return static_cast<double>(first + day - 1);
 }
 
 void date_from_serial(double serial, bool date1904, int& year, int& month, int& day) {
   int64_t n = static_cast<int64_t>(std::floor(serial));
+  auto set = [&](int64_t s) {
+    dates::Civil c = dates::civil_from_serial(s);
+    year = static_cast<int>(c.year), month = c.month, day = c.day;
+  };
   if (date1904) {
-    civil_from_days(n - kEpoch1904, year, month, day);
-    return;
-  }
-  if (n == 0) {
+    set(n + dates::k1904Shift);
+  } else if (n == 0) {
     year = 1900, month = 1, day = 0;
   } else if (n == 60) {
     year = 1900, month = 2, day = 29;
   } else if (n < 60) {
-    civil_from_days(n - kEpoch1900 + 1, year, month, day);
+    set(n + 1);
   } else {
-    civil_from_days(n - kEpoch1900, year, month, day);
+    set(n);
   }
 }
 
 double automation_date(double serial, bool date1904) {
-  if (date1904) return serial + 1462;
+  if (date1904) return serial + dates::k1904Shift;
   if (serial >= 1 && serial < 60) return serial + 1;
   return serial;
 }
 
 double serial_from_automation(double date, bool date1904) {
-  if (date1904) return date - 1462;
+  if (date1904) return date - dates::k1904Shift;
   if (date >= 1 && date < 61) return date - 1;
   return date;
 }

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "engine/xlsx/xml_scan.hpp"
+#include "vocab/columns.hpp"
 
 namespace qz::engine::xlsx {
 
@@ -44,16 +45,8 @@ std::optional<Rect> parse_ref(std::string_view t) {
               std::max(a->col, b->col)};
 }
 
-void append_column(std::string& out, int32_t col) {
-  char buf[4];
-  int n = 0;
-  for (int32_t c = col + 1; c > 0; c = (c - 1) / 26)
-    buf[n++] = static_cast<char>('A' + (c - 1) % 26);
-  while (n) out += buf[--n];
-}
-
 void append_cell(std::string& out, int32_t row, int32_t col) {
-  append_column(out, col);
+  append_column_letters(out, col);
   char buf[12];
   auto r = std::to_chars(buf, buf + sizeof buf, row + 1);
   out.append(buf, r.ptr);

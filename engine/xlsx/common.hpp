@@ -23,7 +23,6 @@ std::optional<Rect> parse_ref(std::string_view text);
 std::string ref_text(const Rect& r);
 std::string cell_text(int32_t row, int32_t col);
 void append_cell(std::string& out, int32_t row, int32_t col);
-void append_column(std::string& out, int32_t col);
 
 /// An xsd:boolean: "1"/"true" are true, "0"/"false" false; anything else `fallback`.
 bool parse_bool(std::string_view text, bool fallback);

@@ -13,6 +13,7 @@
 #include "engine/xlsx/xml_scan.hpp"
 #include "qzxl/convert.hpp"
 #include "qzxl/error.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine::xlsx {
 
@@ -58,18 +59,6 @@ int32_t automation_rgb(uint32_t argb) {
   return static_cast<int32_t>(r | (g << 8) | (b << 16));
 }
 
-// Days since 30 December 1899 for a civil date (proleptic Gregorian).
-double automation_days(int y, int m, int d) {
-  y -= m <= 2;
-  const int era = (y >= 0 ? y : y - 399) / 400;
-  const unsigned yoe = static_cast<unsigned>(y - era * 400);
-  const unsigned doy =
-      (153 * static_cast<unsigned>(m + (m > 2 ? -3 : 9)) + 2) / 5 + static_cast<unsigned>(d) - 1;
-  const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-  const long days_since_1970 = static_cast<long>(era) * 146097 + static_cast<long>(doe) - 719468;
-  return static_cast<double>(days_since_1970 + 25569);
-}
-
 struct IsoTime {
   int year = 0, month = 0, day = 0;
   double fraction = 0;  // of a day
@@ -110,7 +99,7 @@ std::optional<IsoTime> iso_parts(std::string_view t) {
 std::optional<double> iso_datetime(std::string_view t) {
   auto p = iso_parts(t);
   if (!p) return std::nullopt;
-  return automation_days(p->year, p->month, p->day) + p->fraction;
+  return static_cast<double>(dates::serial_from_civil(p->year, p->month, p->day)) + p->fraction;
 }
 
 }  // namespace

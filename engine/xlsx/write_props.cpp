@@ -9,6 +9,7 @@
 #include "engine/xlsx/writer.hpp"
 #include "qzxl/convert.hpp"
 #include "qzxl/error.hpp"
+#include "vocab/dates.hpp"
 
 namespace qz::engine::xlsx {
 
@@ -26,23 +27,13 @@ double step_double(const Variant& v) {
 }
 
 std::string filetime_text(double automation) {
-  // Days since 30 December 1899 -> civil date (inverse of the reader's conversion).
   double whole = std::floor(automation);
-  long days = static_cast<long>(whole) - 25569 + 719468;
-  long era = (days >= 0 ? days : days - 146096) / 146097;
-  unsigned doe = static_cast<unsigned>(days - era * 146097);
-  unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-  long y = static_cast<long>(yoe) + era * 400;
-  unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-  unsigned mp = (5 * doy + 2) / 153;
-  unsigned d = doy - (153 * mp + 2) / 5 + 1;
-  unsigned m = mp < 10 ? mp + 3 : mp - 9;
-  y += m <= 2;
+  const dates::Civil c = dates::civil_from_serial(static_cast<int64_t>(whole));
   long secs = std::lround((automation - whole) * 86400);
   if (secs >= 86400) secs = 86399;
   char buf[96];
-  std::snprintf(buf, sizeof buf, "%04ld-%02u-%02uT%02ld:%02ld:%02ldZ", y, m, d, secs / 3600,
-                (secs / 60) % 60, secs % 60);
+  std::snprintf(buf, sizeof buf, "%04ld-%02d-%02dT%02ld:%02ld:%02ldZ", static_cast<long>(c.year),
+                c.month, c.day, secs / 3600, (secs / 60) % 60, secs % 60);
   return buf;
 }
 

@@ -534,25 +534,16 @@ struct ZipWriter::Central {
   uint64_t offset = 0;
 };
 
-ZipWriter::ZipWriter(fs::path target, int level) : target_(std::move(target)), level_(level) {
-  fs::path dir = target_.parent_path();
-  if (dir.empty()) dir = ".";
-  std::string tmpl = (dir / ("." + target_.filename().string() + ".qzxl-XXXXXX")).string();
-  fd_ = ::mkstemp(tmpl.data());
-  if (fd_ < 0)
-    throw Error(errno == ENOENT ? err::file_not_found : err::host_failure,
-                "cannot save '" + target_.string() + "': " + std::strerror(errno));
-  temp_ = tmpl;
+ZipWriter::ZipWriter(fs::path target, int level)
+    : target_(std::move(target)), file_(target_), level_(level) {
+  if (!file_.ok())
+    throw Error(file_.error_code() == ENOENT ? err::file_not_found : err::host_failure,
+                "cannot save '" + target_.string() + "': " + file_.error());
   buffer_.reserve(1 << 20);
 }
 
 ZipWriter::~ZipWriter() {
   if (compressor_) libdeflate_free_compressor(static_cast<libdeflate_compressor*>(compressor_));
-  if (fd_ >= 0) ::close(fd_);
-  if (!committed_ && !temp_.empty()) {
-    std::error_code ec;
-    fs::remove(temp_, ec);
-  }
 }
 
 void ZipWriter::fail(const std::string& problem) {
@@ -560,15 +551,7 @@ void ZipWriter::fail(const std::string& problem) {
 }
 
 void ZipWriter::flush() {
-  size_t done = 0;
-  while (done < buffer_.size()) {
-    ssize_t w = ::write(fd_, buffer_.data() + done, buffer_.size() - done);
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      fail(std::strerror(errno));
-    }
-    done += static_cast<size_t>(w);
-  }
+  if (!file_.write(buffer_)) fail(file_.error());
   buffer_.clear();
 }
 
@@ -576,15 +559,7 @@ void ZipWriter::write(const void* data, size_t n) {
   if (buffer_.size() + n > (1 << 20)) flush();
   if (n > (1 << 20)) {
     // Large pieces go straight to the file.
-    const char* p = static_cast<const char*>(data);
-    for (size_t done = 0; done < n;) {
-      ssize_t w = ::write(fd_, p + done, n - done);
-      if (w < 0) {
-        if (errno == EINTR) continue;
-        fail(std::strerror(errno));
-      }
-      done += static_cast<size_t>(w);
-    }
+    if (!file_.write(data, n)) fail(file_.error());
   } else {
     buffer_.append(static_cast<const char*>(data), n);
   }
@@ -900,9 +875,7 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
   put32(fix, c.crc32);
   put32(fix, static_cast<uint32_t>(c.compressed_size));
   put32(fix, static_cast<uint32_t>(c.size));
-  if (::pwrite(fd_, fix.data(), fix.size(), static_cast<off_t>(header_at + 14)) !=
-      static_cast<ssize_t>(fix.size()))
-    fail(std::strerror(errno));
+  if (!file_.write_at(fix.data(), fix.size(), header_at + 14)) fail(file_.error());
   central_.push_back(std::move(c));
 }
 
@@ -977,33 +950,8 @@ void ZipWriter::commit() {
   write(d.data(), d.size());
   flush();
 
-  // Keep the permissions of the file being replaced; a new file gets the usual ones.
-  struct stat st;
-  mode_t mode;
-  if (::stat(target_.c_str(), &st) == 0) {
-    mode = st.st_mode & 07777;
-  } else {
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    mode = 0666 & ~mask;
-  }
-  ::fchmod(fd_, mode);
-  if (::fsync(fd_) != 0) fail(std::strerror(errno));
-  if (::close(fd_) != 0) {
-    fd_ = -1;
-    fail(std::strerror(errno));
-  }
-  fd_ = -1;
-  if (::rename(temp_.c_str(), target_.c_str()) != 0) fail(std::strerror(errno));
+  if (!file_.commit()) fail(file_.error());
   committed_ = true;
-  // The rename itself is durable only once the folder is flushed.
-  fs::path dir = target_.parent_path();
-  if (dir.empty()) dir = ".";
-  int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY);
-  if (dfd >= 0) {
-    ::fsync(dfd);
-    ::close(dfd);
-  }
 }
 
 }  // namespace qz::engine::xlsx

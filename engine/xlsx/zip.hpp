@@ -18,6 +18,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "vocab/atomic_file.hpp"
+
 namespace qz::engine::xlsx {
 
 /// Bounds on what a package may make the reader allocate.
@@ -194,8 +196,7 @@ class ZipWriter {
   [[noreturn]] void fail(const std::string& problem);
 
   std::filesystem::path target_;
-  std::filesystem::path temp_;
-  int fd_ = -1;
+  AtomicFile file_;
   int level_;
   uint64_t offset_ = 0;
   std::string buffer_;

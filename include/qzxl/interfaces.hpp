@@ -79,8 +79,7 @@ class _iChartXL : public Object {
   virtual bool RenameChart(const host::ChartPtr& vChart, const String& vNameOnly) = 0;
   virtual bool ChartObjExists(const host::WorkbookPtr& vWkb, const String& vName) = 0;
   virtual bool ChartExists(const host::WorkbookPtr& vWkb, const String& vName) = 0;
-  virtual host::ChartPtr RefChart(const host::WorkbookPtr& vWkb,
-                                  const String& vSheetLevelAddr) = 0;
+  virtual host::ChartPtr RefChart(const host::WorkbookPtr& vWkb, const String& vSheetLevelAddr) = 0;
   virtual host::ChartPtr ChartFromAddr(const host::ApplicationPtr& vXL, const String& vWkbName,
                                        const String& vSheetLevelAddr) = 0;
   /// An ordered collection (of the sibling services) of every chart of the workbook.
@@ -186,8 +185,7 @@ class _iRange : public Object {
   virtual String SplitRange(const String& vRangeString, std::vector<String>& rPieces,
                             int32_t* rLenAdjustment = nullptr, bool vExclSheetName = false) = 0;
   virtual String MergeRanges(const String& vSequenceString, int32_t* rLenAdjustment = nullptr) = 0;
-  virtual host::RangePtr RefRange(const host::WorkbookPtr& vWkb,
-                                  const String& vSheetLevelAddr) = 0;
+  virtual host::RangePtr RefRange(const host::WorkbookPtr& vWkb, const String& vSheetLevelAddr) = 0;
   virtual host::RangePtr RangeFromAddr(const host::ApplicationPtr& vXL, const String& vWkbName,
                                        const String& vSheetLevelAddr) = 0;
   virtual void RangeActivate(const host::RangePtr& vRange) = 0;
@@ -196,8 +194,8 @@ class _iRange : public Object {
   virtual host::RangePtr AdjustedRange(const host::RangePtr& vOrig) = 0;
   // Tags and landmarks.
   virtual String FindQZTag(const host::RangePtr& vCell, const String& vStart = u"_bqz.",
-                           int32_t vStartLen = 5, const String& vEnd = u".eqz",
-                           int32_t vEndLen = 4, bool vLookForRangeNames = false) = 0;
+                           int32_t vStartLen = 5, const String& vEnd = u".eqz", int32_t vEndLen = 4,
+                           bool vLookForRangeNames = false) = 0;
   virtual String FindSpecificQZTag(const host::RangePtr& vCell, const String& vStart = u"_bqz.",
                                    int32_t vStartLen = 5, const String& vEnd = u".eqz",
                                    int32_t vEndLen = 4) = 0;
@@ -207,9 +205,8 @@ class _iRange : public Object {
   virtual String SrchForQZCellTag(const host::RangePtr& vCell, const String& vStart = u"_bqz.",
                                   int32_t vStartLen = 5, const String& vEnd = u".eqz",
                                   int32_t vEndLen = 4) = 0;
-  virtual bool AssignRangeTag(const host::RangePtr& vRange, String& rQZWksName,
-                              String& rLandmark, const String& vDirtyTagName,
-                              bool* rDidCreate = nullptr) = 0;
+  virtual bool AssignRangeTag(const host::RangePtr& vRange, String& rQZWksName, String& rLandmark,
+                              const String& vDirtyTagName, bool* rDidCreate = nullptr) = 0;
   virtual host::RangePtr RangeFromLandmark(const host::WorkbookPtr& vWkb, const String& vLandmark,
                                            const String& vQZWksName,
                                            const Variant& vWksName = Variant::missing()) = 0;
@@ -252,8 +249,8 @@ class _iRange : public Object {
   virtual void CopyRowColAttrs(const host::RangePtr& vFrom, const host::RangePtr& vTo) = 0;
   virtual host::RangePtr PasteRange(const host::RangePtr& vTopLeft,
                                     const host::RangePtr& vCopyRange) = 0;
-  virtual void CopyNoFmlas(const host::RangePtr& vFrom, const host::RangePtr& vTo,
-                           bool vBlackFonts, bool vRemoveOSBorder) = 0;
+  virtual void CopyNoFmlas(const host::RangePtr& vFrom, const host::RangePtr& vTo, bool vBlackFonts,
+                           bool vRemoveOSBorder) = 0;
   virtual bool CopyRangeToBmpFile(const host::RangePtr& vRange, const String& vFileFullName) = 0;
   virtual bool TakeRangePicture(const host::RangePtr& vRange) = 0;
   virtual void RestoreOSBorders(const host::RangePtr& vRange, const Variant& vBorders) = 0;
@@ -269,12 +266,10 @@ class _iFormula : public Object {
  public:
   virtual void ParseCellFormula(String& rFormula, FmlaPieces& rPieces, bool bTrimPieces = true,
                                 bool bReplaceRangesInFormula = true) = 0;
-  virtual void ParseCellFormulaR1C1(String& rFormula, FmlaPieces& rPieces,
-                                    bool bTrimPieces = true,
+  virtual void ParseCellFormulaR1C1(String& rFormula, FmlaPieces& rPieces, bool bTrimPieces = true,
                                     bool bReplaceRangesInFormula = true) = 0;
   virtual String MergeRangesInSumFormula(const String& vFormula) = 0;
-  virtual String AdjustR1C1Fmla(const String& vFmla, int32_t vRowAdj = 0,
-                                int32_t vColAdj = 0) = 0;
+  virtual String AdjustR1C1Fmla(const String& vFmla, int32_t vRowAdj = 0, int32_t vColAdj = 0) = 0;
 };
 
 /// Read-only constants.
@@ -324,11 +319,13 @@ class _iMenu : public Object {
   virtual host::CommandBarControlPtr FileNewButton(bool vChart = false) = 0;
   virtual host::CommandBarControlPtr UndoButton(bool vChart = false) = 0;
   virtual host::CommandBarControlPtr RedoButton(bool vChart = false) = 0;
-  virtual host::CommandBarControlPtr CreatePopup(
-      const Variant& vPopup, const Variant& vCaption = Variant::missing(),
-      const Variant& vBeginGroup = Variant::missing(), const Variant& vBefore = Variant::missing(),
-      const Variant& vOnAction = Variant::missing(), bool vTemp = true,
-      const Variant& vTag = Variant::missing()) = 0;
+  virtual host::CommandBarControlPtr CreatePopup(const Variant& vPopup,
+                                                 const Variant& vCaption = Variant::missing(),
+                                                 const Variant& vBeginGroup = Variant::missing(),
+                                                 const Variant& vBefore = Variant::missing(),
+                                                 const Variant& vOnAction = Variant::missing(),
+                                                 bool vTemp = true,
+                                                 const Variant& vTag = Variant::missing()) = 0;
   virtual host::CommandBarControlPtr CreateBtn(
       const Variant& vCaption = Variant::missing(), const Variant& vOnAction = Variant::missing(),
       const Variant& vPopup = Variant::missing(), const Variant& vBeginGroup = Variant::missing(),

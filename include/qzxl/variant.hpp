@@ -94,9 +94,12 @@ class Variant {
   Variant(StringView s) : v_(String(s)) {}
   Variant(const char16_t* s) : v_(String(s)) {}
   Variant(ObjectPtr o) : v_(std::move(o)) {}
+  // The formatter would run the requires-clause into the constructor's line.
+  // clang-format off
   template <class T>
     requires std::is_base_of_v<Object, T>
   Variant(std::shared_ptr<T> o) : v_(ObjectPtr(std::move(o))) {}
+  // clang-format on
   Variant(ErrorCode e) : v_(e) {}
   Variant(Array a);
   // Narrow strings would silently become Booleans; spell them as u"..." instead.

@@ -85,11 +85,4 @@ class NameLinks {
 bool names_link_elsewhere(const host::WorkbookPtr& workbook, StringView body,
                           StringView sheet_name);
 
-/// Case folding of the text comparison: ASCII and Latin-1 letters.
-inline char16_t fold(char16_t c) {
-  if (c >= u'a' && c <= u'z') return static_cast<char16_t>(c - 32);
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return static_cast<char16_t>(c - 32);
-  return c;
-}
-
 }  // namespace qz::autocolor

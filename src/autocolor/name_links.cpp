@@ -8,6 +8,7 @@
 #include "autocolor/internal.hpp"
 #include "frame/resume.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/text_fold.hpp"
 
 namespace qz::autocolor {
 
@@ -41,7 +42,7 @@ struct NameLinks::Automaton {
   void add(StringView text, int32_t index) {
     int32_t n = 0;
     for (char16_t raw : text) {
-      const char16_t c = fold(raw);
+      const char16_t c = fold_case(raw);
       int32_t k = child(n, c);
       if (k < 0) {
         k = static_cast<int32_t>(nodes.size());
@@ -86,7 +87,7 @@ struct NameLinks::Automaton {
   void find(StringView text, std::vector<int32_t>& out) const {
     int32_t n = 0;
     for (char16_t raw : text) {
-      const char16_t c = fold(raw);
+      const char16_t c = fold_case(raw);
       int32_t to = child(n, c);
       while (to < 0 && n != 0) {
         n = nodes[static_cast<size_t>(n)].fail;

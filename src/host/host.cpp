@@ -65,8 +65,12 @@ String HeadlessPlatform::app_data_folder() {
 
 }  // namespace
 
-std::shared_ptr<Ui> headless_ui() { return std::make_shared<HeadlessUi>(); }
-std::shared_ptr<Platform> headless_platform() { return std::make_shared<HeadlessPlatform>(); }
+std::shared_ptr<Ui> headless_ui() {
+  return std::make_shared<HeadlessUi>();
+}
+std::shared_ptr<Platform> headless_platform() {
+  return std::make_shared<HeadlessPlatform>();
+}
 
 Environment& environment() {
   static Environment env{headless_ui(), headless_platform()};

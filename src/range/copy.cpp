@@ -9,6 +9,7 @@
 #include "range/range.hpp"
 #include "range/support.hpp"
 #include "vblib/vblib.hpp"
+#include "vocab/atomic_file.hpp"
 
 namespace qz {
 
@@ -134,14 +135,8 @@ bool iRange::ExportRangeToFile(const host::RangePtr& vRange, const String& vFile
       text += '\n';
     }
     const std::filesystem::path target(vFileFullName);
-    std::filesystem::path temp = target;
-    temp += ".tmp";
-    {
-      std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-      out << text;
-      if (!out.flush()) throw Error(err::host_failure, "cannot write the export file");
-    }
-    std::filesystem::rename(temp, target);
+    if (std::string why = write_file_atomically(target, text); !why.empty())
+      throw Error(err::host_failure, "cannot write the export file: " + why);
   });
 }
 

@@ -6,6 +6,7 @@
 
 #include "qzxl/convert.hpp"
 #include "vblib/vblib.hpp"
+#include "vocab/atomic_file.hpp"
 
 #ifndef _WIN32
 #include <fcntl.h>
@@ -184,23 +185,11 @@ class FileBackend final : public SettingsBackend {
       out << '[' << escape(section, true) << "]\n";
       for (const auto& [k, v] : values) out << escape(k, true) << '=' << escape(v, false) << '\n';
     }
-    // Written beside the target and renamed over it, so a reader never sees half a file.
-    fs::path tmp = dir / ("settings.ini.tmp" + std::to_string(
-#ifndef _WIN32
-                                                   ::getpid()
-#else
-                                                   0
-#endif
-                                                       ));
-    {
-      std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
-      if (!f) throw Error(err::host_failure, "cannot write settings in " + dir.string());
-      f << out.str();
-      f.flush();
-      if (!f) throw Error(err::host_failure, "cannot write settings in " + dir.string());
-    }
-    fs::rename(tmp, file(), ec);
-    if (ec) throw Error(err::host_failure, "cannot replace " + file().string());
+    // Replaced whole, so a reader never sees half a file.
+    AtomicFile f(file());
+    if (!f.ok()) throw Error(err::host_failure, "cannot write settings in " + dir.string());
+    if (!f.write(out.str()) || !f.commit())
+      throw Error(err::host_failure, "cannot replace " + file().string());
   }
 };
 

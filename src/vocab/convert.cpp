@@ -7,6 +7,8 @@
 #include <ctime>
 
 #include "qzxl/object.hpp"
+#include "vocab/dates.hpp"
+#include "vocab/text_fold.hpp"
 
 namespace qz {
 
@@ -37,17 +39,10 @@ bool is_digit(char16_t c) {
   throw Error(err::invalid_null, "Invalid use of Null");
 }
 
-char16_t fold(char16_t c) {
-  if (c >= u'a' && c <= u'z') return static_cast<char16_t>(c - 32);
-  // Latin-1 lower-case letters, but not the division sign or y with diaeresis.
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return static_cast<char16_t>(c - 32);
-  return c;
-}
-
 bool starts_with_text(StringView s, size_t pos, StringView what) {
   if (what.empty() || pos + what.size() > s.size()) return false;
   for (size_t i = 0; i < what.size(); ++i)
-    if (fold(s[pos + i]) != fold(what[i])) return false;
+    if (fold_case(s[pos + i]) != fold_case(what[i])) return false;
   return true;
 }
 }  // namespace
@@ -108,9 +103,10 @@ std::optional<ScannedNumber> scan_number(StringView text) {
     size_t digits = 0;
     for (; i < n; ++i, ++digits) {
       char16_t c = text[i];
-      int d = is_digit(c)                                          ? c - u'0'
-              : (base == 16 && fold(c) >= u'A' && fold(c) <= u'F') ? fold(c) - u'A' + 10
-                                                                   : -1;
+      int d = is_digit(c) ? c - u'0'
+              : (base == 16 && fold_case(c) >= u'A' && fold_case(c) <= u'F')
+                  ? fold_case(c) - u'A' + 10
+                  : -1;
       if (d < 0 || d >= base) break;
       v = v * base + static_cast<uint64_t>(d);
       if (v > 0xFFFFFFFFull) return std::nullopt;
@@ -168,7 +164,7 @@ std::optional<ScannedNumber> scan_number(StringView text) {
   }
   if (int_digits + frac_digits == 0) return std::nullopt;
   int64_t exponent = 0;
-  if (i < n && (fold(text[i]) == u'E' || fold(text[i]) == u'D')) {
+  if (i < n && (fold_case(text[i]) == u'E' || fold_case(text[i]) == u'D')) {
     size_t j = i + 1;
     bool exp_negative = false;
     if (j < n && (text[j] == u'+' || text[j] == u'-')) exp_negative = text[j++] == u'-';
@@ -285,26 +281,9 @@ constexpr const char16_t* kMonths[] = {u"JANUARY",   u"FEBRUARY", u"MARCH",    u
 constexpr const char16_t* kWeekdays[] = {u"SUNDAY",   u"MONDAY", u"TUESDAY", u"WEDNESDAY",
                                          u"THURSDAY", u"FRIDAY", u"SATURDAY"};
 
-// Days from 30 December 1899 to the given civil date (proleptic Gregorian).
-double serial_from_ymd(int y, int m, int d) {
-  auto days_from_civil = [](int64_t y, unsigned m, unsigned d) {
-    y -= m <= 2;
-    const int64_t era = (y >= 0 ? y : y - 399) / 400;
-    const unsigned yoe = static_cast<unsigned>(y - era * 400);
-    const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + static_cast<int64_t>(doe) - 719468;
-  };
-  return static_cast<double>(
-      days_from_civil(y, static_cast<unsigned>(m), static_cast<unsigned>(d)) -
-      days_from_civil(1899, 12, 30));
-}
-
 bool valid_ymd(int y, int m, int d) {
   if (y < 100 || y > 9999 || m < 1 || m > 12 || d < 1) return false;
-  static const int len[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-  bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
-  return d <= len[m - 1] + (m == 2 && leap ? 1 : 0);
+  return d <= dates::days_in_month(y, m);
 }
 
 int current_year() {
@@ -365,9 +344,9 @@ std::optional<double> parse_date(StringView text) {
     } else if (c == u',') {
       toks.push_back({Token::Comma});
       ++i;
-    } else if (fold(c) >= u'A' && fold(c) <= u'Z') {
+    } else if (fold_case(c) >= u'A' && fold_case(c) <= u'Z') {
       size_t j = i;
-      while (j < n && fold(text[j]) >= u'A' && fold(text[j]) <= u'Z') ++j;
+      while (j < n && fold_case(text[j]) >= u'A' && fold_case(text[j]) <= u'Z') ++j;
       StringView word = text.substr(i, j - i);
       i = j;
       if (i < n && text[i] == u'.') ++i;  // "Nov."
@@ -513,7 +492,7 @@ std::optional<double> parse_date(StringView text) {
     return std::nullopt;
   }
   if (!valid_ymd(y, m, day)) return std::nullopt;
-  double serial = serial_from_ymd(y, m, day);
+  double serial = static_cast<double>(dates::serial_from_civil(y, m, day));
   // Negative serials carry the time with the sign of the date, as the runtime encodes them.
   return serial < 0 ? serial - time : serial + time;
 }
@@ -711,19 +690,8 @@ String format_date(double serial) {
   }
   String out;
   if (day != 0) {
-    // Civil date from the serial (serial 0 is 30 December 1899, 25569 days before 1970).
-    int64_t z = day - 25569 + 719468;
-    int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    int64_t doe = z - era * 146097;
-    int64_t yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    int64_t y = yoe + era * 400;
-    int64_t doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    int64_t mp = (5 * doy + 2) / 153;
-    int64_t dd = doy - (153 * mp + 2) / 5 + 1;
-    int64_t mm = mp + (mp < 10 ? 3 : -9);
-    y += mm <= 2;
-    out = short_date_text(loc.short_date, static_cast<int>(y), static_cast<int>(mm),
-                          static_cast<int>(dd));
+    const dates::Civil civil = dates::civil_from_serial(day);
+    out = short_date_text(loc.short_date, static_cast<int>(civil.year), civil.month, civil.day);
   }
   // The day alone when there is no time; the time alone on day zero, so that the zero date
   // itself reads as midnight ("12:00:00 AM"), not as 12/30/1899.
@@ -861,14 +829,14 @@ String to_lower(StringView s) {
 bool equals_text(StringView a, StringView b) noexcept {
   if (a.size() != b.size()) return false;
   for (size_t i = 0; i < a.size(); ++i)
-    if (fold(a[i]) != fold(b[i])) return false;
+    if (fold_case(a[i]) != fold_case(b[i])) return false;
   return true;
 }
 
 int compare_text(StringView a, StringView b) noexcept {
   size_t n = std::min(a.size(), b.size());
   for (size_t i = 0; i < n; ++i) {
-    char16_t x = fold(a[i]), y = fold(b[i]);
+    char16_t x = fold_case(a[i]), y = fold_case(b[i]);
     if (x != y) return x < y ? -1 : 1;
   }
   return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);

@@ -116,6 +116,10 @@ class Cli : public ::testing::Test {
   Result qzxl(const std::string& args) {
     return shell(quote(QZXL_CLI_BINARY) + " " + args, dir_ / "stderr.txt");
   }
+  // The project's own tool that writes the example and the benchmark's model.
+  Result models(const std::string& args) {
+    return shell(quote(QZXL_MODELS_BINARY) + " " + args, dir_ / "stderr.txt");
+  }
 
   json cells(const fs::path& book) {
     const fs::path script = dir_ / "cells.py";
@@ -228,7 +232,7 @@ TEST_F(Cli, ColouredCopiesShowTheSameValuesInLibreOffice) {
 TEST_F(Cli, RebuiltExampleMatchesTheCommittedOne) {
   if (!have_openpyxl()) GTEST_SKIP() << "no openpyxl under " << kPython;
   fs::create_directories(dir_ / "rebuilt");
-  const Result r = qzxl("make-example " + quote((dir_ / "rebuilt").string()));
+  const Result r = models("example " + quote((dir_ / "rebuilt").string()));
   ASSERT_EQ(r.status, 0) << r.err;
   // Cell by cell rather than byte by byte, so that a change in how packages are written
   // does not count as a change of the example.
@@ -345,7 +349,7 @@ TEST_F(Cli, ProgressShowsOnlyOnATerminalAndNotWhenQuiet) {
   // The bar waits a second before it shows; the check lets it show at once, so that it does
   // not depend on how fast this machine colours the model.
   const fs::path in = dir_ / "large.xlsx";
-  ASSERT_EQ(qzxl("make-large --cells 20000 " + quote(in.string())).status, 0);
+  ASSERT_EQ(models("large --cells 20000 " + quote(in.string())).status, 0);
   const std::string run = "QZXL_PROGRESS_AFTER_MS=0 " + quote(QZXL_CLI_BINARY) + " autocolor " +
                           quote(in.string()) + " -o " + quote((dir_ / "out.xlsx").string());
   // script(1) gives the tool a terminal; what it shows there comes back on its output.
@@ -389,6 +393,25 @@ TEST_F(Cli, AuditFindsWhatTheExampleHidesAndFailsOnRequest) {
 
   EXPECT_EQ(qzxl("audit " + model + " --fail-on external,dead").status, 1);
   EXPECT_EQ(qzxl("audit " + model + " --fail-on dead").status, 0);
+}
+
+// The audit's groups are AutoColor's own outcomes: on every bundled workbook each group counts
+// exactly the cells a run of autocolor puts in its category.
+TEST_F(Cli, AuditAndAutoColorClassifyAlike) {
+  for (const char* file : {"model.xlsx", "market.xlsx"}) {
+    const std::string in = quote((kSource / "examples" / file).string());
+    const Result audit = qzxl("audit --json --max 0 " + in);
+    const Result colour = qzxl("autocolor --dry-run --json " + in);
+    ASSERT_EQ(audit.status, 0) << audit.err;
+    ASSERT_EQ(colour.status, 0) << colour.err;
+    const json groups = json::parse(audit.out)["groups"];
+    const json cats = json::parse(colour.out)["categories"];
+    auto cells = [&](const char* key) { return cats[key]["cells"].get<int64_t>(); };
+    EXPECT_EQ(groups["partial"]["count"].get<int64_t>(), cells("partial_input")) << file;
+    EXPECT_EQ(groups["external"]["count"].get<int64_t>(), cells("workbook_link")) << file;
+    EXPECT_EQ(groups["sheet"]["count"].get<int64_t>(), cells("sheet_link") + cells("named_link"))
+        << file;
+  }
 }
 
 TEST_F(Cli, NamesTidiesTagsIntoACopyOnly) {

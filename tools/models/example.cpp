@@ -1,4 +1,4 @@
-// qzxl make-example: builds the bundled example, a small three-statement financial model,
+// qzxl-models example: builds the bundled example, a small three-statement financial model,
 // with the engine itself, so that examples/model.xlsx can be rebuilt from the repository
 // alone. It holds one of everything AutoColor and the audit tell apart: typed inputs,
 // formulas with typed-in numbers, plain formulas, links to other sheets, a link to a second
@@ -9,6 +9,7 @@
 
 #include "common.hpp"
 #include "qzxl/convert.hpp"
+#include "vocab/columns.hpp"
 
 namespace qzcli {
 
@@ -24,7 +25,7 @@ constexpr int kFirstCol = 2;
 
 std::string col(int c) {
   std::string s;
-  for (; c > 0; c = (c - 1) / 26) s.insert(s.begin(), static_cast<char>('A' + (c - 1) % 26));
+  qz::append_column_letters(s, c - 1);
   return s;
 }
 
@@ -231,11 +232,9 @@ int run(const std::string& folder) {
 
 Command make_example_command(CLI::App& parent) {
   static std::string folder;
-  auto* cmd = add_command(parent, "make-example",
+  auto* cmd = add_command(parent, "example",
                           "Write the bundled example (model.xlsx and market.xlsx) into a folder");
   cmd->add_option("DIR", folder, "An existing folder")->required();
-  // Kept out of the help: it rebuilds the repository's example, which users only run.
-  cmd->group("");
   return {cmd, [] { return run(folder); }};
 }
 
