@@ -18,6 +18,12 @@ The run is bounded for a small, shared machine:
   python3 tools/mutate.py                      # every file of src/, 6 faults each
   python3 tools/mutate.py src/range src/formula/rewrite.cpp --per-file 12
   python3 tools/mutate.py --list src/undo      # show the sampled faults, build nothing
+  python3 tools/mutate.py --in-place src/range # plant in the worktree, build in build/release
+
+--in-place saves the copy's full build when the worktree's own build is current: each fault is
+planted in the worktree's file and taken out again before the next (also when the run is
+stopped), and only files without uncommitted edits are touched, so `git diff` shows any fault
+a killed run could not take out.
 
 The report (also written to build/mutants/report.txt) lists every fault with its outcome and
 sums up the share that survived per directory and overall; build/mutants/killers.txt counts,
@@ -31,6 +37,7 @@ import os
 import random
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -236,7 +243,11 @@ def main():
     ap.add_argument("--jobs", type=int, default=2, help="compile jobs")
     ap.add_argument("--timeout", type=int, default=120, help="seconds a test program may run")
     ap.add_argument("--list", action="store_true", help="list the sampled faults and stop")
+    ap.add_argument("--in-place", action="store_true",
+                    help="plant in the worktree and build in build/release")
     args = ap.parse_args()
+    # A stopped run still takes its fault out (the `finally` below).
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))
 
     files = []
     for p in args.paths:
@@ -261,6 +272,13 @@ def main():
 
     work = ROOT / "build" / "mutants"
     tree, build_dir = work / "tree", work / "tree" / "build"
+    if args.in_place:
+        tree, build_dir = ROOT, ROOT / "build" / "release"
+        edited = run(["git", "status", "--porcelain", "--"] + sorted({r for r, *_ in plan}),
+                     cwd=ROOT)[1]
+        if edited.strip():
+            sys.exit("these files have uncommitted edits; commit them first:\n" + edited)
+    work.mkdir(parents=True, exist_ok=True)
     tree.mkdir(parents=True, exist_ok=True)
     # One run at a time: two would plant faults in each other's copy.
     lock = open(work / "lock", "w")
@@ -268,8 +286,11 @@ def main():
         fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
     except OSError:
         sys.exit("another run of this tool is planting faults; wait for it to end")
-    sync_tree(tree)
-    env = configure(tree, build_dir, args.jobs)
+    if args.in_place:
+        env = dict(os.environ, CMAKE_CXX_COMPILER_LAUNCHER="ccache", CCACHE_BASEDIR=str(ROOT.parent))
+    else:
+        sync_tree(tree)
+        env = configure(tree, build_dir, args.jobs)
 
     # Each program must build and pass unchanged, or its faults would say nothing.
     healthy = set()
