@@ -242,6 +242,8 @@ def main():
     ap.add_argument("--seed", default="1", help="seed of the sample")
     ap.add_argument("--jobs", type=int, default=2, help="compile jobs")
     ap.add_argument("--timeout", type=int, default=120, help="seconds a test program may run")
+    ap.add_argument("--minutes", type=float, default=0,
+                    help="plant no new fault after this many minutes (0: no limit)")
     ap.add_argument("--list", action="store_true", help="list the sampled faults and stop")
     ap.add_argument("--in-place", action="store_true",
                     help="plant in the worktree and build in build/release")
@@ -264,6 +266,8 @@ def main():
         lines = f.read_text().splitlines(keepends=True)
         for i, kind, new in sample(rel, lines, args.per_file, args.seed):
             plan.append((rel, program, i, kind, lines[i], new))
+    # In a mixed order, so that a run cut short by --minutes still samples every folder.
+    random.Random(args.seed).shuffle(plan)
     if args.list:
         for rel, program, i, kind, old, new in plan:
             print(f"{rel}:{i + 1} {kind}: {old.strip()}  ->  {new.strip()}")
@@ -317,6 +321,9 @@ def main():
     for rel, program, i, kind, old, new in plan:
         if program not in healthy:
             continue
+        if args.minutes and time.time() - started > args.minutes * 60:
+            say(f"time is up: the last {len(plan) - len(results)} faults were not planted")
+            break
         target = tree / rel
         original = target.read_text()
         lines = original.splitlines(keepends=True)
