@@ -213,6 +213,8 @@ qz::host::WorkbookPtr Session::open(const fs::path& in) {
   args.filename = u16(fs::absolute(in));
   // Links to other workbooks stay as they are: the tool reads this file only.
   args.update_links = qz::Variant(int32_t{0});
+  // A template is read as itself, not as a new workbook made from it.
+  args.editable = qz::Variant(true);
   try {
     return app->workbooks()->open(args);
   } catch (const std::exception& e) {

@@ -278,7 +278,7 @@ class Server_iWorkbook final : public Server<Server_iWorkbook, itf::_iWorkbook, 
   }
   HRESULT STDMETHODCALLTYPE WkbCustomNumFormats(IDispatch* vWkb, VARIANT* pRetVal) override {
     return run(pRetVal, [&] {
-      set_result(pRetVal, impl().WkbCustomNumFormats(in_host<host::Workbook>(vWkb)));
+      set_strings_result(pRetVal, impl().WkbCustomNumFormats(in_host<host::Workbook>(vWkb)));
     });
   }
   HRESULT STDMETHODCALLTYPE SetWksCount(IDispatch* vWkb, LONG vWksCount, VARIANT_BOOL* pRetVal) override {

@@ -18,6 +18,7 @@
 #include "com/src/errors.hpp"
 #include "com/src/host_adapter.hpp"
 #include "com/src/typed_invoke.hpp"
+#include "qzxl/convert.hpp"
 
 namespace qz::com {
 
@@ -337,6 +338,14 @@ inline void set_result(LONG* r, QZCellType v) {
 }
 inline void set_result(VARIANT* r, const Variant& v) {
   to_variant(v, r);
+}
+// An array of texts as a 1-based String array; anything else as `set_result` gives it.
+inline void set_strings_result(VARIANT* r, const Variant& v) {
+  if (!v.is_array() || v.array().lower != 1) return to_variant(v, r);
+  std::vector<String> items;
+  for (const Variant& item : v.array().items) items.push_back(qz::to_string(item));
+  r->parray = make_string_array(items);
+  r->vt = VT_ARRAY | VT_BSTR;
 }
 template <class T>
 requires std::is_base_of_v<Object, T>

@@ -182,8 +182,10 @@ class WindowsPlatform final : public host::Platform {
     return true;
   }
   bool wait_for_input_idle(int32_t milliseconds) override {
-    if (!process_) return false;
-    return WaitForInputIdle(process_, static_cast<DWORD>(milliseconds)) == 0;
+    if (!process_) throw Error(err::host_failure, "no started process to wait for");
+    const DWORD waited = WaitForInputIdle(process_, static_cast<DWORD>(milliseconds));
+    if (waited == WAIT_FAILED) throw Error(err::host_failure, "WaitForInputIdle failed");
+    return waited != WAIT_TIMEOUT;
   }
   bool save_clipboard_bitmap(const String& file) override {
     if (!OpenClipboard(main_window())) return false;

@@ -59,6 +59,10 @@ CLSIDS = {
     "iUndoRedo": "7849389B-84B5-4346-8C1B-1CCCF9DBDA10",
 }
 CREATABLE = {"iXLLibPublic", "iChartXL"}
+# Members whose Variant result holds an array of texts: it goes out as a String array
+# (VT_ARRAY | VT_BSTR), not an array of Variants, so that a compiled client can assign it to a
+# variable declared as a String array.
+STRING_ARRAY_RESULTS = {"WkbCustomNumFormats"}
 ENUM_GUID = "CFC2F418-3D17-4DC3-BD2A-1FE6BCB2CED3"
 RECORD_GUID = "F15131B4-9E4D-4B1E-95FB-14FE3599BA3F"
 
@@ -469,7 +473,8 @@ def gen_servers(interfaces):
             if m.rkind == "void":
                 w("      %s;" % call)
             else:
-                w("      set_result(pRetVal, %s);" % call)
+                setter = "set_strings_result" if m.name in STRING_ARRAY_RESULTS else "set_result"
+                w("      %s(pRetVal, %s);" % (setter, call))
             for c in commits:
                 w("      " + c)
             w("    });")

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "engine/host/engine.hpp"
 #include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
@@ -87,10 +88,19 @@ class EAddIns final : public host::AddIns {
       fail("Add method of AddIns class failed: \"" + to_utf8(filename) + "\" cannot be found");
     for (auto& r : app_->add_ins)
       if (equals_text(r.full_name, path)) return std::make_shared<EAddIn>(app_, r.full_name);
-    // The engine reads no add-in's own title, so the list shows its file name without the
-    // extension, as the application does for an add-in without a title.
-    String title = file_part(path);
-    if (size_t dot = title.rfind(u'.'); dot != String::npos && dot > 0) title.erase(dot);
+    // The list shows the add-in's Title document property; an add-in without one (or one
+    // that cannot be read) shows its file name without the extension.
+    String title;
+    if (const FileFormat* f = file_format_for(path); f && f->title) {
+      try {
+        title = f->title(path);
+      } catch (const Error&) {
+      }
+    }
+    if (title.empty()) {
+      title = file_part(path);
+      if (size_t dot = title.rfind(u'.'); dot != String::npos && dot > 0) title.erase(dot);
+    }
     app_->add_ins.push_back(AddInRec{path, title, false});
     return std::make_shared<EAddIn>(app_, path);
   }

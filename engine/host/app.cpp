@@ -293,6 +293,21 @@ class EWorkbooks final : public host::Workbooks {
     b->name = name;
     b->path = folder;
     if (!args.read_only.is_missing() && to_bool(args.read_only)) b->read_only = true;
+    // A template opens as a new, unsaved workbook made from it ("Plan1" from Plan.xltx)
+    // unless Editable asks for the template itself.
+    const size_t dot = name.rfind(u'.');
+    const String ext = dot == String::npos ? String() : to_lower(StringView(name).substr(dot));
+    const bool template_file = ext == u".xltx" || ext == u".xltm";
+    if (template_file && (args.editable.is_missing() || !to_bool(args.editable))) {
+      String stem = name.substr(0, dot);
+      int32_t n = 1;
+      while (app_->find_book(stem + u16(std::to_string(n)))) ++n;
+      b->name = stem + u16(std::to_string(n));
+      b->path.clear();
+      b->read_only = false;
+    }
+    // UpdateLinks needs nothing here: the engine never reaches into other files, so the values
+    // a file keeps for other workbooks' cells stay as they were stored, as with UpdateLinks 0.
     b->loaded();
     app_->open_book(b);
     return app_->workbook(b);

@@ -4,6 +4,7 @@
 // to a control is the control, so two lookups of one control give the same object.
 #include <algorithm>
 
+#include "engine/host/engine.hpp"
 #include "engine/host/interaction.hpp"
 #include "qzxl/convert.hpp"
 
@@ -507,3 +508,13 @@ host::CommandBarsPtr make_command_bars(const std::shared_ptr<AppState>& app) {
 }
 
 }  // namespace qz::engine::detail
+
+namespace qz::engine {
+
+std::optional<bool> is_temporary(const ObjectPtr& bar_or_control) {
+  if (auto c = std::dynamic_pointer_cast<detail::EControl>(bar_or_control)) return c->temporary_;
+  if (auto b = std::dynamic_pointer_cast<detail::EBar>(bar_or_control)) return b->temporary_;
+  return std::nullopt;
+}
+
+}  // namespace qz::engine

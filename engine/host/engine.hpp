@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "engine/model/book.hpp"
@@ -27,6 +28,9 @@ struct FileFormat {
   std::function<BookPtr(const String& path, const host::OpenArgs& args)> open;
   /// Writes the workbook to `path` (atomically; raises qz::Error on failure).
   std::function<void(Book& book, const String& path)> save;
+  /// The file's Title document property, "" when it has none; raises qz::Error when the file
+  /// cannot be read. Unset for formats without document properties.
+  std::function<String(const String& path)> title;
 };
 
 /// Registers a format for its extensions (a later registration of an extension wins).
@@ -63,6 +67,11 @@ struct RangeModel {
   std::vector<Rect> areas;
 };
 std::optional<RangeModel> range_of(const host::RangePtr& range);
+
+/// Whether a command bar or control was added as temporary (`Temporary:=True`), so that the
+/// application drops it when it closes; nullopt for anything else (built-in bars and controls
+/// are not temporary).
+std::optional<bool> is_temporary(const ObjectPtr& bar_or_control);
 
 /// Opens a Book that was built outside the application (a loader, a test) as one of its
 /// workbooks and activates it.

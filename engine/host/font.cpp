@@ -1,6 +1,7 @@
 // Font, Interior and Characters over the engine's cells: a cell's format, or the runs of one
 // cell's rich text.
 #include <algorithm>
+#include <cmath>
 
 #include "engine/host/objects.hpp"
 #include "qzxl/convert.hpp"
@@ -549,6 +550,68 @@ host::CharactersPtr make_characters(const std::shared_ptr<AppState>& app, const 
                                     const std::shared_ptr<Sheet>& sheet, CellRef at, int32_t start,
                                     int32_t length) {
   return std::make_shared<ECharacters>(app, book, sheet, at, start, length);
+}
+
+// Text widths. The engine has no font files, so widths come from approximate advances of the
+// common families, in thousandths of the font size: close enough to fit a column as a person
+// would see it (a line of "W" takes far more room than one of "i"), not to lay out text.
+namespace {
+
+enum class Family { Sans, WideSans, Serif, Mono };
+
+Family family_of(const String& name) {
+  const String n = to_lower(name);
+  for (const char16_t* mono : {u"courier", u"consolas", u"lucida console", u"mono"})
+    if (n.find(mono) != String::npos) return Family::Mono;
+  for (const char16_t* wide : {u"arial", u"helvetica", u"verdana", u"tahoma", u"segoe"})
+    if (n.find(wide) != String::npos) return Family::WideSans;
+  for (const char16_t* serif : {u"times", u"cambria", u"georgia", u"garamond"})
+    if (n.find(serif) != String::npos) return Family::Serif;
+  return Family::Sans;
+}
+
+double advance(char16_t c, Family family) {
+  if (c >= 0x2E80) return 1000;  // ideographs and full-width forms take a square
+  if (family == Family::Mono) return 600;
+  auto among = [c](StringView set) { return set.find(c) != StringView::npos; };
+  double a;
+  if (c == u' ')
+    a = 226;
+  else if (c >= u'0' && c <= u'9')
+    a = 507;
+  else if (among(u"ijlI|!.,:;'`"))
+    a = 240;
+  else if (among(u"frt()[]{}/\\-\"*"))
+    a = 340;
+  else if (among(u"mw"))
+    a = 800;
+  else if (among(u"MW@%"))
+    a = 880;
+  else if (c >= u'a' && c <= u'z')
+    a = 480;
+  else if (c >= u'A' && c <= u'Z')
+    a = 590;
+  else
+    a = 550;
+  return family == Family::WideSans ? a * 1.1 : family == Family::Serif ? a * 0.95 : a;
+}
+
+// Points to the screen's pixels, at 96 pixels an inch.
+double pixels(StringView text, const FontRec& font) {
+  const Family family = family_of(font.name);
+  double units = 0;
+  for (char16_t c : text) units += advance(c, family);
+  return units / 1000 * font.size * (font.bold ? 1.07 : 1.0) * 96 / 72;
+}
+
+}  // namespace
+
+double fitted_width(StringView text, const FontRec& font, const FontRec& normal) {
+  // A column's unit is the normal font's digit width in whole pixels; the cell keeps a few
+  // pixels of margin around its text.
+  const double digit = std::max(1.0, std::round(pixels(u"0", normal)));
+  const double width = (pixels(text, font) + 5) / digit;
+  return std::min(255.0, std::ceil(width * 100) / 100);
 }
 
 }  // namespace qz::engine::detail

@@ -19,6 +19,9 @@ enum class RangeMode : uint8_t { Cells, Rows, Columns };
 [[noreturn]] void not_found(const std::string& what);
 /// The sheet a host object shows; raises once the sheet has been deleted.
 Sheet& live(const std::shared_ptr<Sheet>& sheet);
+/// The column width, in the application's units (widths of the digit "0" in the workbook's
+/// normal font), that shows `text` in `font` whole, as AutoFit sets it.
+double fitted_width(StringView text, const FontRec& font, const FontRec& normal);
 
 struct Interaction;  // command bars, undo of an entry, macros (interaction.hpp)
 

@@ -477,6 +477,35 @@ class ERange final : public host::Range {
       li.hidden = characters == 0;
     });
   }
+  // AutoFit, reached late-bound as the application's own Range.AutoFit: each column of the
+  // range as wide as the widest text the range shows in it, measured in each cell's font.
+  // Columns with nothing to show keep their width; row heights are not fitted.
+  bool has_member(StringView name) const override { return same_member(name, u"AutoFit"); }
+  Variant invoke(StringView name, Invoke kind, std::span<Variant> args) override {
+    if (kind != Invoke::Method || !same_member(name, u"AutoFit"))
+      return host::Range::invoke(name, kind, args);
+    Sheet& s = sh();
+    const FontRec& normal = book_->styles.font(0);
+    for (const Rect& a : areas_) {
+      for (int32_t col = a.col1; col <= a.col2; ++col) {
+        double widest = 0;
+        s.cells.for_each(Rect{a.row1, col, a.row2, col}, [&](int32_t r, int32_t c, const Cell&) {
+          String shown = book_->text(s, r, c);
+          if (!shown.empty())
+            widest = std::max(widest, fitted_width(shown, book_->cell_font(s, r, c), normal));
+          return true;
+        });
+        if (widest == 0) continue;
+        LineInfo& li = s.cols[col];
+        li.size = widest;
+        li.custom_size = true;
+        li.hidden = false;
+      }
+    }
+    s.changed.layout = true;
+    book_->saved = false;
+    return Variant(true);
+  }
   Variant outline_level() override {
     bool rows = line_kind("OutlineLevel");
     return line_common(rows, [&](const LineInfo* li) {

@@ -16,8 +16,10 @@ host::Application& xl() {
   return *require(frame::session().XLApp);
 }
 
+// The button chosen; 0, no button at all, when no message box can be shown. Such a question
+// is skipped like any failing step, and the run goes on as if it had not been asked.
 int32_t ask(const String& prompt, int32_t buttons) {
-  return value_or(int32_t{msgbox::Cancel}, [&] {
+  return value_or(int32_t{0}, [&] {
     return require(host::environment().ui)->msg_box(prompt, buttons, kMsgBoxTitle);
   });
 }

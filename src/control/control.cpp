@@ -181,8 +181,11 @@ host::RangePtr iControl::RefEditRange(const ObjectPtr& vRefEdit, const host::Wor
   if (vWks) step([&] { sheet_name = vWks->name(); });
   if (sheet_name.empty()) {
     step([&] {
-      auto app = require(frame::session().XLApp);
-      sheet_name = to_string(get(require(app->active_sheet()), u"Name"));
+      const ObjectPtr active = require(require(frame::session().XLApp)->active_sheet());
+      if (auto wks = std::dynamic_pointer_cast<host::Worksheet>(active))
+        sheet_name = wks->name();
+      else
+        sheet_name = to_string(get(active, u"Name"));  // a chart sheet
     });
   }
   bool shown =

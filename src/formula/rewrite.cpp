@@ -91,8 +91,8 @@ String adjust_r1c1_ref(StringView ref, int32_t row_adj, int32_t col_adj) {
 
 String iFormula::MergeRangesInSumFormula(const String& vFormula) {
   String result = vFormula;
-  // The first failure ends the method: what was merged before it stands, the rest of the
-  // formula is left as it was.
+  // The first failure (no application or services to merge with) ends the method: what was
+  // merged before it stands, the rest of the formula is left as it was.
   try {
     String copy = vFormula;
     FmlaPieces pieces;
@@ -115,11 +115,11 @@ String iFormula::MergeRangesInSumFormula(const String& vFormula) {
       if (count < 0) throw Error(err::invalid_call, "no argument list");
       const String args = copy.substr(static_cast<size_t>(from), static_cast<size_t>(count));
       const String merged = require(frame::session().LibRange)->MergeRanges(args, nullptr);
-      // MergeRanges answers "" when it stopped on an error (an argument that is no
-      // reference, references on two sheets): that ends the rewrite here rather than
-      // deleting the argument list.
-      if (merged.empty()) throw Error(err::host_failure, "the arguments could not be merged");
-      if (StringView(merged).substr(0, args.size()) != StringView(args))
+      // MergeRanges answers "" when it could not merge the list (an argument that is no
+      // reference, references on two sheets). That is its own failure, handled there, not
+      // one of this method: this SUM keeps its arguments, rather than losing them to the
+      // empty answer, and the next SUM is merged as usual.
+      if (!merged.empty() && StringView(merged).substr(0, args.size()) != StringView(args))
         result = vblib::Strings::replace(result, args, merged, 1, -1, 1);
       in_sum = closed = false;
     }

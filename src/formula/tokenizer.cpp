@@ -4,7 +4,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #if defined(__SSE2__)
@@ -299,17 +298,18 @@ class PieceWriter {
 // and splices them into `formula` after the operator at `op_pos` (1-based, in rewritten
 // coordinates); `rest` is the text on entry from the next operator on. The operand piece,
 // last in `out`, becomes the first cell, and a "," and a piece follow for every further
-// cell. Returns the change in length, or nothing when the reference could not be expanded:
-// an unresolvable reference then stays in the formula as written rather than being cut out
-// of it.
-std::optional<int32_t> replace_range(String& formula, PieceWriter& out, StringView segment,
-                                     int32_t op_pos, StringView rest) {
+// cell. Returns the change in length. A reference that cannot be expanded is replaced by
+// what the expansion gave, nothing: it drops out of the formula, while its piece keeps its
+// text and the pieces after it keep their places in the shortened formula.
+int32_t replace_range(String& formula, PieceWriter& out, StringView segment, int32_t op_pos,
+                      StringView rest) {
   std::vector<String> parts;
-  int32_t change = 0;
-  String replacement = value_or(String(), [&] {
-    return require(frame::session().LibRange)->SplitRange(String(segment), parts, &change, false);
+  int32_t change = -static_cast<int32_t>(segment.size());
+  String replacement;
+  step([&] {
+    replacement =
+        require(frame::session().LibRange)->SplitRange(String(segment), parts, &change, false);
   });
-  if (replacement.empty() || parts.empty()) return std::nullopt;
 
   String rewritten;
   rewritten.reserve(static_cast<size_t>(op_pos) + replacement.size() + rest.size());
@@ -317,6 +317,7 @@ std::optional<int32_t> replace_range(String& formula, PieceWriter& out, StringVi
   rewritten.append(replacement);
   rewritten.append(rest);
   formula = std::move(rewritten);
+  if (parts.empty()) return change;
 
   FmlaPiece& first = out.last();
   first.ThePiece = parts[0];
@@ -387,7 +388,7 @@ void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode) {
     hash_seen = false;
     if (may_rewrite && piece.IsRange && text.find(u':') != StringView::npos) {
       const StringView rest = f.substr(static_cast<size_t>(next - 1));
-      if (auto change = replace_range(formula, out, segment, at + shift, rest)) shift += *change;
+      shift += replace_range(formula, out, segment, at + shift, rest);
     }
   };
 

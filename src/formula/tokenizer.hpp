@@ -45,8 +45,8 @@ constexpr bool is_break_char(char16_t c) noexcept {
 
 /// Cuts `formula` into `pieces` (cleared first). Text not starting with "=" is one piece.
 /// With `mode.keep_ranges` false, `formula` is rewritten and every StartPos refers to the
-/// rewritten text. Never throws on any text; a failing range expansion leaves that
-/// reference as it was.
+/// rewritten text. Never throws on any text; a reference that cannot be expanded is cut out
+/// of the rewritten text, while its piece keeps the reference's text.
 void parse_formula(String& formula, FmlaPieces& pieces, const ParseMode& mode);
 
 }  // namespace qz::formula

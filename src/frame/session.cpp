@@ -162,8 +162,12 @@ host::ApplicationPtr GetXLApp(bool& started) {
   started = true;
   bool launched = value_or(false, [&] { return platform->start_process(u"Excel"); });
   if (launched) {
-    bool idle = value_or(false, [&] { return platform->wait_for_input_idle(60000); });
-    if (idle) {
+    // Only a wait that ran out of time means the application is not there yet; a wait that
+    // failed (the process cannot be waited on) says nothing about it, so the foreground is
+    // handed back and the application looked for all the same.
+    bool timed_out = false;
+    step([&] { timed_out = !platform->wait_for_input_idle(60000); });
+    if (!timed_out) {
       step([&] { require(require(s.VBLib)->iWinAPI)->bring_to_front(foreground); });
       step([&] { app = platform->running_application(u"Excel.Application"); });
     }

@@ -56,7 +56,8 @@ class Platform {
   virtual ApplicationPtr running_application(const String& prog_id) = 0;
   /// Starts a process (`CreateProcessA`); false when it could not be started.
   virtual bool start_process(const String& command_line) = 0;
-  /// Waits until the started process is idle; false when the wait timed out.
+  /// Waits until the started process is idle; false when the wait timed out. Raises when
+  /// the wait itself fails.
   virtual bool wait_for_input_idle(int32_t milliseconds) = 0;
   /// Saves the bitmap on the clipboard to `file` and empties and closes the clipboard.
   /// False when the clipboard holds no bitmap.

@@ -27,14 +27,13 @@ String iRange::SplitRange(const String& vRangeString, std::vector<String>& rPiec
     cells = require(range->cells());
     count = range->count();
   });
-  // Text the application cannot resolve gives nothing at all: no pieces, an empty result,
-  // and the caller's adjustment left alone.
-  if (!range || count <= 0) return String();
-
-  rPieces.resize(static_cast<size_t>(count));
   String result;
+  // Text the application cannot resolve gives no pieces and an empty result; the adjustment
+  // is still worked out below, so a caller editing a formula in place sees the text gone.
+  const int64_t n = range && count > 0 ? count : 0;
+  rPieces.resize(static_cast<size_t>(n));
   const String qualifier = u"'" + sheet + u"'!";
-  for (int64_t i = 1; i <= count; ++i) {
+  for (int64_t i = 1; i <= n; ++i) {
     String& piece = rPieces[static_cast<size_t>(i - 1)];
     step([&] {
       const String cell = require(cells->item(i))->address(false, false);
@@ -42,7 +41,7 @@ String iRange::SplitRange(const String& vRangeString, std::vector<String>& rPiec
       piece = sheet.empty() || vExclSheetName ? cell : qualifier + cell;
     });
     result += piece;
-    if (i < count) result += u',';
+    if (i < n) result += u',';
   }
   if (rLenAdjustment)
     *rLenAdjustment =

@@ -101,7 +101,6 @@ String iRange::FindSpecificQZTag(const host::RangePtr& vCell, const String& vSta
 bool iRange::AssignRangeTag(const host::RangePtr& vRange, String& rQZWksName, String& rLandmark,
                             const String& vDirtyTagName, bool* rDidCreate) {
   bool result = false;
-  bool created = false;
   host::WorksheetPtr wks;
   step([&] { wks = require(require(vRange)->worksheet()); });
   step([&] {
@@ -109,19 +108,28 @@ bool iRange::AssignRangeTag(const host::RangePtr& vRange, String& rQZWksName, St
   });
 
   const host::NamePtr own = value_or(host::NamePtr(), [&] { return require(vRange)->name(); });
+  host::NamePtr added;
   if (!own) {
+    // The identifier comes from the session's sibling services: without them there is no
+    // tag text, and so no name is added.
+    String tag;
     step([&] {
-      const String tag = u"_bqz." + vblib::Guid::new_guid() + u".eqz";
-      host::NameAddArgs args;
-      args.name = Variant(tag);
-      args.refers_to = Variant(require(vRange));
-      args.visible = Variant(false);
-      const host::NamePtr added = require(require(require(wks)->names())->add(args));
-      rLandmark = added->name();
-      created = true;
-      result = true;
+      tag = u"_bqz." + require(require(frame::session().VBLib)->iGUID)->new_guid() + u".eqz";
     });
-    if (created && rDidCreate) *rDidCreate = true;
+    if (!tag.empty()) {
+      step([&] {
+        host::NameAddArgs args;
+        args.name = Variant(tag);
+        args.refers_to = Variant(require(vRange));
+        args.visible = Variant(false);
+        added = require(require(require(wks)->names())->add(args));
+      });
+    }
+    step([&] { rLandmark = require(added)->name(); });
+    // Each step goes on after a failed one, as everywhere else: the caller is told a tag was
+    // made even when the worksheet refused the name, and keeps its own landmark then.
+    if (rDidCreate) *rDidCreate = true;
+    result = true;
   } else {
     // The caller's landmark stands when it still resolves to this very range.
     const bool same = value_or(false, [&] {
@@ -136,12 +144,14 @@ bool iRange::AssignRangeTag(const host::RangePtr& vRange, String& rQZWksName, St
   }
   rLandmark = unqualified(rLandmark);
 
-  // A workbook that gained a tag must be saved; the client reads this mark to know it.
-  if (created) {
+  // A workbook that gained a tag must be saved; the client reads this mark to know it. Only a
+  // name actually added marks it.
+  if (added) {
     step([&] {
       const host::WorkbookPtr wkb = require(wks->parent());
-      vblib::DocProps::prepare(wkb, vDirtyTagName);
-      vblib::DocProps::set_text(wkb, vDirtyTagName, u"true");
+      auto& props = *require(require(frame::session().VBLib)->iDocProp);
+      props.prepare(wkb, vDirtyTagName);
+      props.set_text(wkb, vDirtyTagName, u"true");
     });
   }
   return result;

@@ -150,15 +150,14 @@ String iWorkbook::SyncTemplate(const String& vFromXLTPath, const String& vFromXL
     return u"The source file at '" + source +
            u"' could not be found.  It may have been moved or deleted.";
   }
-  String target = destination + u"\\" + vFromXLTName;
   // With no startup folder there is nowhere to copy to: a bare "\" & name would land in the
-  // root of the drive, so the copy is not tried and the write is reported as failed.
-  if (found) step([&] { wb::files().copy(source, target, true); });
-  if (!found || !value_or(false, [&] { return wb::files().exists(target); })) {
+  // root of the drive, so no copy is tried and the message stays the one for no folder.
+  if (!found) return message;
+  String target = destination + u"\\" + vFromXLTName;
+  step([&] { wb::files().copy(source, target, true); });
+  if (!value_or(false, [&] { return wb::files().exists(target); })) {
     message = u"Could not write to the following destination: " + target + u"\r\r" +
               u"Please check the write permissions to the folder listed above.";
-  } else {
-    message.clear();
   }
   return message;
 }

@@ -10,7 +10,6 @@ namespace qz {
 namespace {
 
 struct Listing {
-  const char16_t* sheet_name;
   std::vector<String> headers;
 };
 
@@ -53,24 +52,14 @@ std::vector<std::vector<Variant>> entries_of(const Array& array) {
   return rows;
 }
 
-host::WorksheetPtr new_listing_sheet(const Listing& listing) {
-  host::WorksheetPtr wks;
-  step([&] {
-    const host::ApplicationPtr& xl = wb::app();
-    host::WorkbookPtr wkb = xl->active_workbook();
-    if (!wkb) wkb = xl->workbooks()->add();
-    wks = wkb->worksheets()->add();
-  });
-  if (wks)
-    step([&] { require(frame::session().LibWorksheet)->NameWorksheet(wks, listing.sheet_name); });
-  return wks;
-}
-
 void display(const Variant& array, const host::WorksheetPtr& given, const String& top_label,
              const Listing& listing) {
   if (!array.is_array()) return;
   std::vector<std::vector<Variant>> rows = entries_of(array.array());
-  host::WorksheetPtr wks = given ? given : new_listing_sheet(listing);
+  // Without a sheet the list goes on the active one; a chart sheet has no cells for it.
+  host::WorksheetPtr wks = given;
+  if (!wks)
+    step([&] { wks = std::dynamic_pointer_cast<host::Worksheet>(wb::app()->active_sheet()); });
   if (!wks) return;
 
   size_t columns = listing.headers.size();
@@ -90,7 +79,9 @@ void display(const Variant& array, const host::WorksheetPtr& given, const String
   const auto width = static_cast<int32_t>(columns);
   const auto height = static_cast<int32_t>(block.size());
 
-  step([&] { wks->cells()->clear(); });
+  // An earlier list, or whatever else was there, goes first: the sheet's working area, from
+  // A1 to its last cell.
+  step([&] { require(require(frame::session().LibWorksheet)->QZUsedRange(wks))->clear(); });
   step([&] {
     host::RangePtr label = wks->cell(kLabelRow, 1);
     label->set_value(Variant(u"'" + top_label));
@@ -114,7 +105,14 @@ void display(const Variant& array, const host::WorksheetPtr& given, const String
     if (wks->auto_filter_mode()) wks->set_auto_filter_mode(false);
   });
   step([&] { wks->cell(kHeaderRow, 1)->resize(height + 1, width)->auto_filter(); });
-  for (int32_t c = 1; c <= width; ++c) {
+  // The columns are fitted as the application measures the list's texts in their fonts (the
+  // label above is left out, so that it does not widen the first column). A host that cannot
+  // fit columns gets widths from the number of characters instead.
+  if (step([&] {
+        late::call(wks->cell(kHeaderRow, 1)->resize(height + 1, width)->columns(), u"AutoFit");
+      }))
+    widths.clear();
+  for (int32_t c = 1; c <= static_cast<int32_t>(widths.size()); ++c) {
     // Two characters more than the longest text: room for the bold header and its button.
     double fitted =
         static_cast<double>(std::min(widths[static_cast<size_t>(c - 1)] + 2, kWidestColumn));
@@ -131,17 +129,17 @@ void display(const Variant& array, const host::WorksheetPtr& given, const String
 
 void iDisplay::DisplayKeyArray(const Variant& vKeyArray, const host::WorksheetPtr& vWks,
                                const String& vTopLabel) {
-  display(vKeyArray, vWks, vTopLabel, {u"Keys", {u"Key", u"Description"}});
+  display(vKeyArray, vWks, vTopLabel, {{u"Key", u"Description"}});
 }
 
 void iDisplay::DisplayMacroArray(const Variant& vMacroArray, const host::WorksheetPtr& vWks,
                                  const String& vTopLabel) {
-  display(vMacroArray, vWks, vTopLabel, {u"Macros", {u"Macro", u"Description"}});
+  display(vMacroArray, vWks, vTopLabel, {{u"Macro", u"Description"}});
 }
 
 void iDisplay::DisplayHotKeyArray(const Variant& vHotKeyArray, const host::WorksheetPtr& vWks,
                                   const String& vTopLabel) {
-  display(vHotKeyArray, vWks, vTopLabel, {u"Hot Keys", {u"Hot Key", u"Macro", u"Description"}});
+  display(vHotKeyArray, vWks, vTopLabel, {{u"Hot Key", u"Macro", u"Description"}});
 }
 
 }  // namespace qz

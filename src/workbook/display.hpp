@@ -20,10 +20,10 @@ namespace qz {
 /// nothing in them are left out, so that the list has no gaps for the filter to stop at.
 /// Texts are written as text, never as formulas, whatever they begin with ("+^A", "=x").
 ///
-/// `vWks` is the sheet to write on: it is cleared first. Without one, a new worksheet is added
-/// to the active workbook (to a new workbook when none is open) and named "Keys", "Macros" or
-/// "Hot Keys" (made unique as `iWorksheet.NameWorksheet` does). A value that is no array
-/// writes nothing. The sheet is left active with A1 selected.
+/// `vWks` is the sheet to write on, the active sheet when it is missing (nothing is written
+/// when that is a chart sheet or no workbook is open). Its working area (`iWorksheet.
+/// QZUsedRange`, from A1 to its last cell) is cleared first. A value that is no array writes
+/// nothing. The sheet is left active with A1 selected.
 class iDisplay final : public _iDisplay {
  public:
   String type_name() const override { return u"iDisplay"; }

@@ -37,6 +37,7 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   EXPECT_EQ(formula("B2"), u"=100+20");
   EXPECT_EQ(colour("B2"), kBlue);
   EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
+  EXPECT_EQ(r("B2")->font()->bold(), Variant(true));
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
   EXPECT_EQ(redo_caption(), "Can't &Redo");
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
@@ -52,26 +53,6 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   EXPECT_EQ(formula("B2"), u"=100+20");
   EXPECT_EQ(colour("B2"), kBlue);
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
-}
-
-TEST_F(AutoColor, EachTypedEntryLeavesOnlyItsOwnUnitSinceTypingRetakesUndo) {
-  user.type(u"A1", u"1");
-  user.type(u"A2", u"=A1+2");
-  EXPECT_EQ(colour("A2"), kRed);
-  EXPECT_THAT(undo_texts(), ElementsAre("&Undo Text Entry (QZ)"));
-  user.press_undo();
-  EXPECT_EQ(formula("A2"), u"");
-  EXPECT_EQ(formula("A1"), u"1");
-}
-
-TEST_F(AutoColor, TextIsLeftAsTheApplicationEnteredIt) {
-  r("C1")->font()->set_color(Variant(kRed));
-  user.type(u"C1", u"label");
-  EXPECT_EQ(colour("C1"), kRed);
-  // Nothing was captured, so the person's own Undo still takes the typing back.
-  EXPECT_EQ(undo_caption(), "&Undo Typing");
-  user.press_undo();
-  EXPECT_EQ(formula("C1"), u"");
 }
 
 TEST_F(AutoColor, CtrlEnterColoursTheSelectionAndOneUndoRestoresAllOfIt) {
@@ -93,22 +74,68 @@ TEST_F(AutoColor, CtrlEnterColoursTheSelectionAndOneUndoRestoresAllOfIt) {
   EXPECT_EQ(formula("B2"), u"old");
 }
 
-TEST_F(AutoColor, APlainEnterAfterCtrlEnterColoursOnlyTheActiveCell) {
-  user.select(u"A1:B1");
-  user.ctrl_enter(u"=A5+2");
-  EXPECT_EQ(formula("B1"), u"=B5+2");
-  EXPECT_EQ(colour("B1"), kRed);
-  user.select(u"A2:B2");
-  user.type(u"9");
-  EXPECT_EQ(colour("A2"), kBlue);
-  EXPECT_EQ(formula("B2"), u"");
+TEST_F(AutoColor, CtrlEnterOptsOutAsOneCellWouldAndColoursHiddenCellsAndNamedLinks) {
+  wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
+  ws->activate();
+  define(u"Far", u"=Other!$A$1");
+  ac->SetWksLinkColor(Variant(kPlum));
+  r("A2")->entire_row()->set_hidden(true);
+  user.select(u"A1:A3");
+  user.ctrl_enter(u"=Far*1");  // no typed value: the named-link search decides
+  for (const char* cell : {"A1", "A2", "A3"}) EXPECT_EQ(colour(cell), kPlum) << cell;
+  EXPECT_EQ(r("A2")->entire_row()->hidden(), Variant(true));
+
+  for (const char16_t* entry : {u"label", u"14/11/2026"}) {
+    user.select(u"B1:B2");
+    user.ctrl_enter(entry);
+    EXPECT_EQ(colour("B1") + colour("B2"), 0) << to_utf8(entry);
+    EXPECT_EQ(undo_caption(), "&Undo Typing");
+  }
+  ac->SetAutoColorText(Variant(true));
+  ac->SetAutoColorDates(Variant(true));
+  for (const char16_t* entry : {u"label", u"14/11/2026"}) {
+    user.select(u"C1:C2");
+    user.ctrl_enter(entry);
+    EXPECT_EQ(colour("C2"), kBlue) << to_utf8(entry);
+  }
 }
 
-TEST_F(AutoColor, TurnedOffNothingRunsOnEntry) {
-  ac->ToggleAutoColor();
-  user.type(u"A1", u"5");
-  EXPECT_EQ(colour("A1"), 0);
-  EXPECT_EQ(undo_caption(), "&Undo Typing");
+TEST_F(AutoColor, TheEntryIsTakenBackOutWhileRecalculationWaits) {
+  auto watched = std::make_shared<Watched>(app);
+  lib->InitXL(watched);
+  app->set_calculation(host::xl::CalculationSemiautomatic);
+  user.type(u"B2", u"=1+2");
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+  user.select(u"C1:C2");
+  user.ctrl_enter(u"4");
+  EXPECT_EQ(watched->modes, std::vector<int32_t>(2, -4135));
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+}
+
+TEST_F(AutoColor, CtrlEnterFlagsAreBothKeptUntilTheNextRun) {
+  ac->UpdateCtrlEnter(true, Variant(true));
+  EXPECT_TRUE(frame::session().CtrlEnterPressed && frame::session().CtrlShiftEnterPressed);
+  ac->UpdateCtrlEnter(false, Variant(true));
+  EXPECT_FALSE(frame::session().CtrlEnterPressed);
+  EXPECT_TRUE(frame::session().CtrlShiftEnterPressed);
+  ac->RunAutoColor();
+  EXPECT_FALSE(frame::session().CtrlEnterPressed || frame::session().CtrlShiftEnterPressed);
+}
+
+TEST_F(AutoColor, WithHyperlinkColouringOffALinkedCellIsColouredByWhatItHolds) {
+  r("A1")->set_formula(u"label");
+  r("A2")->set_formula(u"5");
+  for (const char* cell : {"A1", "A2"}) {
+    ws->hyperlinks()->add(r(cell), u"http://example.com/");
+    r(cell)->font()->set_color(Variant(kRed));
+  }
+  ac->SetAutoColorHyperlinks(Variant(false));
+  for (const char* cell : {"A1", "A2"}) ac->AutoColorCell(r(cell), false);
+  EXPECT_EQ(colour("A1"), kRed);  // text opts out once the link no longer counts
+  EXPECT_EQ(colour("A2"), kBlue);
+  ac->SetAutoColorHyperlinks(Variant(true));
+  for (const char* cell : {"A1", "A2"}) ac->AutoColorCell(r(cell), false);
+  EXPECT_EQ(colour("A1") + colour("A2"), 2 * kPlum);
 }
 
 // --- A client's veto -----------------------------------------------------------------------
@@ -131,6 +158,10 @@ TEST_F(AutoColor, TheRivuletProductMayKeepACellsColour) {
   // An emptied cell has no content to ask about.
   user.type(u"A2", u"");
   EXPECT_EQ(callback->colours_asked.size(), 2u);
+  // A callback that cannot answer vetoes nothing.
+  undo->Subscribe(u"RivuletXL", lib->NewProduct(u"Other", Variant(true), Variant(u"Other")));
+  user.type(u"A3", u"44");
+  EXPECT_EQ(colour("A3"), kBlue);
 }
 
 // --- The rule table ------------------------------------------------------------------------
@@ -176,12 +207,7 @@ class RuleTable : public ClientTest {
       if (w[0] == "@sheet")
         wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u16(w[1]));
     for (const auto& w : scene)
-      if (w[0] == "@name") {
-        host::NameAddArgs args;
-        args.name = Variant(u16(w[1]));
-        args.refers_to = Variant(u16(w[2]));
-        wb->names()->add(args);
-      }
+      if (w[0] == "@name") define(u16(w[1]), u16(w[2]));
     for (const Case& c : cases) r(c.address.c_str())->set_formula(u16(c.entry));
     for (const auto& w : scene) {
       if (w[0] == "@link") ws->hyperlinks()->add(r(w[1].c_str()), u16(w[2]));
@@ -281,12 +307,8 @@ class Runs : public ClientTest {
  protected:
   void fill(const char* address, const char16_t* entry) { r(address)->set_formula(entry); }
   void add_names(int32_t n) {
-    for (int32_t i = 0; i < n; ++i) {
-      host::NameAddArgs args;
-      args.name = Variant(u"Name_" + u16(std::to_string(names_added++)));
-      args.refers_to = Variant(u"=Sheet1!$A$1");
-      wb->names()->add(args);
-    }
+    for (int32_t i = 0; i < n; ++i)
+      define(u"Name_" + u16(std::to_string(names_added++)), u"=Sheet1!$A$1");
   }
   const std::vector<ShownMessage>& messages() { return scope.ui->messages; }
   int names_added = 0;
@@ -352,10 +374,7 @@ TEST_F(Runs, ASheetRunAsksFirstAndChartSheetsAreLeftAlone) {
 TEST_F(Runs, OnlyMoreThanFiveHundredNamesBringTheNamesQuestion) {
   wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
   fill("A2", u"=Far");
-  host::NameAddArgs far;
-  far.name = Variant(u"Far");
-  far.refers_to = Variant(u"=Other!$A$1");
-  wb->names()->add(far);
+  define(u"Far", u"=Other!$A$1");
   add_names(499);  // 500 names
   ac->SetWksLinkColor(Variant(kPlum));
   ac->SetFormulaColor(Variant(int32_t{103}));
@@ -377,6 +396,22 @@ TEST_F(Runs, OnlyMoreThanFiveHundredNamesBringTheNamesQuestion) {
   scope.ui->answers = {msgbox::Cancel};
   ac->AutoColorSheet(ws, false);
   EXPECT_EQ(colour("A2"), kRed);
+}
+
+TEST_F(Runs, WithoutMessageBoxesSheetAndWorkbookRunsGoOnUnasked) {
+  fill("A1", u"5");
+  fill("A2", u"=Far");
+  wb->worksheets()->add(Variant::missing(), Variant(ws))->set_name(u"Other");
+  add_names(501);
+  define(u"Far", u"=Other!$A$1");
+  ac->SetWksLinkColor(Variant(kPlum));
+  host::environment().ui = nullptr;
+  ac->AutoColorSheet(ws);
+  EXPECT_EQ(colour("A1"), kBlue);
+  EXPECT_EQ(colour("A2"), 0);  // the names question had no answer: no named-link search
+  r("A1")->font()->set_color(Variant(kRed));
+  ac->AutoColorWorkbook(wb);
+  EXPECT_EQ(colour("A1"), kBlue);
 }
 
 TEST_F(Runs, AWorkbookRunAsksOnceAndColoursEveryWorksheet) {
@@ -424,6 +459,47 @@ TEST_F(Settings, AFreshUserGetsTheDefaultsWrittenOnFirstRead) {
   EXPECT_EQ(stored(u"Dates"), u"False");
 }
 
+TEST_F(Settings, EachSettingLivesUnderItsOwnValueName) {
+  const std::vector<const char16_t*> names = {u"On",
+                                              u"Hyperlinks",
+                                              u"Text",
+                                              u"Dates",
+                                              u"InputColor",
+                                              u"PartialInputColor",
+                                              u"FormulaColor",
+                                              u"WksLinkColor",
+                                              u"WkbLinkColor",
+                                              u"HyperlinkColor",
+                                              u"DummyNumberColor"};
+  auto& store = *frame::session().AutoColorSettings;
+  // Each getter reads its own value name: stored texts that none of the defaults is.
+  for (size_t i = 0; i < names.size(); ++i)
+    store.write(vblib::kHkeyCurrentUser, names[i],
+                i < 2   ? u"0"
+                : i < 4 ? u"1"
+                        : u16(std::to_string(7 + i)));
+  EXPECT_EQ((std::vector<int32_t>{ac->AutoColorOn(), ac->AutoColorHyperlinks(), ac->AutoColorText(),
+                                  ac->AutoColorDates(), ac->InputColor(), ac->PartialInputColor(),
+                                  ac->FormulaColor(), ac->WksLinkColor(), ac->WkbLinkColor(),
+                                  ac->HyperlinkColor(), ac->DummyNumberColor()}),
+            (std::vector<int32_t>{0, 0, 1, 1, 11, 12, 13, 14, 15, 16, 17}));
+  // Each setter writes its own.
+  ac->SetAutoColorOn(Variant(true));
+  ac->SetAutoColorHyperlinks(Variant(true));
+  ac->SetAutoColorText(Variant(false));
+  ac->SetAutoColorDates(Variant(false));
+  int32_t c = 20;
+  for (auto set :
+       {&_iAutoColor::SetInputColor, &_iAutoColor::SetPartialInputColor,
+        &_iAutoColor::SetFormulaColor, &_iAutoColor::SetWksLinkColor, &_iAutoColor::SetWkbLinkColor,
+        &_iAutoColor::SetHyperlinkColor, &_iAutoColor::SetDummyNumberColor})
+    (ac.get()->*set)(Variant(++c));
+  std::vector<String> written;
+  for (const char16_t* name : names) written.push_back(stored(name));
+  EXPECT_EQ(written, (std::vector<String>{u"True", u"True", u"False", u"False", u"21", u"22", u"23",
+                                          u"24", u"25", u"26", u"27"}));
+}
+
 TEST_F(Settings, SettersStoreWhatTheyAreGivenAndEveryObjectAgrees) {
   EXPECT_EQ(ac->SetInputColor(Variant(int32_t{123})), 123);
   EXPECT_EQ(lib->NewAutoColor()->InputColor(), 123);
@@ -439,19 +515,30 @@ TEST_F(Settings, SettersStoreWhatTheyAreGivenAndEveryObjectAgrees) {
   EXPECT_EQ(ac->NoAutoColorSmartCycleName(), u"No AutoColor");
 }
 
+TEST_F(Settings, TheOnEntryButtonHooksEntriesAsTheStoredSwitchSays) {
+  auto& store = *frame::session().AutoColorSettings;
+  store.write(vblib::kHkeyCurrentUser, u"On", u"True");
+  app->set_on_entry(u"");
+  ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()));
+  EXPECT_EQ(app->on_entry(), u"mDOM.RunAutoColor");
+  store.write(vblib::kHkeyCurrentUser, u"On", u"False");
+  ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()));
+  EXPECT_EQ(app->on_entry(), u"");
+}
+
 TEST_F(Settings, ToggleFlipsTheSwitchTheButtonAndTheEntryHook) {
   auto button = ac->CreateAutoColorMenuBtn(Variant(menu->FormatMenu()), Variant(true));
-  EXPECT_EQ(button->state(), host::mso::ButtonDown);
+  EXPECT_EQ(button->state(), -1);
   EXPECT_EQ(app->on_entry(), u"mDOM.RunAutoColor");
   EXPECT_EQ(button->on_action(), u"mDOM.ToggleAutoColor");
 
   user.click(button);  // the client's "mDOM.ToggleAutoColor"
   EXPECT_FALSE(ac->AutoColorOn());
-  EXPECT_EQ(button->state(), host::mso::ButtonUp);
+  EXPECT_EQ(button->state(), 0);
   EXPECT_EQ(app->on_entry(), u"");
 
   EXPECT_TRUE(ac->ToggleAutoColor());
-  EXPECT_EQ(button->state(), host::mso::ButtonDown);
+  EXPECT_EQ(button->state(), -1);
   EXPECT_EQ(app->on_entry(), u"mDOM.RunAutoColor");
 }
 
@@ -481,6 +568,36 @@ TEST_F(Buttons, ClearFormatMenuRemovesOnlyAutoColorButtonsWhoeverMadeThem) {
   auto after = before;
   after.push_back(u"AutoColor &Sheet... (copy)");
   EXPECT_EQ(format_captions(), after);
+}
+
+TEST_F(Buttons, EachKindHasItsCaptionAndMacroAndIsDeletedOnItsOwn) {
+  auto format = Variant(menu->FormatMenu());
+  const auto before = format_captions();
+  std::vector<host::CommandBarControlPtr> made = {
+      ac->CreateAutoColorMenuBtn(format), ac->CreateAutoColorSelectionMenuBtn(format),
+      ac->CreateAutoColorSheetMenuBtn(format), ac->CreateAutoColorWkbMenuBtn(format)};
+  std::vector<String> seen;
+  for (const auto& button : made)
+    seen.push_back(button->caption() + u"=" + button->on_action() +
+                   (engine::is_temporary(button) == true ? u" (temporary)" : u""));
+  EXPECT_EQ(seen,
+            (std::vector<String>{u"&AutoColor On Entry=mDOM.ToggleAutoColor (temporary)",
+                                 u"AutoColor Se&lection...=mDOM.AutoColorSelection (temporary)",
+                                 u"AutoColor &Sheet...=mDOM.AutoColorSheet (temporary)",
+                                 u"AutoColor &Workbook...=mDOM.AutoColorWorkbook (temporary)"}));
+  auto remaining = [&] {
+    auto now = format_captions();
+    return std::vector<String>(now.begin() + static_cast<ptrdiff_t>(before.size()), now.end());
+  };
+  ac->DeleteAutoColorSelectionMenuBtns();
+  EXPECT_EQ(remaining(), (std::vector<String>{u"&AutoColor On Entry", u"AutoColor &Sheet...",
+                                              u"AutoColor &Workbook..."}));
+  ac->DeleteAutoColorMenuBtns();
+  EXPECT_EQ(remaining(), (std::vector<String>{u"AutoColor &Sheet...", u"AutoColor &Workbook..."}));
+  ac->DeleteAutoColorWkbMenuBtns();
+  EXPECT_EQ(remaining(), (std::vector<String>{u"AutoColor &Sheet..."}));
+  ac->DeleteAutoColorSheetMenuBtns();
+  EXPECT_TRUE(remaining().empty());
 }
 
 TEST_F(Buttons, DeletingTwiceDoesNoHarm) {

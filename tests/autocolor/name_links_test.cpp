@@ -35,9 +35,19 @@ class NameLinksTest : public ::testing::Test {
   iXLLibPublicPtr lib = create_iXLLibPublic();
 };
 
+TEST_F(NameLinksTest, FallsBackThroughNamesThatOverlap) {
+  // At the "z" of "kBkZ" the matcher is in "KbKz" and must fall back twice ("bK" leads on
+  // to "bKy" only) to see that "Kz" ends there too.
+  define(u"KbKz", u"=0.5");
+  define(u"bKy", u"=Sheet1!$A$2");
+  define(u"Kz", u"=Sheet2!$E$1");
+  EXPECT_TRUE(autocolor::NameLinks(wb).links_elsewhere(u"1+kBkZ", u"Sheet1"));
+}
+
 TEST_F(NameLinksTest, AgreesWithTheWalkOverRandomNamesAndFormulas) {
   std::mt19937 random(7);
-  const std::u16string letters = u"abAB\u00e9\u00c9";
+  // "K" inside names too, so that one name's end can be another's beginning.
+  const std::u16string letters = u"KabAB\u00e9\u00c9";
   auto word = [&](int min, int max) {
     String w = u"K";
     const int n = std::uniform_int_distribution<int>(min, max)(random);

@@ -1,4 +1,7 @@
 // Chart addresses, names, lookups and activation.
+#include "engine/xlsx/xlsx.hpp"
+#include "support/fake_host.hpp"
+#include "support/test_support.hpp"
 #include "vblib/vblib.hpp"
 #include "workbook/library_fixture.hpp"
 
@@ -40,6 +43,21 @@ TEST_F(Charts, AddressesAndNamesOfBothKinds) {
             (std::vector<String>{u"Sheet1!Chart 1", u"Chart 1", u"Chart 1 (Sheet1)",
                                  u"Sheet1!Chart 1", u"Chart 1", u"embedded"}));
   EXPECT_EQ(names(nullptr), (std::vector<String>{u"", u"", u"", u"", u"", u"sheet"}));
+}
+
+TEST_F(Charts, AFilesChartsAreFoundByTheNamesItGivesThem) {
+  const auto file =
+      corpus_dir() / "workbooks/closedxml/Other/Charts/PreserveCharts/outputfile.xlsx";
+  if (!std::filesystem::exists(file)) GTEST_SKIP() << "the corpus is not there";
+  engine::xlsx::register_format();
+  host::OpenArgs args;
+  args.filename = u16(file.string());
+  auto wb = app->workbooks()->open(args);
+  auto chart = charts->RefChart(wb, u"Sheet2!Chart 1");
+  EXPECT_EQ(names(chart), (std::vector<String>{u"Sheet2!Chart 1", u"Chart 1", u"Chart 1 (Sheet2)",
+                                               u"Sheet2!Chart 1", u"Chart 1", u"embedded"}));
+  EXPECT_TRUE(charts->ChartObjExists(wb, u"Chart 1"));
+  EXPECT_EQ(charts->RefChart(wb, u"Sheet1!Chart 1"), nullptr);
 }
 
 TEST_F(Charts, FoundAgainByAddress) {
@@ -91,6 +109,25 @@ TEST_F(Charts, ActivatingBringsItsWorkbookAndSheetForward) {
   charts->ChartActivate(sheet_chart);
   EXPECT_EQ(app->active_sheet(), sheet_chart);
   EXPECT_FALSE(charts->TakeChartPicture(sheet_chart));  // the engine draws no pictures
+}
+
+// A chart that notes how it is asked for its picture, and can refuse.
+class Pictured : public UnsupportedChart {
+ public:
+  void copy_picture(int32_t appearance, int32_t format, int32_t size) override {
+    asked.push_back({appearance, format, size});
+    if (refuse) throw Error(err::host_failure, "CopyPicture failed");
+  }
+  std::vector<std::vector<int32_t>> asked;
+  bool refuse = false;
+};
+
+TEST_F(Charts, APictureAsShownOnScreenAtItsPrintedSize) {
+  auto chart = std::make_shared<Pictured>();
+  EXPECT_TRUE(charts->TakeChartPicture(chart));
+  chart->refuse = true;
+  EXPECT_FALSE(charts->TakeChartPicture(chart));
+  EXPECT_EQ(chart->asked, std::vector<std::vector<int32_t>>(2, {1, -4147, 2}));
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <regex>
 #include <set>
 
 #include "control/control.hpp"
+#include "engine/host/engine.hpp"
 #include "frame/session.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"
@@ -233,75 +233,22 @@ TEST_F(ControlTest, WithoutTheSiblingServicesRefusesWithoutAMessage) {
   EXPECT_EQ(entries, std::vector<String>{u"kept"});
 }
 
-// A tiny host for reference boxes: workbooks of named sheets whose cells are written as
-// column letters and a row number ("B2", "$A$1:$C$3").
-class Book : public test::UnsupportedWorkbook {
- public:
-  explicit Book(String name) : name_(std::move(name)) {}
-  String name() override { return name_; }
-
- private:
-  String name_;
-};
-
-class Cells : public test::UnsupportedRange {
- public:
-  Cells(host::WorksheetPtr sheet, String address) : sheet_(sheet), address_(address) {}
-  host::WorksheetPtr worksheet() override { return sheet_; }
-  String address(bool, bool, int32_t, bool, const host::RangePtr&) override { return address_; }
-
- private:
-  host::WorksheetPtr sheet_;
-  String address_;
-};
-
-class Sheet : public test::UnsupportedWorksheet {
- public:
-  Sheet(String name, std::shared_ptr<Book> book) : name_(std::move(name)), book_(std::move(book)) {}
-  String name() override { return name_; }
-  host::WorkbookPtr parent() override { return book_; }
-  host::RangePtr range(const Variant& cell1, const Variant& = Variant::missing()) override {
-    static const std::regex cells(R"(\$?[A-Z]{1,3}\$?[0-9]+(:\$?[A-Z]{1,3}\$?[0-9]+)?)");
-    if (!std::regex_match(to_utf8(cell1.str()), cells))
-      throw Error(err::host_failure, "Method 'Range' failed");
-    return std::make_shared<Cells>(std::static_pointer_cast<Sheet>(shared_from_this()),
-                                   cell1.str());
-  }
-  Variant invoke(StringView member, Invoke kind, std::span<Variant> args) override {
-    return same_member(member, u"Name") ? Variant(name_) : Object::invoke(member, kind, args);
-  }
-
- private:
-  String name_;
-  std::shared_ptr<Book> book_;
-};
-
-class Excel : public test::UnsupportedApplication {
- public:
-  std::vector<std::shared_ptr<Sheet>> sheets;
-  ObjectPtr active_sheet() override { return sheets[0]; }
-  // Reads "[Book]Sheet!A1", "'My Sheet'!A1", "Sheet!A1" or "A1" (on the active sheet).
-  host::RangePtr range(const Variant& cell1, const Variant&) override {
-    String book, sheet;
-    String address = vblib::Strings::qualifier_split(
-        vblib::Strings::strip_wkb_name(cell1.str(), &book, true), true, sheet);
-    for (auto& s : sheets)
-      if (sheet.empty() || (s->name() == sheet && (book.empty() || s->parent()->name() == book)))
-        return s->range(Variant(address));
-    throw Error(err::host_failure, "Method 'Range' failed");
-  }
-};
-
+// Reference boxes against the engine: Book1.xlsx with Sheet1 (active), Sheet2 and "My Data",
+// and Book2.xlsx with Data.
 class RefEdit : public Validation {
  protected:
   void SetUp() override {
     Validation::SetUp();
-    auto book1 = std::make_shared<Book>(u"Book1.xlsx");
-    auto book2 = std::make_shared<Book>(u"Book2.xlsx");
-    for (auto [name, book] : {std::pair{u"Sheet1", book1}, std::pair{u"Sheet2", book1},
-                              std::pair{u"My Data", book1}, std::pair{u"Data", book2}})
-      excel->sheets.push_back(std::make_shared<Sheet>(name, book));
-    frame::session().XLApp = excel;
+    frame::session().XLApp = app;
+    auto book2 = app->workbooks()->add();
+    engine::book_of(book2)->name = u"Book2.xlsx";
+    book2->worksheets()->item(Variant(int32_t{1}))->set_name(u"Data");
+    auto book1 = app->workbooks()->add();
+    engine::book_of(book1)->name = u"Book1.xlsx";
+    auto first = book1->worksheets()->item(Variant(int32_t{1}));
+    for (const char16_t* name : {u"My Data", u"Sheet2"})
+      book1->worksheets()->add(Variant::missing(), Variant(first))->set_name(name);
+    first->activate();
   }
   std::shared_ptr<FormObject> box(const char16_t* text, bool enabled = true) {
     return std::make_shared<FormObject>(Props{{"Text", text},
@@ -313,16 +260,18 @@ class RefEdit : public Validation {
   }
   // "Sheet!address" of a resolved range, or "" for Nothing.
   static std::string where(const host::RangePtr& r) {
-    return r ? to_utf8(r->worksheet()->name() + u"!" + r->address()) : "";
+    return r ? to_utf8(r->worksheet()->name() + u"!" + r->address(false, false)) : "";
   }
-  host::WorksheetPtr sheet(size_t i) { return excel->sheets[i]; }
-  std::shared_ptr<Excel> excel = std::make_shared<Excel>();
+  host::WorksheetPtr sheet(const char16_t* name) {
+    return app->workbooks()->item(Variant(u"Book1.xlsx"))->worksheets()->item(Variant(name));
+  }
+  host::ApplicationPtr app = engine::create_application();
 };
 
 TEST_F(RefEdit, ResolvesWhatThePersonPickedOrTyped) {
   host::WorkbookPtr wkb;
   EXPECT_EQ(where(c.RefEditRange(box(u"Sheet2!$A$1:$B$3"), nullptr, Variant::missing(), &wkb)),
-            "Sheet2!$A$1:$B$3");
+            "Sheet2!A1:B3");
   ASSERT_TRUE(wkb);
   EXPECT_EQ(wkb->name(), u"Book1.xlsx");
   EXPECT_EQ(where(c.RefEditRange(box(u" =B2 "))), "Sheet1!B2");  // the active sheet
@@ -343,10 +292,11 @@ TEST_F(RefEdit, GivesNothingQuietlyWhenNothingWasChosen) {
 }
 
 TEST_F(RefEdit, AGivenSheetReadsPlainAddressesAndBoundsQualifiedOnes) {
-  EXPECT_EQ(where(c.RefEditRange(box(u"A1"), sheet(1))), "Sheet2!A1");
-  EXPECT_EQ(where(c.RefEditRange(box(u"Sheet2!A1"), sheet(1))), "Sheet2!A1");
-  EXPECT_EQ(c.RefEditRange(box(u"Sheet1!A1"), sheet(1), Variant::missing(), nullptr, u"Setup"),
-            nullptr);
+  EXPECT_EQ(where(c.RefEditRange(box(u"A1"), sheet(u"Sheet2"))), "Sheet2!A1");
+  EXPECT_EQ(where(c.RefEditRange(box(u"Sheet2!A1"), sheet(u"Sheet2"))), "Sheet2!A1");
+  EXPECT_EQ(
+      c.RefEditRange(box(u"Sheet1!A1"), sheet(u"Sheet2"), Variant::missing(), nullptr, u"Setup"),
+      nullptr);
   ASSERT_EQ(scope.ui->messages.size(), 1u);
   EXPECT_EQ(scope.ui->messages[0].prompt,
             u"The reference entered is not a valid range on the sheet Sheet2.");
@@ -355,7 +305,7 @@ TEST_F(RefEdit, AGivenSheetReadsPlainAddressesAndBoundsQualifiedOnes) {
 }
 
 TEST_F(RefEdit, AGivenWorkbookBoundsTheReference) {
-  host::WorkbookPtr wkb = sheet(0)->parent();
+  host::WorkbookPtr wkb = sheet(u"Sheet1")->parent();
   EXPECT_EQ(c.RefEditRange(box(u"[Book2.xlsx]Data!A1"), nullptr, Variant::missing(), &wkb),
             nullptr);
   EXPECT_EQ(wkb->name(), u"Book1.xlsx");  // kept on refusal
@@ -379,7 +329,7 @@ TEST_F(RefEdit, ReportsWhatDoesNotResolveAndSelectsItForRetyping) {
 
 TEST_F(RefEdit, ASimpleAbortSaysNothing) {
   EXPECT_EQ(c.RefEditRange(box(u"nonsense"), nullptr, Variant(true)), nullptr);
-  EXPECT_EQ(c.RefEditRange(box(u"Sheet1!A1"), sheet(1), Variant(true)), nullptr);
+  EXPECT_EQ(c.RefEditRange(box(u"Sheet1!A1"), sheet(u"Sheet2"), Variant(true)), nullptr);
   EXPECT_TRUE(scope.ui->messages.empty());
   EXPECT_TRUE(log.empty());
   EXPECT_EQ(c.RefEditRange(box(u"nonsense"), nullptr, Variant(false)), nullptr);

@@ -193,6 +193,36 @@ TEST_F(Ranges, RowAndColumnPropertiesAnswerNullWhenMixed) {
   EXPECT_THROW(r("A8")->entire_row()->set_outline_level(9), Error);
 }
 
+TEST_F(Ranges, AutoFitMeasuresEachShownTextInItsFont) {
+  auto fit = [&](const char* address) {
+    late::call(r(address)->columns(), u"AutoFit");
+    std::vector<double> w;
+    for (const char* c : {"A1", "B1", "C1", "D1", "E1"})
+      w.push_back(to_double(r(c)->column_width()));
+    return w;
+  };
+  for (const char* a : {"A1", "B1", "C1", "D1"}) put(a, "1234567890");
+  r("B1")->font()->set_bold(Variant(true));
+  r("C1")->font()->set_size(Variant(22.0));
+  put("D2",
+      "iiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiii");  // below the fitted row: not measured
+  put("E1", "WWWWWWWWWW");
+  std::vector<double> w = fit("A1:E1");
+  // Ten digits of the normal font are ten units and the cell's margin.
+  EXPECT_NEAR(w[0], 11.3, 0.3);
+  EXPECT_GT(w[1], w[0] * 1.04);
+  EXPECT_NEAR(w[2], 2 * w[0], 1.0);
+  EXPECT_EQ(w[3], w[0]);
+  EXPECT_GT(w[4], w[0] * 1.5);
+  // Only the rows of the range count, and a column with nothing in them keeps its width.
+  put("E5", "x");
+  r("F1")->entire_column()->set_column_width(30);
+  late::call(r("D2:F2")->columns(), u"AutoFit");
+  EXPECT_GT(to_double(r("D1")->column_width()), 2 * w[0]);
+  EXPECT_EQ(r("E1")->column_width(), Variant(w[4]));
+  EXPECT_EQ(r("F1")->column_width(), Variant(30.0));
+}
+
 TEST_F(Ranges, UsedRangeCoversValuesAndFormats) {
   EXPECT_EQ(addr(ws->used_range()), "A1");
   put("D9", "1");

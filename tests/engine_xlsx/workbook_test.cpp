@@ -756,6 +756,42 @@ TEST_F(Workbooks, SavesOverItsOwnFileOnlyWhenNamed) {
   EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), fs::directory_iterator()), 1);
 }
 
+// What the application makes of a file's kind and of the arguments a macro opens it with.
+TEST_F(Workbooks, TheApplicationListsAddInsByTitleAndOpensTemplatesAsAsked) {
+  xlsx::register_format();
+  auto app = create_application();
+  auto path = [&](const Parts& parts, const std::string& name) {
+    return from_utf8(write(parts, name).string());
+  };
+  Parts titled = book_parts(
+      {{"docProps/core.xml",
+        R"(<cp:coreProperties xmlns:cp="urn:cp" xmlns:dc="http://purl.org/dc/elements/1.1/">)"
+        R"(<dc:creator>Ann</dc:creator><dc:title>Model Tools</dc:title></cp:coreProperties>)"},
+       {"_rels/.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId1" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/officeDocument" Target="xl/workbook.xml"/>)"
+        R"(<Relationship Id="rId2" Type="http://schemas.openxmlformats.org/package/2006/relationships/metadata/core-properties" Target="docProps/core.xml"/></Relationships>)"}});
+  EXPECT_EQ(app->add_ins()->add(path(titled, "tools.xlam"))->title(), u"Model Tools");
+  EXPECT_EQ(app->add_ins()->add(path(book_parts(), "plain.xlam"))->title(), u"plain");
+
+  // A template opens as a new workbook made from it, or as itself when editable.
+  host::OpenArgs args;
+  args.filename = path(book_parts(), "Plan.xltx");
+  for (int i = 0; i < 2; ++i) {
+    auto made = app->workbooks()->open(args);
+    EXPECT_EQ(made->name() + u"|" + made->path(), i == 0 ? u"Plan1|" : u"Plan2|");
+    EXPECT_EQ(made->worksheets()->count(), 2);
+  }
+  args.editable = Variant(true);
+  args.read_only = Variant(true);
+  auto itself = app->workbooks()->open(args);
+  EXPECT_EQ(itself->name(), u"Plan.xltx");
+  EXPECT_TRUE(itself->read_only());
+  args.filename = path(book_parts(), "Data.xlsx");
+  args.read_only = Variant(false);
+  EXPECT_FALSE(app->workbooks()->open(args)->read_only());
+}
+
 // Cell values are read by a quick path for short decimals and the general conversion for the
 // rest; both must give the very double the text denotes, or a value changes on a round trip.
 TEST(CellNumbers, ShortDecimalsReadAsTheGeneralConversionReadsThem) {

@@ -48,6 +48,9 @@ TEST_F(Factory, TwoFactoriesShareOneSession) {
   auto products = s.Products;
   auto settings = s.AutoColorSettings;
   ASSERT_TRUE(range && stack && products && settings);
+  const diQZVBLib& v = *s.VBLib;
+  EXPECT_TRUE(v.iPublic && v.iConst && v.iDocProp && v.iFile && v.iGUID && v.iHotKeys &&
+              v.iScreen && v.iSort && v.iString && v.iWinAPI);
 
   auto f2 = loaded_factory();
   EXPECT_NE(f1, f2);

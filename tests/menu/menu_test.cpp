@@ -30,14 +30,13 @@ TEST_F(Menus, BuiltInMenusAreFoundByIdWhateverTheirCaptionsSay) {
     int32_t id;
   };
   for (const Case& c :
-       {Case{menu->FileMenu(), mso::IdFile}, Case{menu->EditMenu(), mso::IdEdit},
-        Case{menu->ViewMenu(), mso::IdView}, Case{menu->InsertMenu(), mso::IdInsert},
-        Case{menu->FormatMenu(), mso::IdFormat}, Case{menu->ToolsMenu(), mso::IdTools},
-        Case{menu->DataMenu(), mso::IdData}, Case{menu->WindowMenu(), mso::IdWindow},
-        Case{menu->HelpMenu(), mso::IdHelp}}) {
+       {Case{menu->FileMenu(), 30002}, Case{menu->EditMenu(), 30003}, Case{menu->ViewMenu(), 30004},
+        Case{menu->InsertMenu(), 30005}, Case{menu->FormatMenu(), 30006},
+        Case{menu->ToolsMenu(), 30007}, Case{menu->DataMenu(), 30011},
+        Case{menu->WindowMenu(), 30009}, Case{menu->HelpMenu(), 30010}}) {
     ASSERT_TRUE(c.found) << c.id;
     EXPECT_EQ(c.found->id(), c.id);
-    EXPECT_EQ(c.found->type(), mso::ControlPopup);
+    EXPECT_EQ(c.found->type(), 10);  // a popup
   }
   EXPECT_EQ(menu->DataMenu()->parent(), ObjectPtr(menu->MainMenuBar()));
   EXPECT_EQ(menu->FileMenu(true)->parent(), ObjectPtr(menu->ChartMenuBar()));
@@ -47,7 +46,7 @@ TEST_F(Menus, BuiltInMenusAreFoundByIdWhateverTheirCaptionsSay) {
 }
 
 TEST_F(Menus, TheUndoAndRedoButtonsSayWhatTheyWouldDo) {
-  EXPECT_EQ(menu->FileNewButton()->id(), mso::IdFileNew);
+  EXPECT_EQ(menu->FileNewButton()->id(), 18);
   EXPECT_EQ(menu->UndoButton()->caption(), u"Can't &Undo");
   user.type(u"B2", u"1");
   EXPECT_EQ(menu->UndoButton(true)->caption(), u"&Undo Typing");
@@ -55,7 +54,7 @@ TEST_F(Menus, TheUndoAndRedoButtonsSayWhatTheyWouldDo) {
   EXPECT_EQ(menu->RedoButton()->caption(), u"&Redo Mine (QZ)");
   // Every copy of the button says the same: the toolbar's too.
   host::FindControlArgs undo_id;
-  undo_id.id = Variant(mso::IdUndo);
+  undo_id.id = Variant(int32_t{128});
   EXPECT_EQ(app->command_bars()->item(Variant(u"Standard"))->find_control(undo_id)->caption(),
             u"&Undo Typing");
 }
@@ -100,7 +99,10 @@ TEST_F(Menus, APopupGoesAtTheEndOrBeforeTheGivenPosition) {
   EXPECT_EQ(last->index(), n + 1);
   EXPECT_TRUE(last->begin_group());
   auto third = menu->CreatePopup(Variant(tools), Variant(u"&Third"), Variant::missing(), Variant(3),
-                                 Variant(u"mX.Go"), true, Variant(u"tag"));
+                                 Variant(u"mX.Go"), false, Variant(u"tag"));
+  // Created controls go with the application unless the client asks to keep them.
+  EXPECT_EQ(engine::is_temporary(last), true);
+  EXPECT_EQ(engine::is_temporary(third), false);
   EXPECT_EQ(third->index(), 3);
   EXPECT_EQ(captions(tools->controls())[2], "&Third");
   EXPECT_EQ(third->on_action(), u"mX.Go");
@@ -117,11 +119,13 @@ TEST_F(Menus, AButtonNeedsAPopupAndTakesOnlyWhatIsGiven) {
   ASSERT_TRUE(button);
   EXPECT_EQ(button->caption(), u"&Run");
   EXPECT_EQ(button->on_action(), u"");
-  EXPECT_EQ(button->type(), mso::ControlButton);
+  EXPECT_EQ(button->type(), 1);  // a button
   EXPECT_EQ(button->parent(), ObjectPtr(popup));
   auto full =
       menu->CreateBtn(Variant(u"&Go"), Variant(u"mX.Go"), Variant(popup), Variant(true), Variant(1),
-                      Variant(int32_t{59}), true, Variant(u"Ctrl+G"), Variant(u"go"));
+                      Variant(int32_t{59}), false, Variant(u"Ctrl+G"), Variant(u"go"));
+  EXPECT_EQ(engine::is_temporary(button), true);
+  EXPECT_EQ(engine::is_temporary(full), false);
   EXPECT_EQ(full->index(), 1);
   EXPECT_EQ(full->face_id(), 59);
   EXPECT_EQ(full->shortcut_text(), u"Ctrl+G");
@@ -144,10 +148,12 @@ TEST_F(Menus, AToolbarIsAddedUnderItsNameAndShownAsAsked) {
   EXPECT_EQ(bar->name(), u"Model Tools");
   EXPECT_TRUE(bar->visible());
   EXPECT_EQ(app->command_bars()->item(Variant(u"model tools")), bar);
+  EXPECT_EQ(engine::is_temporary(bar), true);
   // A second bar of that name is refused; the hidden one is made.
   EXPECT_EQ(menu->CreateToolbar(Variant(u"Model Tools")), nullptr);
-  auto hidden = menu->CreateToolbar(Variant(u"Quiet"), Variant::missing(), true, false);
+  auto hidden = menu->CreateToolbar(Variant(u"Quiet"), Variant::missing(), false, false);
   EXPECT_FALSE(hidden->visible());
+  EXPECT_EQ(engine::is_temporary(hidden), false);
 }
 
 class Products : public ClientTest {};
@@ -171,13 +177,16 @@ TEST_F(Products, TheProductMenuIsFoundAgainByItsMarkInFrontOfHelp) {
   auto made = product->CreateProductMenu();
   ASSERT_TRUE(made);
   EXPECT_EQ(made->caption(), u"Quazel Model");
+  EXPECT_EQ(engine::is_temporary(made), true);
   EXPECT_EQ(made->index() + 1, menu->HelpMenu()->index());
   EXPECT_EQ(product->ProductMenu(), made);
   EXPECT_EQ(product->ProductMenu(Variant(true)), nullptr);
+  EXPECT_EQ(product->CreateProductMenu(Variant(u""))->caption(), u"Quazel Model");
 
   // A caption of the client's own, and a second creation: still one menu, found by its mark.
-  auto captioned = product->CreateProductMenu(Variant(u"&Model"), true);
+  auto captioned = product->CreateProductMenu(Variant(u"&Model"), false);
   EXPECT_EQ(captioned->caption(), u"&Model");
+  EXPECT_EQ(engine::is_temporary(captioned), false);
   EXPECT_EQ(product->ProductMenu(), captioned);
   int marked = 0;
   auto bar = menu->MainMenuBar()->controls();
@@ -197,28 +206,29 @@ TEST_F(Products, TheLastProductToLeaveHandsUndoAndRedoBack) {
   user.press_undo();
   user.idle();
   undo->SetCustomUndo(u"QZModel", u"U", u"R", u"Next");
-  app->on_repeat(u"&Redo Step (QZ)", u"QZRedo");
+  app->on_repeat(u"&Repeat Format", u"SomeoneElse");
 
   lib->RemoveProduct(u"QZChart");
   EXPECT_TRUE(frame::session().LibLoaded);
   EXPECT_EQ(undo_caption(), "&Undo Next (QZ)");
 
+  // Undo is still the library's and goes back; Redo is someone else's and stays.
   lib->RemoveProduct(u"QZModel");
   EXPECT_FALSE(frame::session().LibLoaded);
   EXPECT_EQ(undo_caption(), "Can't &Undo");
-  EXPECT_EQ(redo_caption(), "Can't &Redo");
+  EXPECT_EQ(redo_caption(), "&Repeat Format");
   lib->RemoveProduct(u"QZModel");  // unknown now: nothing happens
 }
 
-TEST_F(Products, CommandsThatAreNoLongerTheLibrarysAreLeftAlone) {
+TEST_F(Products, ACommandThatIsNoLongerTheLibrarysIsLeftAlone) {
   auto product = start_product(u"QZModel", u"Model");
   undo->SetCustomUndo(u"QZModel", u"U", u"R", u"Step");
   user.type(u"B2", u"7");
-  app->on_repeat(u"&Repeat Format", u"SomeoneElse");
+  app->on_repeat(u"&Redo Step (QZ)", u"QZRedo");
   product->Terminate();
   EXPECT_FALSE(frame::session().LibLoaded);
   EXPECT_EQ(undo_caption(), "&Undo Typing");
-  EXPECT_EQ(redo_caption(), "&Repeat Format");
+  EXPECT_EQ(redo_caption(), "Can't &Redo");
 }
 
 }  // namespace

@@ -35,10 +35,10 @@ TEST_F(Addresses, SplitRangeListsEveryCellRowByRow) {
   EXPECT_EQ(split("Data!A1:B2", true), "A1,B1,A2,B2");
   EXPECT_EQ(split("'My Sheet'!C3"), "'My Sheet'!C3");
   EXPECT_EQ(adjustment, 0);
-  // Unresolvable text gives nothing: no pieces, adjustment untouched.
+  // Unresolvable text gives nothing, and the adjustment says the whole text went.
   EXPECT_EQ(split("not a range!"), "");
   EXPECT_TRUE(pieces.empty());
-  EXPECT_EQ(adjustment, 999);
+  EXPECT_EQ(adjustment, -12);
 }
 
 TEST_F(Addresses, MergeRangesFoldsCellsIntoTheShortestAddress) {
@@ -99,6 +99,10 @@ TEST_F(Addresses, AdjustedRangeSpansTheFilledRunsFromTheTopLeftCell) {
   // The selection comes back as its first area, and the screen updates again.
   EXPECT_EQ(addr(selection()), "H1:H2");
   EXPECT_TRUE(app->screen_updating());
+  // Screen updating is left as it was found, off as well as on.
+  app->set_screen_updating(false);
+  EXPECT_EQ(addr(ranges->AdjustedRange(r("B2"))), "B2:D4");
+  EXPECT_FALSE(app->screen_updating());
 }
 
 }  // namespace

@@ -31,14 +31,17 @@ TEST_F(ChrRuns, OneFontIsOneValueForTheWholeCellAndMixedIsNotCaptured) {
 }
 
 TEST_F(ChrRuns, ASuperscriptSurvivesARewriteThroughTheSnapshot) {
-  put("A1", "x2");
+  put("A1", "x2y");
   chr("A1", 2)->set_superscript(Variant(true));
+  chr("A1", 3)->set_subscript(Variant(true));
   const Variant scripts = ranges->ExtractChrScripts(r("A1"));
-  EXPECT_EQ(scripts, Variant(one_based({Variant(int16_t{0}), Variant(int16_t{1})})));
-  put("A1", "y3");
+  EXPECT_EQ(scripts,
+            Variant(one_based({Variant(int16_t{0}), Variant(int16_t{1}), Variant(int16_t{2})})));
+  put("A1", "y3z");
   ASSERT_EQ(chr("A1", 2)->superscript(), Variant(false));
   ranges->InfuseChrScripts(r("A1"), scripts);
   EXPECT_EQ(chr("A1", 2)->superscript(), Variant(true));
+  EXPECT_EQ(chr("A1", 3)->subscript(), Variant(true));
   EXPECT_EQ(chr("A1", 1)->superscript(), Variant(false));
   // Only superscript is asked whether it is mixed: subscripts alone are a uniform 0, and
   // infusing that clears them.

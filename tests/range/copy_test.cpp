@@ -12,15 +12,23 @@ using Copy = LibraryTest;
 TEST_F(Copy, PasteRangeAndTransferFormat) {
   EXPECT_EQ(addr(ranges->PasteRange(r("B2"), r("G7:J9"))), "B2:E4");
   auto from = r("A1"), to = r("B1");
+  from->set_horizontal_alignment(Variant(host::xl::HAlignCenter));
   from->set_number_format(u"0.00%");
+  from->font()->set_color_index(Variant(int32_t{3}));
+  from->font()->set_name(Variant(u"Courier New"));
   from->font()->set_font_style(Variant(u"Bold Italic"));
   from->font()->set_size(Variant(16.0));
   from->font()->set_strikethrough(Variant(true));  // not among the six
+  from->interior()->set_color(Variant(int32_t{255}));
   ranges->TransferFormat(to, from);
+  EXPECT_EQ(to->horizontal_alignment(), Variant(host::xl::HAlignCenter));
   EXPECT_EQ(to->number_format(), Variant(u"0.00%"));
+  EXPECT_EQ(to->font()->color_index(), Variant(int32_t{3}));
+  EXPECT_EQ(to->font()->name(), Variant(u"Courier New"));
   EXPECT_EQ(to->font()->font_style(), Variant(u"Bold Italic"));
   EXPECT_EQ(to->font()->size(), Variant(16.0));
   EXPECT_EQ(to->font()->strikethrough(), Variant(false));
+  EXPECT_NE(to->interior()->color(), Variant(int32_t{255}));
 }
 
 TEST_F(Copy, CopyRowColAttrsCopiesLayoutRowByRowAndColumnByColumn) {

@@ -15,6 +15,8 @@ TEST_F(Navigate, NextFindsTheNearestFilledCellOrNothing) {
   EXPECT_EQ(addr(ranges->NextRight(r("B3"))), "C3");
   EXPECT_EQ(addr(ranges->NextRight(r("F3"))), "(nothing)");
   EXPECT_EQ(addr(ranges->NextLeft(r("A5"))), "(nothing)");  // the sheet's edge
+  put("A6", "x");                                           // on another row: no neighbour
+  EXPECT_EQ(addr(ranges->NextLeft(r("B5"))), "(nothing)");
   EXPECT_EQ(addr(ranges->NextUp(r("D1"))), "(nothing)");
 }
 

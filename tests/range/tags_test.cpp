@@ -1,5 +1,7 @@
 // Tags and landmarks against the engine's defined names.
+#include "frame/session.hpp"
 #include "library_fixture.hpp"
+#include "support/fake_host.hpp"
 #include "vblib/vblib.hpp"
 
 namespace qz::test {
@@ -60,6 +62,83 @@ TEST_F(Tags, AssignRangeTagCreatesAHiddenTagOnceAndMarksTheWorkbook) {
   landmark = u"Elsewhere";
   ranges->AssignRangeTag(r("B2:C3"), wks_name, landmark, u"QZDirty", nullptr);
   EXPECT_EQ(landmark, first);
+  // A landmark that is no name but reaches the same cells stands, and is none of the sheet's
+  // names.
+  landmark = u"$B$2:$C$3";
+  EXPECT_TRUE(ranges->AssignRangeTag(r("B2:C3"), wks_name, landmark, u"QZDirty", nullptr));
+  EXPECT_EQ(landmark, u"$B$2:$C$3");
+}
+
+TEST_F(Tags, WithoutTheSiblingServicesNoTagIsMadeThoughTheStepsSaySo) {
+  vblib::set_load_failure(true);
+  frame::ReleaseGlobals();
+  String unused;
+  lib->NewPublic(unused);
+  lib->InitXL(app);
+  String wks_name = u"kept", landmark = u"Sheet1!Mine";
+  bool created = false;
+  EXPECT_TRUE(ranges->AssignRangeTag(r("B2"), wks_name, landmark, u"QZDirty", &created));
+  EXPECT_TRUE(created);
+  EXPECT_EQ(ws->names()->count() + wb->names()->count(), 0);
+  EXPECT_EQ(wks_name + u"|" + landmark, u"kept|Mine");
+  EXPECT_EQ(vblib::DocProps::get_text(wb, u"QZDirty"), u"");
+}
+
+// A worksheet whose names come in the order given, as a host that keeps its own order lists
+// them; each name refers to a cell known only by its address.
+class Spot : public UnsupportedRange {
+ public:
+  Spot(String where, host::WorksheetPtr sheet) : where_(std::move(where)), sheet_(sheet) {}
+  String address(bool, bool, int32_t, bool, const host::RangePtr&) override { return where_; }
+  host::WorksheetPtr worksheet() override { return sheet_; }
+
+ private:
+  String where_;
+  host::WorksheetPtr sheet_;
+};
+class Listed : public UnsupportedName {
+ public:
+  Listed(String text, host::RangePtr target) : text_(std::move(text)), target_(target) {}
+  String name() override { return text_; }
+  host::RangePtr refers_to_range() override { return target_; }
+
+ private:
+  String text_;
+  host::RangePtr target_;
+};
+class InOrder : public UnsupportedNames {
+ public:
+  std::vector<host::NamePtr> list;
+  int32_t count() override { return static_cast<int32_t>(list.size()); }
+  host::NamePtr item(const Variant& i) override { return list.at(to_long(i) - 1); }
+};
+class OwnOrderSheet : public UnsupportedWorksheet {
+ public:
+  std::shared_ptr<InOrder> names_ = std::make_shared<InOrder>();
+  host::NamesPtr names() override { return names_; }
+};
+class Overlapping : public UnsupportedApplication {
+ public:
+  host::RangePtr intersect(const host::RangePtr& a, const host::RangePtr& b) override {
+    return a->address() == b->address() ? a : nullptr;
+  }
+};
+
+TEST_F(Tags, TheSearchStopsAtTheFirstNameSortingAfterThePrefixInTheHostsOwnOrder) {
+  auto sheet = std::make_shared<OwnOrderSheet>();
+  auto cell = std::make_shared<Spot>(u"$B$2", sheet);
+  frame::session().XLApp = std::make_shared<Overlapping>();
+  auto scan = [&](const char16_t* first) {
+    sheet->names_->list = {std::make_shared<Listed>(first, cell),
+                           std::make_shared<Listed>(u"Sheet1!_bqz.T.eqz", cell)};
+    return to_utf8(ranges->SrchForQZTag(cell, u"_bqz.", 5, u".eqz", 4) + u"|" +
+                   ranges->SrchForQZCellTag(cell, u"_bqz.", 5, u".eqz", 4));
+  };
+  // "zeta" sorts after "_bqz." by character code and ends the walk; "Zeta" sorts before it.
+  EXPECT_EQ(scan(u"zeta"), "|");
+  EXPECT_EQ(scan(u"Sheet1!zeta"), "|");
+  EXPECT_EQ(scan(u"Zeta"), "_bqz.T.eqz|_bqz.T.eqz");
+  EXPECT_EQ(scan(u"_bqz.T.eqy"), "_bqz.T.eqz|_bqz.T.eqz");
 }
 
 TEST_F(Tags, RangeFromLandmarkResolvesWorkbookLevelNames) {

@@ -81,6 +81,7 @@ bool FakePlatform::start_process(const String& command_line) {
 
 bool FakePlatform::wait_for_input_idle(int32_t milliseconds) {
   waits.push_back(milliseconds);
+  if (wait_fails) throw Error(err::host_failure, "the wait failed");
   return becomes_idle;
 }
 

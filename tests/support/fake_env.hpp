@@ -54,6 +54,8 @@ class FakePlatform : public host::Platform {
   host::ApplicationPtr after_start;
   bool can_start = false;
   bool becomes_idle = true;
+  /// The wait itself fails (raises) rather than timing out.
+  bool wait_fails = false;
   std::vector<String> started;
   std::vector<int32_t> waits;
   String app_data = u"/home/someone/.local/share";

@@ -84,6 +84,65 @@ class UnsupportedApplication : public host::Application {
   void quit() override { unsupported("Application.quit"); }
 };
 
+/// A host Application that hands every member on to another one; a test derives from it to
+/// watch or change what the library asks of a real application.
+class ForwardingApplication : public host::Application {
+ public:
+  explicit ForwardingApplication(ApplicationPtr inner) : inner(std::move(inner)) {}
+  String name() override { return inner->name(); }
+  WorkbooksPtr workbooks() override { return inner->workbooks(); }
+  WorkbookPtr active_workbook() override { return inner->active_workbook(); }
+  ObjectPtr active_sheet() override { return inner->active_sheet(); }
+  RangePtr active_cell() override { return inner->active_cell(); }
+  ObjectPtr selection() override { return inner->selection(); }
+  RangePtr range(const Variant& cell1, const Variant& cell2 = Variant::missing()) override {
+    return inner->range(cell1, cell2);
+  }
+  RangePtr union_(const RangePtr& a, const RangePtr& b) override { return inner->union_(a, b); }
+  RangePtr intersect(const RangePtr& a, const RangePtr& b) override {
+    return inner->intersect(a, b);
+  }
+  int32_t calculation() override { return inner->calculation(); }
+  void set_calculation(int32_t mode) override { inner->set_calculation(mode); }
+  bool calculate_before_save() override { return inner->calculate_before_save(); }
+  void set_calculate_before_save(bool on) override { inner->set_calculate_before_save(on); }
+  bool display_alerts() override { return inner->display_alerts(); }
+  void set_display_alerts(bool on) override { inner->set_display_alerts(on); }
+  bool screen_updating() override { return inner->screen_updating(); }
+  void set_screen_updating(bool on) override { inner->set_screen_updating(on); }
+  void calculate() override { inner->calculate(); }
+  void volatile_(bool is_volatile = true) override { inner->volatile_(is_volatile); }
+  WorksheetFunctionPtr worksheet_function() override { return inner->worksheet_function(); }
+  void undo() override { inner->undo(); }
+  void on_undo(const String& text, const String& procedure) override {
+    inner->on_undo(text, procedure);
+  }
+  void on_repeat(const String& text, const String& procedure) override {
+    inner->on_repeat(text, procedure);
+  }
+  String on_entry() override { return inner->on_entry(); }
+  void set_on_entry(const String& procedure) override { inner->set_on_entry(procedure); }
+  void on_time(const Variant& earliest_time, const String& procedure,
+               const Variant& latest_time = Variant::missing(),
+               const Variant& schedule = Variant::missing()) override {
+    inner->on_time(earliest_time, procedure, latest_time, schedule);
+  }
+  Variant run(const String& macro, std::span<Variant> args = {}) override {
+    return inner->run(macro, args);
+  }
+  void send_keys(const String& keys, bool wait = false) override { inner->send_keys(keys, wait); }
+  DialogPtr dialogs(int32_t id) override { return inner->dialogs(id); }
+  CommandBarsPtr command_bars() override { return inner->command_bars(); }
+  AddInsPtr add_ins() override { return inner->add_ins(); }
+  String alt_startup_path() override { return inner->alt_startup_path(); }
+  void set_alt_startup_path(const String& path) override { inner->set_alt_startup_path(path); }
+  String startup_path() override { return inner->startup_path(); }
+  String path() override { return inner->path(); }
+  void quit() override { inner->quit(); }
+
+  ApplicationPtr inner;
+};
+
 /// A host Workbook whose every member raises "not supported"; derive and override what a
 /// test needs.
 class UnsupportedWorkbook : public host::Workbook {
@@ -227,47 +286,54 @@ class UnsupportedRange : public host::Range {
   }
 };
 
-/// A host CommandBarControl whose every member raises "not supported"; derive and override what a
-/// test needs.
-class UnsupportedCommandBarControl : public host::CommandBarControl {
+/// A host Names collection whose every member raises "not supported"; derive and override
+/// what a test needs.
+class UnsupportedNames : public host::Names {
  public:
-  int32_t id() override { unsupported("CommandBarControl.id"); }
-  int32_t type() override { unsupported("CommandBarControl.type"); }
-  String caption() override { unsupported("CommandBarControl.caption"); }
-  void set_caption(const String& caption) override { unsupported("CommandBarControl.set_caption"); }
-  String on_action() override { unsupported("CommandBarControl.on_action"); }
-  void set_on_action(const String& macro) override {
-    unsupported("CommandBarControl.set_on_action");
-  }
-  bool begin_group() override { unsupported("CommandBarControl.begin_group"); }
-  void set_begin_group(bool begin) override { unsupported("CommandBarControl.set_begin_group"); }
-  int32_t face_id() override { unsupported("CommandBarControl.face_id"); }
-  void set_face_id(int32_t face) override { unsupported("CommandBarControl.set_face_id"); }
-  String shortcut_text() override { unsupported("CommandBarControl.shortcut_text"); }
-  void set_shortcut_text(const String& text) override {
-    unsupported("CommandBarControl.set_shortcut_text");
-  }
-  String tag() override { unsupported("CommandBarControl.tag"); }
-  void set_tag(const String& tag) override { unsupported("CommandBarControl.set_tag"); }
-  int32_t state() override { unsupported("CommandBarControl.state"); }
-  void set_state(int32_t state) override { unsupported("CommandBarControl.set_state"); }
-  bool enabled() override { unsupported("CommandBarControl.enabled"); }
-  void set_enabled(bool enabled) override { unsupported("CommandBarControl.set_enabled"); }
-  bool visible() override { unsupported("CommandBarControl.visible"); }
-  void set_visible(bool visible) override { unsupported("CommandBarControl.set_visible"); }
-  int32_t index() override { unsupported("CommandBarControl.index"); }
-  ObjectPtr parent() override { unsupported("CommandBarControl.parent"); }
-  CommandBarControlsPtr controls() override { unsupported("CommandBarControl.controls"); }
-  void execute() override { unsupported("CommandBarControl.execute"); }
-  void delete_(const Variant& temporary = Variant::missing()) override {
-    unsupported("CommandBarControl.delete_");
+  int32_t count() override { unsupported("Names.count"); }
+  NamePtr item(const Variant& index) override { unsupported("Names.item"); }
+  NamePtr add(const NameAddArgs& args) override { unsupported("Names.add"); }
+};
+
+/// A host Name whose every member raises "not supported"; derive and override what a test
+/// needs.
+class UnsupportedName : public host::Name {
+ public:
+  String name() override { unsupported("Name.name"); }
+  void set_name(const String& name) override { unsupported("Name.set_name"); }
+  int32_t index() override { unsupported("Name.index"); }
+  bool visible() override { unsupported("Name.visible"); }
+  void set_visible(bool visible) override { unsupported("Name.set_visible"); }
+  String refers_to() override { unsupported("Name.refers_to"); }
+  void set_refers_to(const Variant& refers_to) override { unsupported("Name.set_refers_to"); }
+  String refers_to_r1c1() override { unsupported("Name.refers_to_r1c1"); }
+  RangePtr refers_to_range() override { unsupported("Name.refers_to_range"); }
+  ObjectPtr parent() override { unsupported("Name.parent"); }
+  void delete_() override { unsupported("Name.delete_"); }
+};
+
+/// A host Chart whose every member raises "not supported"; derive and override what a test
+/// needs.
+class UnsupportedChart : public host::Chart {
+ public:
+  ApplicationPtr application() override { unsupported("Chart.application"); }
+  ObjectPtr parent() override { unsupported("Chart.parent"); }
+  String name() override { unsupported("Chart.name"); }
+  void set_name(const String& name) override { unsupported("Chart.set_name"); }
+  int32_t type() override { unsupported("Chart.type"); }
+  void activate() override { unsupported("Chart.activate"); }
+  void copy_picture(int32_t appearance, int32_t format, int32_t size) override {
+    unsupported("Chart.copy_picture");
   }
 };
 
 }  // namespace fakes
 
+using fakes::ForwardingApplication;
 using fakes::UnsupportedApplication;
-using fakes::UnsupportedCommandBarControl;
+using fakes::UnsupportedChart;
+using fakes::UnsupportedName;
+using fakes::UnsupportedNames;
 using fakes::UnsupportedRange;
 using fakes::UnsupportedWorkbook;
 using fakes::UnsupportedWorksheet;

@@ -13,6 +13,7 @@
 #include "frame/session.hpp"
 #include "qzxl/qzxl.hpp"
 #include "support/fake_env.hpp"
+#include "support/fake_host.hpp"
 #include "undo/undo_unit.hpp"
 
 namespace qz::test {
@@ -25,6 +26,7 @@ class ClientCallback : public Object {
   Variant invoke(StringView name, Invoke, std::span<Variant> args) override {
     if (same_member(name, u"RunMacro")) {
       ran.push_back(to_string(args[0]));
+      if (watch) modes.push_back(watch->calculation());
       return Variant();
     }
     if (same_member(name, u"DoNotAutoColor")) {
@@ -40,6 +42,26 @@ class ClientCallback : public Object {
   std::vector<String> ran;
   std::vector<int32_t> colours_asked;
   bool keep_colour = false;
+  /// When set, the calculation mode of this application as each macro ran.
+  host::ApplicationPtr watch;
+  std::vector<int32_t> modes;
+};
+
+/// The application as the library sees it, noting the calculation mode when the library
+/// takes an entry back out (`Undo`) and when it switches screen updating around writing
+/// cells back.
+class Watched : public ForwardingApplication {
+ public:
+  using ForwardingApplication::ForwardingApplication;
+  void undo() override {
+    modes.push_back(inner->calculation());
+    inner->undo();
+  }
+  void set_screen_updating(bool on) override {
+    modes.push_back(inner->calculation());
+    inner->set_screen_updating(on);
+  }
+  std::vector<int32_t> modes;
 };
 
 class ClientTest : public ::testing::Test {
@@ -78,6 +100,12 @@ class ClientTest : public ::testing::Test {
     return product;
   }
 
+  void define(const String& text, const String& refers_to) {
+    host::NameAddArgs args;
+    args.name = Variant(text);
+    args.refers_to = Variant(refers_to);
+    wb->names()->add(args);
+  }
   host::RangePtr r(const char* address) { return ws->range(Variant(u16(address))); }
   int32_t colour(const char* address) { return to_long(r(address)->font()->color()); }
   String formula(const char* address) { return r(address)->formula(); }

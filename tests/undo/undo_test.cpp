@@ -31,7 +31,9 @@ class GenericUnit : public ClientTest {
 
 TEST_F(GenericUnit, UndoPutsCellsBackAndRedoBringsTheChangeAgain) {
   set_up_cells();
+  r("A2")->font()->set_color_index(Variant(int32_t{3}));
   undo->CaptureGenericUndo(r("A1:A2"), u"Edit");
+  r("A2")->font()->set_color_index(Variant(int32_t{5}));
   r("A1")->set_formula(u"changed");
   r("A1")->font()->set_italic(Variant(false));
   r("A2")->set_formula(u"=5");
@@ -47,6 +49,7 @@ TEST_F(GenericUnit, UndoPutsCellsBackAndRedoBringsTheChangeAgain) {
   EXPECT_FALSE(superscript("A1", 1));
   EXPECT_EQ(formula("A2"), u"=1+1");
   EXPECT_EQ(r("A2")->number_format(), Variant(u"0.00"));
+  EXPECT_EQ(r("A2")->font()->color_index(), Variant(int32_t{3}));
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
   EXPECT_EQ(redo_caption(), "&Redo Edit (QZ)");
   EXPECT_EQ(undo_caption(), "Can't &Undo");
@@ -63,6 +66,22 @@ TEST_F(GenericUnit, UndoPutsCellsBackAndRedoBringsTheChangeAgain) {
   user.press_undo();
   EXPECT_EQ(formula("A1"), u"x2");
   EXPECT_EQ(formula("A2"), u"=1+1");
+}
+
+TEST_F(GenericUnit, CellsGoBackWhileRecalculationWaitsAndTheModeIsKept) {
+  auto watched = std::make_shared<Watched>(app);
+  lib->InitXL(watched);
+  app->set_calculation(host::xl::CalculationSemiautomatic);
+  undo->CaptureGenericUndo(r("A1"), u"Edit");
+  r("A1")->set_formula(u"x");
+  undo->SetGenericUndo();
+  user.press_undo();
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+  user.press_redo();
+  EXPECT_EQ(formula("A1"), u"x");
+  // Screen updating goes off and on again around each write-back.
+  EXPECT_EQ(watched->modes, std::vector<int32_t>(4, -4135));
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
 }
 
 TEST_F(GenericUnit, ARangeOnADeletedSheetRestoresNothingAndRaisesNothing) {
@@ -93,15 +112,6 @@ TEST_F(GenericUnit, SetGenericUndoArmsUndoOnceForEachCapture) {
   app->on_undo(u"Other", u"OtherProc");
   undo->SetGenericUndo();
   EXPECT_EQ(undo_caption(), "Other");
-}
-
-TEST_F(GenericUnit, EveryManagerObjectSeesTheSameStacks) {
-  auto second = lib->NewUndoRedo();
-  undo->CaptureGenericUndo(r("A1"), u"Shared");
-  undo->SetGenericUndo();
-  second->QZUndo();
-  EXPECT_THAT(undo_texts(), IsEmpty());
-  EXPECT_THAT(redo_texts(), ElementsAre("&Undo Shared (QZ)"));
 }
 
 class Stacks : public ClientTest {
@@ -153,6 +163,36 @@ TEST_F(Stacks, ANewActionEmptiesTheRedoStack) {
   EXPECT_EQ(redo_caption(), "Can't &Redo");
 }
 
+TEST_F(Stacks, EachStackIsClearedOnItsOwn) {
+  push("One");
+  push("Two");
+  undo->QZUndo();
+  undo->ClearRedoStack();
+  EXPECT_THAT(undo_texts(), ElementsAre("&Undo One (QZ)"));
+  EXPECT_THAT(redo_texts(), IsEmpty());
+  undo->QZUndo();
+  undo->ClearUndoStack();
+  EXPECT_THAT(redo_texts(), ElementsAre("&Undo One (QZ)"));
+  EXPECT_THAT(undo_texts(), IsEmpty());
+  // With nothing to arm, Undo keeps what it showed.
+  app->on_undo(u"Mine", u"MyProc");
+  undo->SetQZUndo();
+  EXPECT_EQ(undo_caption(), "Mine");
+}
+
+TEST_F(Stacks, RedoOntoAFullStackKeepsEveryUnit) {
+  for (int i = 1; i <= 100; ++i) push("Step " + std::to_string(i));
+  auto& stack = *frame::session().UndoStack;
+  auto top = stack.back();
+  stack.pop_back();
+  frame::session().RedoStack->push_back(top);
+  stack.insert(stack.begin(), std::make_shared<cUndoRedoUnit>());  // a hundred again
+  undo->QZRedo();
+  ASSERT_EQ(undo_texts().size(), 101u);
+  EXPECT_EQ(undo_texts().back(), "&Undo Step 100 (QZ)");
+  EXPECT_EQ(undo_texts()[1], "&Undo Step 1 (QZ)");
+}
+
 TEST_F(Stacks, UndoRedoUndoLeavesTheUnitOnTheRedoStackOnce) {
   push("One");
   undo->QZUndo();
@@ -181,6 +221,17 @@ TEST_F(ClientUnits, UndoAndRedoRunTheClientsMacrosThroughItsCallback) {
   EXPECT_EQ(redo_caption(), "Can't &Redo");
 }
 
+TEST_F(ClientUnits, TheClientsMacrosRunWhileRecalculationWaits) {
+  callback->watch = app;
+  app->set_calculation(host::xl::CalculationSemiautomatic);
+  push("Paste");
+  user.press_undo();
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+  user.press_redo();
+  EXPECT_EQ(callback->modes, std::vector<int32_t>(2, -4135));
+  EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+}
+
 TEST_F(ClientUnits, TheNextUnitIsArmedWhenTheApplicationIsIdleAgain) {
   push("First");
   push("Second");
@@ -203,6 +254,7 @@ TEST_F(ClientUnits, AProductWithoutCallbackRecordsNothing) {
   undo->SetCustomUndo(u"Silent", u"U", u"R", u"Quiet");
   undo->SetCustomUndo(u"Unknown", u"U", u"R", u"Quiet");
   undo->SetCustomUndo(u"QZModel", u"", u"R", u"No Undo Macro");
+  undo->SetCustomUndo(u"QZModel", u"U", u"", u"No Redo Macro");
   undo->Subscribe(u"Unknown", callback);
   EXPECT_THAT(undo_texts(), IsEmpty());
 }

@@ -81,12 +81,20 @@ TEST_F(Templates, SyncReportsWhatWentWrong) {
                          u"/Gone.xlt' could not be found.  It may have been moved or deleted.");
   EXPECT_TRUE(copies().empty());
 
-  fs::remove_all(dir / "alt");
-  fs::remove_all(dir / "user");
-  fs::remove_all(dir / "program");
+  // A folder in the way of the copy: it cannot be written.
+  fs::create_directory(dir / "alt" / "Tpl.xlt");
   EXPECT_EQ(wbk->SyncTemplate(source_folder(), u"Tpl.xlt"),
-            u"Could not write to the following destination: \\Tpl.xlt\r\rPlease check the write "
-            u"permissions to the folder listed above.");
+            u"Could not write to the following destination: " + u16((dir / "alt").string()) +
+                u"\\Tpl.xlt\r\rPlease check the write permissions to the folder listed above.");
+
+  // No startup folder at all: nothing is copied to the root of the drive. The template has a
+  // name of this test's own, so that a copy that went there anyway is found and taken away.
+  for (auto d : {"alt", "user", "program"}) fs::remove_all(dir / d);
+  const std::string own = dir.path().filename().string() + ".xlt";
+  write_book("src/" + own);
+  EXPECT_EQ(wbk->SyncTemplate(source_folder(), u16(own)),
+            u"No valid template path could be located.");
+  EXPECT_FALSE(fs::remove(fs::path("/") / own));
 }
 
 TEST_F(Templates, RestoreRemovesEveryCopyAndSavesTheOpenOneFirst) {

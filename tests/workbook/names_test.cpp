@@ -162,19 +162,13 @@ TEST_F(NameHousekeeping, DeadNamesGoWhateverTheyAreCalled) {
 // Names in the order given, as a host that does not sort them would hand them out; deleting
 // one removes it from the list.
 struct ListedNames : fakes::UnsupportedWorkbook {
-  struct Entry : host::Name {
+  struct Entry : UnsupportedName {
     Entry(ListedNames& owner, String text, String refers, bool locked)
         : owner(owner), text(std::move(text)), refers(std::move(refers)), locked(locked) {}
     String name() override { return text; }
-    void set_name(const String&) override { unsupported("Name.set_name"); }
-    int32_t index() override { unsupported("Name.index"); }
     bool visible() override { return shown; }
     void set_visible(bool v) override { shown = v; }
     String refers_to() override { return refers; }
-    void set_refers_to(const Variant&) override { unsupported("Name.set_refers_to"); }
-    String refers_to_r1c1() override { unsupported("Name.refers_to_r1c1"); }
-    host::RangePtr refers_to_range() override { unsupported("Name.refers_to_range"); }
-    ObjectPtr parent() override { unsupported("Name.parent"); }
     void delete_() override {
       if (locked) throw Error(err::host_failure, "this name cannot be deleted");
       auto& v = owner.entries;
@@ -185,13 +179,12 @@ struct ListedNames : fakes::UnsupportedWorkbook {
     bool locked;
     bool shown = false;
   };
-  struct Collection : host::Names {
+  struct Collection : UnsupportedNames {
     explicit Collection(ListedNames& owner) : owner(owner) {}
     int32_t count() override { return static_cast<int32_t>(owner.entries.size()); }
     host::NamePtr item(const Variant& index) override {
       return owner.entries.at(static_cast<size_t>(to_long(index) - 1));
     }
-    host::NamePtr add(const host::NameAddArgs&) override { unsupported("Names.add"); }
     ListedNames& owner;
   };
 

@@ -1,6 +1,8 @@
 // Finding, opening and inspecting workbooks.
 #include <filesystem>
 
+#include "host/intercept.hpp"
+#include "support/fake_host.hpp"
 #include "workbook/library_fixture.hpp"
 
 namespace qz::test {
@@ -10,6 +12,39 @@ class Workbooks : public LibraryTest {
  protected:
   iWorkbookPtr wbk = lib->NewWorkbook();
 };
+
+TEST_F(Workbooks, TheApplicationIsAskedToOpenWithTheArgumentsGivenAndNoOthers) {
+  // Each Workbooks.Open as the application receives it, the test's folder shown as "~".
+  std::vector<std::string> opens;
+  auto log = host::intercept(app, [&](const host::HostCall& call) {
+    if (call.member != u"Workbooks.Open") return;
+    std::string line = to_utf8(host::describe(call));
+    line.replace(line.find(to_utf8(folder())), folder().size(), "~");
+    opens.push_back(line);
+  });
+  lib->InitXL(log);
+  scope.ui->file_answers = {write_book("Plan.xls"), write_book("Quiet.xls")};
+  ASSERT_NE(wbk->OpenWkbFromUser(), nullptr);
+  const auto& asked = scope.ui->file_dialogs.at(0);
+  EXPECT_EQ(asked.default_name + u"|" + asked.default_folder + u"|" + asked.default_extension,
+            u"||xls");
+  EXPECT_TRUE(asked.must_exist);
+  ASSERT_NE(wbk->OpenWkbFromUser(u"Quiet.xls", folder(), false), nullptr);
+  EXPECT_EQ(scope.ui->file_dialogs.at(1).default_name, u"Quiet.xls");
+
+  write_book("Data.xls");
+  write_book("Notes.xls");
+  wbk->GetWkb(log, u"Data.xls", folder(), true, nullptr, nullptr, nullptr, nullptr, nullptr,
+              nullptr, nullptr, Variant(true));
+  wbk->GetWkb(log, u"Notes.xls", folder(), false);
+  EXPECT_EQ(
+      opens,
+      (std::vector<std::string>{
+          R"(Workbooks.Open(Filename:="~/Plan.xls"))",
+          R"(Workbooks.Open(Filename:="~/Quiet.xls", UpdateLinks:=0, IgnoreReadOnlyRecommended:=True))",
+          R"(Workbooks.Open(Filename:="~\Data.xls", UpdateLinks:=False, ReadOnly:=True, Editable:=True))",
+          R"(Workbooks.Open(Filename:="~\Notes.xls", UpdateLinks:=False, ReadOnly:=False))"}));
+}
 
 TEST_F(Workbooks, OpenFromUserAsksOnceAndPrefersTheOpenNamesake) {
   EXPECT_EQ(wbk->OpenWkbFromUser(u"Plan.xls", u"C:\\data"), nullptr);  // cancelled
@@ -99,7 +134,7 @@ TEST_F(GetWkb, QuietReadOnlyOpenChangesTheSettingsOnlyWhenItMust) {
   EXPECT_EQ(o.line(), "opened changed calc=-4105 alerts save");
   EXPECT_TRUE(wbk->IsOpen(nullptr, o.blank));
   EXPECT_EQ(books(), 2);
-  EXPECT_EQ(app->calculation(), host::xl::CalculationManual);
+  EXPECT_EQ(app->calculation(), -4135);
   EXPECT_FALSE(app->display_alerts() || app->calculate_before_save());
 
   // With the quiet settings in place, nothing is changed or handed back.
@@ -142,6 +177,17 @@ TEST_F(Workbooks, SetWksCountDeletesFromTheEndOrAdds) {
 
   book->close();
   EXPECT_FALSE(wbk->SetWksCount());  // no workbook to count in
+}
+
+TEST_F(Workbooks, SetWksCountAddsBeforeTheActiveSheet) {
+  auto book = add_book();
+  book->worksheets()->add(Variant::missing(), Variant(sheet(book, 1)))->set_name(u"Last");
+  sheet(book, 1)->set_name(u"First");
+  sheet(book, 2)->activate();
+  EXPECT_TRUE(wbk->SetWksCount(book, 4));
+  std::vector<String> order;
+  for (int32_t i = 1; i <= 4; ++i) order.push_back(sheet(book, i)->name());
+  EXPECT_EQ(order.front() + u"," + order.back(), u"First,Last");
 }
 
 }  // namespace

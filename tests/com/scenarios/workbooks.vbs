@@ -16,6 +16,14 @@ CheckEq "a workbook without a code name is ThisWorkbook", wb.GetWkbCodeName(book
 CheckEq "the palette's red", wb.ColorIndexFromColor(255, book), 3
 CheckEq "a workbook with a window is not hidden", wb.WkbIsHidden(book), False
 
+' The offered number formats come as an array of Strings (vbArray + vbString), which a
+' String array variable of a compiled client can take.
+Dim formats
+formats = wb.WkbCustomNumFormats(book)
+CheckEq "the number formats are a String array", VarType(formats), 8200
+CheckEq "numbered from 1", LBound(formats), 1
+CheckEq "the entry after General", formats(1), "0"
+
 ' GetWkb: the workbook is open (from no folder) and no file of that name exists, so it is
 ' found and nothing is opened. The outputs it resets come back reset; the calculation
 ' outputs, written only when it opens a file read-only, keep what was passed in.
