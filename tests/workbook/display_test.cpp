@@ -80,7 +80,7 @@ TEST_F(Listings, HotKeysOnAGivenSheetWithTheirOwnLabel) {
   // Filter buttons over the heading and the entries; listed again on the same sheet, they
   // follow the new list rather than being switched off.
   ASSERT_TRUE(ws->auto_filter_mode());
-  EXPECT_EQ(ws->auto_filter()->range()->address(), u"$A$3:$D$4");
+  EXPECT_EQ(ws->auto_filter()->range()->address(), u"$A$3:$D$5");
   display->DisplayHotKeyArray(list({list({u"^A", u"A"}), list({u"^B", u"B"})}), ws);
   ASSERT_TRUE(ws->auto_filter_mode());
   EXPECT_EQ(ws->auto_filter()->range()->address(), u"$A$3:$C$5");
