@@ -32,18 +32,7 @@ trap 'rm -rf "$work"' EXIT
 # The run's settings stay out of the user's own.
 export QZXL_CONFIG_DIR="$work/config"
 
-# Runs a command under /usr/bin/time; prints "WALL CPU MIB" (CPU = user + system: on a shared
-# machine, waiting for a core is not work done), or "- - -" when it fails.
-measure() {
-  if ! /usr/bin/time -f '%e %U %S %M' -o "$work/time" "$@" >"$work/out" 2>"$work/err"; then
-    echo "run.sh: failed: $* -- $(tail -n 1 "$work/err")" >&2
-    echo "- - -"
-    return
-  fi
-  read -r secs user sys kib <"$work/time"
-  awk -v s="$secs" -v u="$user" -v y="$sys" -v k="$kib" \
-    'BEGIN { printf "%.2f %.2f %.1f\n", s, u + y, k / 1024 }'
-}
+. "$(dirname "$0")/../measure.sh"
 
 # One model: floor, tool, and (with PEERS) openpyxl; one line of the table.
 row() {
