@@ -3,6 +3,7 @@
 // show as 2.68 at two decimals, as it does in the application.
 #pragma once
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -17,11 +18,14 @@ struct Digits {
 
   static Digits of(double v, int significant = 15) {
     Digits x;
-    if (!(v > 0)) return x;
+    // A percent format can scale the largest Double past infinity; such a value has no
+    // digits to show, and printf would spell it without an exponent.
+    if (!(v > 0) || !std::isfinite(v)) return x;
     char buf[48];
     std::snprintf(buf, sizeof buf, "%.*e", significant - 1, v);
     std::string s(buf);
     size_t e = s.find('e');
+    if (e == std::string::npos) return x;
     x.exp = std::atoi(s.c_str() + e + 1) + 1;
     for (size_t i = 0; i < e; ++i)
       if (s[i] >= '0' && s[i] <= '9') x.d.push_back(s[i]);
