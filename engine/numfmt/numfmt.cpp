@@ -523,7 +523,9 @@ String render_fraction(const Section& s, double v) {
     const String& lit = t[den_begin].text;
     size_t j = 0;
     while (j < lit.size() && lit[j] >= u'0' && lit[j] <= u'9')
-      fixed_den = fixed_den * 10 + (lit[j++] - u'0');
+      // Capped: a denominator beyond nine digits is refused by the application anyway, and
+      // the count must not overflow on a code with an endless run of digits.
+      fixed_den = std::min<int64_t>(fixed_den * 10 + (lit[j++] - u'0'), 1'000'000'000);
     den_end = den_begin + 1;
   } else {
     while (den_begin < n && !is_digit_tok(t[den_begin].type)) ++den_begin;
@@ -575,8 +577,9 @@ String render_fraction(const Section& s, double v) {
   if (has_int && num == 0 && show_fraction) den = 1;
   bool blank = !show_fraction && (any(int_kinds, Tok::Question) || any(num_kinds, Tok::Question) ||
                                   any(den_kinds, Tok::Question));
-  std::string whole_digits =
-      whole > 0 ? std::to_string(static_cast<int64_t>(whole)) : std::string();
+  // The whole part at the fifteen digits the application shows, which also holds for wholes
+  // too large for any integer type.
+  std::string whole_digits = whole > 0 ? Digits::of(whole).integer_part() : std::string();
   // A zero whole part shows as 0 when nothing else would show, and for the value 0 itself
   // unless its last placeholder is "#".
   if (whole == 0 && !show_fraction) whole_digits = "0";
@@ -844,6 +847,10 @@ String render(const CellValue& value, StringView code, bool date1904) {
   }
   Code c = parse_code(code);
   auto& secs = c.sections;
+  // A code the parser makes nothing of (say one that ends in a lone escape) shows as General
+  // would, rather than picking a section that is not there.
+  if (secs.empty())
+    return value.type == CellValue::Type::Text ? String(value.text) : general_number(value.number);
   if (value.type == CellValue::Type::Text) {
     const Section* text_section = nullptr;
     if (secs.size() >= 4)

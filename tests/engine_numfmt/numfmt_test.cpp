@@ -227,6 +227,14 @@ TEST(Rendering, BooleansErrorsAndEmptyIgnoreTheCode) {
   EXPECT_EQ(to_utf8(render(CellValue{}, u"0.00", false)), "");
 }
 
+// Inputs found by fuzzing that once read outside their buffers or converted out of range.
+TEST(Rendering, FuzzFindsRenderWithoutUndefinedBehaviour) {
+  EXPECT_EQ(show(1.5, u"0\\"), "1.5") << "a lone escape at the end leaves no section";
+  EXPECT_FALSE(show(1e308, u"# ?/?").empty()) << "a whole part beyond any integer type";
+  EXPECT_EQ(show(12345678901234567.0, u"# ?/?"), "12345678901234600    ");
+  EXPECT_FALSE(show(0.5, u"# ?/99999999999999999999").empty()) << "an endless denominator";
+}
+
 TEST(Codes, MalformedOnesAreRefusedWithTheReason) {
   auto refused = [](std::u16string_view code) {
     try {
