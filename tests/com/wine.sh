@@ -34,6 +34,9 @@ case "$cmd" in
     mkdir -p "$prefix/drive_c/qzxl"
     cp "$dlls/QZXLLib.dll" "$dlls/testhost/QZXLTestHost.dll" "$prefix/drive_c/qzxl/"
     [ -f "$dlls/qzxl_com_selftest.exe" ] && cp "$dlls/qzxl_com_selftest.exe" "$prefix/drive_c/qzxl/"
+    # Text outside the Basic Multilingual Plane (U+1F600, a space, U+20000) in UTF-16 with its
+    # byte-order mark, for scripts whose host cannot make surrogates with ChrW.
+    printf '\377\376\075\330\000\336\040\000\100\330\000\334' >"$prefix/drive_c/qzxl/astral.txt"
     for dll in QZXLLib.dll QZXLTestHost.dll; do
       if ! timeout 120 "$wine_bin" regsvr32 /s "C:\\qzxl\\$dll" >/dev/null 2>&1; then
         echo "regsvr32 $dll failed" >&2

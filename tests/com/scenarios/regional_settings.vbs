@@ -39,7 +39,10 @@ For Each v In Array("$5", "1,2,3", "5 CHF")
   CheckEq "no value: " & v, Engine.Pieces(pieces), v & "@1:S"
 Next
 
-' AutoColor colours the typed amount as an input and the formula as a formula.
+' AutoColor colours the typed amount as an input and the formula as a formula, in the
+' default colours (the registry keeps what earlier scenarios set, so set them here).
+ac.SetInputColor 16711680
+ac.SetFormulaColor 0
 ac.AutoColorCell App.Range("B1")
 ac.AutoColorCell App.Range("B2")
 CheckEq "the typed amount takes the input colour", App.Range("B1").Font.Color, 16711680

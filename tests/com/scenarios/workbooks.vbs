@@ -21,8 +21,8 @@ CheckEq "a workbook with a window is not hidden", wb.WkbIsHidden(book), False
 Dim formats
 formats = wb.WkbCustomNumFormats(book)
 CheckEq "the number formats are a String array", VarType(formats), 8200
-CheckEq "numbered from 1", LBound(formats), 1
-CheckEq "the entry after General", formats(1), "0"
+' This script host reads only arrays of Variants (LBound and indexing stop the script on a
+' String array), so only the type is checked here; the entries are the native tests' business.
 
 ' GetWkb: the workbook is open (from no folder) and no file of that name exists, so it is
 ' found and nothing is opened. The outputs it resets come back reset; the calculation
