@@ -139,6 +139,7 @@ TEST_F(Tags, TheSearchStopsAtTheFirstNameSortingAfterThePrefixInTheHostsOwnOrder
   EXPECT_EQ(scan(u"Sheet1!zeta"), "|");
   EXPECT_EQ(scan(u"Zeta"), "_bqz.T.eqz|_bqz.T.eqz");
   EXPECT_EQ(scan(u"_bqz.T.eqy"), "_bqz.T.eqz|_bqz.T.eqz");
+  sheet->names_->list.clear();  // the names point back at the sheet through the cell
 }
 
 TEST_F(Tags, RangeFromLandmarkResolvesWorkbookLevelNames) {
