@@ -1,6 +1,7 @@
 // Following cells when rows or columns are inserted or deleted.
 #include <algorithm>
 
+#include "engine/calc/eval.hpp"
 #include "engine/calc/formula.hpp"
 
 namespace qz::engine::calc {
@@ -129,6 +130,83 @@ FormulaPtr adjust(const FormulaPtr& f, CellRef origin, CellRef new_origin, Sheet
   auto out = std::make_shared<Formula>(*f);
   out->refs = std::move(refs);
   return out;
+}
+
+namespace {
+
+/// A structured reference spelled back in the form it was written in: "Table1[@Qty]" stays
+/// short, everything else as files write it.
+String respell(const StructuredRef& r, StringView written) {
+  bool short_this_row = written.find(u'@') != StringView::npos && r.this_row && !r.all &&
+                        !r.headers && !r.data && !r.totals;
+  if (!short_this_row) return render_structured(r);
+  StructuredRef cols = r;
+  cols.this_row = false;
+  String plain = render_structured(cols);  // "Table1[Qty]", "Table1[[a]:[b]]" or "Table1[]"
+  StringView body = StringView(plain).substr(r.table.size() + 1);
+  body.remove_suffix(1);
+  return r.table + u"[@" + String(body) + u"]";
+}
+
+}  // namespace
+
+FormulaPtr adjust_table(const FormulaPtr& f, CellRef origin, SheetId sheet,
+                        const TableChange& change) {
+  if (!f) return f;
+  std::shared_ptr<Formula> out;
+  auto copy = [&]() -> Formula& {
+    if (!out) out = std::make_shared<Formula>(*f);
+    return *out;
+  };
+  const bool renamed = change.name != change.new_name;
+  auto new_column = [&](const String& col) -> const String* {
+    for (const auto& [from, to] : change.columns)
+      if (text_equal(from, col)) return &to;
+    return nullptr;
+  };
+  for (size_t i = 0; i < f->nodes.size(); ++i) {
+    const Node& n = f->nodes[i];
+    if (n.kind == NodeKind::Name && n.ref == kNoRef && renamed &&
+        text_equal(f->text(n.str), change.name)) {
+      // The table's name alone stands for its data.
+      Formula& g = copy();
+      g.nodes[i].str = static_cast<uint32_t>(g.pool.size());
+      g.pool.push_back(change.new_name);
+      continue;
+    }
+    if (n.kind != NodeKind::Opaque) continue;
+    StringView written = f->text(n.str);
+    auto r = read_structured(written);
+    if (!r) continue;
+    bool mine = r->table.empty() ? sheet == change.sheet && change.ref.contains(origin)
+                                 : text_equal(r->table, change.name);
+    if (!mine) continue;
+    bool touched = false;
+    if (!r->table.empty() && renamed) {
+      r->table = change.new_name;
+      touched = true;
+    }
+    bool gone = false;
+    for (String* col : {&r->first_column, &r->last_column}) {
+      if (col->empty()) continue;
+      if (const String* to = new_column(*col)) {
+        if (to->empty()) gone = true;
+        *col = *to;
+        touched = true;
+      }
+    }
+    if (!touched) continue;
+    Formula& g = copy();
+    if (gone) {
+      // A reference to a column that no longer exists cannot be spelled: it is #REF!.
+      g.nodes[i].kind = NodeKind::Error;
+      g.nodes[i].number = cell_error::ref;
+      continue;
+    }
+    g.nodes[i].str = static_cast<uint32_t>(g.pool.size());
+    g.pool.push_back(respell(*r, written));
+  }
+  return out ? FormulaPtr(out) : f;
 }
 
 }  // namespace qz::engine::calc

@@ -118,6 +118,23 @@ struct StructuralChange {
 FormulaPtr adjust(const FormulaPtr& f, CellRef origin, CellRef new_origin, SheetId home,
                   const StructuralChange& change);
 
+/// A table renamed, or some of its columns renamed or deleted, as the formulas that name it
+/// see it.
+struct TableChange {
+  String name;      ///< the table's name before the change
+  String new_name;  ///< its name after (the same when only columns change)
+  SheetId sheet = kNoSheet;
+  Rect ref;  ///< where the table is, for references inside it that leave its name out
+  /// Old column names to new ones; an empty new name for a column deleted.
+  std::vector<std::pair<String, String>> columns;
+};
+
+/// The formula at `origin` on `sheet` after a table changed: structured references and the
+/// table's name alone follow a new name; a renamed column is spelled anew; a reference to a
+/// deleted column becomes #REF!. Returns `f` itself when nothing changed.
+FormulaPtr adjust_table(const FormulaPtr& f, CellRef origin, SheetId sheet,
+                        const TableChange& change);
+
 /// Whether the formula calls a volatile function (NOW, TODAY, RAND, RANDBETWEEN, OFFSET,
 /// INDIRECT, CELL, INFO).
 bool is_volatile(const Formula& f);
@@ -218,6 +235,9 @@ class EvalContext {
   /// A table by name (without regard to case); a context that does not answer (the default)
   /// makes structured references #REF!.
   virtual std::optional<TableDefinition> table(StringView name) { return std::nullopt; }
+  /// The block a formula at `cell` spills into, for "A1#"; a context that does not answer
+  /// (the default) lets the anchor stand for itself.
+  virtual std::optional<Rect> spill_area(SheetId sheet, CellRef cell) { return std::nullopt; }
   /// The table whose range holds a cell, for structured references that name no table.
   virtual std::optional<TableDefinition> table_at(SheetId sheet, CellRef cell) {
     return std::nullopt;
@@ -236,6 +256,14 @@ Value evaluate(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx
 /// result hold #N/A.
 std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx,
                                   int32_t rows = 1, int32_t cols = 1);
+
+/// The whole result of a formula that spills from `origin`: as many rows and columns as the
+/// result has (a single value is one by one), row by row, empty results as 0.
+struct Spill {
+  int32_t rows = 1, cols = 1;
+  std::vector<Value> values;
+};
+Spill evaluate_spill(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx);
 
 /// The cells a formula reads, for the dependency graph. Names are reported by text (their
 /// own references are the workbook's to expand). A 3-D reference reads every sheet between

@@ -98,6 +98,7 @@ namespace {
 constexpr const char16_t* kPrefixed[] = {
     u"ACOT",
     u"ACOTH",
+    u"ANCHORARRAY",
     u"AGGREGATE",
     u"ARABIC",
     u"ARRAYTOTEXT",
@@ -222,6 +223,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"SEQUENCE",
     u"SHEET",
     u"SHEETS",
+    u"SINGLE",
     u"SKEW.P",
     u"STDEV.P",
     u"STDEV.S",
@@ -242,6 +244,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"TOROW",
     u"TRANSLATE",
     u"UNICHAR",
+    u"UNIQUE",
     u"UNICODE",
     u"VALUETOTEXT",
     u"VAR.P",
@@ -257,6 +260,10 @@ constexpr const char16_t* kPrefixed[] = {
     u"XOR",
     u"Z.TEST",
 };
+
+/// The functions files write with "_xlfn._xlws.": those that came with spilled arrays and
+/// belong to the worksheet alone.
+constexpr const char16_t* kWorksheetPrefixed[] = {u"FILTER", u"SORT", u"SORTBY"};
 
 /// The upper-case name without the file prefixes.
 String bare_name(StringView name) {
@@ -280,6 +287,8 @@ bool function_not_computable(StringView name) {
 String function_file_name(StringView name) {
   String bare = bare_name(name);
   if (find_function(bare) < 0) return String(name);
+  for (const char16_t* p : kWorksheetPrefixed)
+    if (bare == p) return u"_xlfn._xlws." + bare;
   for (const char16_t* p : kPrefixed)
     if (bare == p) return u"_xlfn." + bare;
   return bare;
@@ -1291,8 +1300,16 @@ Operand Evaluator::eval(const Formula& f, uint32_t i) {
       }
     }
     case NodeKind::Paren:
-    case NodeKind::Spill:  // without spilled blocks, the anchor stands for itself
       return eval(f, i - 1);
+    case NodeKind::Spill: {
+      Operand anchor = eval(f, i - 1);
+      if (!anchor.is_ref() || anchor.areas.size() != 1 || !anchor.areas[0].single())
+        return Value::error(cell_error::ref);
+      const Area& a = anchor.areas[0];
+      if (auto block = ctx_.spill_area(a.sheet, CellRef{a.rect.row1, a.rect.col1}))
+        return Operand::ref({Area{a.sheet, *block}});
+      return anchor;
+    }
     case NodeKind::Unary:
       return unary(f, n, i - 1);
     case NodeKind::Percent: {
@@ -1367,6 +1384,30 @@ std::vector<Value> evaluate_array(const Formula& f, CellRef origin, SheetId shee
       int32_t rr = m.rows == 1 ? 0 : r, cc = m.cols == 1 ? 0 : c;
       if (rr < m.rows && cc < m.cols) out[static_cast<size_t>(r) * cols + c] = shown(m.at(rr, cc));
     }
+  return out;
+}
+
+Spill evaluate_spill(const Formula& f, CellRef origin, SheetId sheet, EvalContext& ctx) {
+  Spill out;
+  if (f.nodes.empty()) {
+    out.values.push_back(Value::error(cell_error::value));
+    return out;
+  }
+  Evaluator ev(ctx, origin, sheet, true);
+  Matrix m;
+  try {
+    Operand o = ev.eval(f, f.root());
+    if (o.is_ref() && o.areas.size() > 1) raise(cell_error::value);
+    m = ev.matrix(o);
+  } catch (const EvalError& e) {
+    m = Matrix(1, 1);
+    m.cells[0] = Value::error(e.code);
+  }
+  if (m.cells.empty()) m = Matrix(1, 1);
+  out.rows = m.rows;
+  out.cols = m.cols;
+  out.values.reserve(m.cells.size());
+  for (Value& v : m.cells) out.values.push_back(shown(std::move(v)));
   return out;
 }
 

@@ -1,9 +1,10 @@
 // Functions that build or reshape arrays: SEQUENCE, RANDARRAY, the stacks (HSTACK, VSTACK),
-// flattening (TOCOL, TOROW), wrapping (WRAPROWS, WRAPCOLS) and the cuts and choices (TAKE,
-// DROP, EXPAND, CHOOSEROWS, CHOOSECOLS). Their results are arrays; where a cell shows one,
-// it shows the top-left value.
+// flattening (TOCOL, TOROW), wrapping (WRAPROWS, WRAPCOLS), the cuts and choices (TAKE,
+// DROP, EXPAND, CHOOSEROWS, CHOOSECOLS) and the selections (FILTER, SORT, SORTBY, UNIQUE).
+// Their results are arrays; where a cell shows one, it shows the top-left value.
 #include <algorithm>
 #include <cmath>
+#include <optional>
 #include <random>
 
 #include "engine/calc/fn_util.hpp"
@@ -196,20 +197,216 @@ Operand f_choose_lines(Args& a) {
   return result(std::move(r));
 }
 
+/// The block a FILTER, SORT or UNIQUE works on, read array-wise even in a plain cell formula:
+/// those functions always see their arguments whole.
+Matrix whole_block(Args& a, size_t i) {
+  return a.ev().matrix(a.get_array(i));
+}
+
+/// Whether a FILTER condition keeps its line: numbers and Booleans by truth, an empty cell
+/// as false; an error is the result, and text cannot say.
+bool keeps(const Value& v) {
+  switch (v.kind) {
+    case Value::Kind::Error:
+      raise(v.error_code());
+    case Value::Kind::Text:
+      raise(cell_error::value);
+    case Value::Kind::Empty:
+      return false;
+    default:
+      return v.number != 0;
+  }
+}
+
+Operand f_filter(Args& a) {
+  Matrix m = whole_block(a, 0), include = whole_block(a, 1);
+  // One condition per row (a column as tall as the block) or per column (a row as wide).
+  bool by_rows = include.cols == 1 && include.rows == m.rows;
+  bool by_cols = !by_rows && include.rows == 1 && include.cols == m.cols;
+  if (!by_rows && !by_cols) return error(cell_error::value);
+  std::vector<int32_t> kept;
+  for (int32_t k = 0; k < (by_rows ? m.rows : m.cols); ++k)
+    if (keeps(include.cells[static_cast<size_t>(k)])) kept.push_back(k);
+  if (kept.empty()) {
+    if (a.size() > 2 && !a.missing(2)) return a.get(2);
+    return error(kErrorCalc);
+  }
+  int32_t n = static_cast<int32_t>(kept.size());
+  Matrix r = by_rows ? Matrix(n, m.cols) : Matrix(m.rows, n);
+  for (int32_t k = 0; k < n; ++k)
+    for (int32_t j = 0; j < (by_rows ? m.cols : m.rows); ++j)
+      (by_rows ? r.at(k, j) : r.at(j, k)) = by_rows ? m.at(kept[k], j) : m.at(j, kept[k]);
+  return result(std::move(r));
+}
+
+/// Sorting order: numbers, text (without regard to case), FALSE before TRUE, errors; empty
+/// cells go last whichever way the sort runs.
+int sort_compare(const Value& x, const Value& y, bool descending) {
+  using K = Value::Kind;
+  bool xe = x.kind == K::Empty, ye = y.kind == K::Empty;
+  if (xe || ye) return xe == ye ? 0 : xe ? 1 : -1;
+  int c;
+  if (x.is_error() || y.is_error())
+    c = x.is_error() == y.is_error() ? 0 : x.is_error() ? 1 : -1;
+  else
+    c = compare_values(x, y);
+  return descending ? -c : c;
+}
+
+/// A sort key: one line of values, read along the lines being sorted, and its direction.
+struct SortKey {
+  std::vector<Value> values;
+  bool descending = false;
+};
+
+/// The lines of `m` (rows, or columns when `by_col`) in the order the keys give; ties keep
+/// their order.
+Matrix sorted(const Matrix& m, const std::vector<SortKey>& keys, bool by_col) {
+  int32_t lines = by_col ? m.cols : m.rows;
+  std::vector<int32_t> order(static_cast<size_t>(lines));
+  for (int32_t k = 0; k < lines; ++k) order[k] = k;
+  std::stable_sort(order.begin(), order.end(), [&](int32_t p, int32_t q) {
+    for (const SortKey& key : keys)
+      if (int c = sort_compare(key.values[p], key.values[q], key.descending)) return c < 0;
+    return false;
+  });
+  Matrix r(m.rows, m.cols);
+  for (int32_t k = 0; k < lines; ++k)
+    for (int32_t j = 0; j < (by_col ? m.rows : m.cols); ++j)
+      (by_col ? r.at(j, k) : r.at(k, j)) = by_col ? m.at(j, order[k]) : m.at(order[k], j);
+  return r;
+}
+
+/// A direction argument: 1 ascending, -1 descending, anything else #VALUE!.
+bool descending(const Value& v) {
+  double d = Evaluator::to_number(v);
+  if (d != 1 && d != -1) raise(cell_error::value);
+  return d == -1;
+}
+
+Operand f_sort(Args& a) {
+  Matrix m = whole_block(a, 0);
+  bool by_col = a.size() > 3 && !a.missing(3) && boolean(a, 3);
+  int32_t lines = by_col ? m.cols : m.rows, across = by_col ? m.rows : m.cols;
+  std::vector<Value> indexes{Value::num(1)}, orders{Value::num(1)};
+  if (a.size() > 1 && !a.missing(1)) indexes = whole_block(a, 1).cells;
+  if (a.size() > 2 && !a.missing(2)) orders = whole_block(a, 2).cells;
+  // Several indexes sort by each in turn, each with its own direction (or the one given).
+  if (orders.size() != 1 && orders.size() != indexes.size()) return error(cell_error::value);
+  std::vector<SortKey> keys;
+  for (size_t i = 0; i < indexes.size(); ++i) {
+    double k = std::trunc(Evaluator::to_number(indexes[i]));
+    if (k < 1 || k > across) return error(cell_error::value);
+    SortKey key;
+    key.descending = descending(orders[orders.size() == 1 ? 0 : i]);
+    for (int32_t l = 0; l < lines; ++l)
+      key.values.push_back(by_col ? m.at(static_cast<int32_t>(k) - 1, l)
+                                  : m.at(l, static_cast<int32_t>(k) - 1));
+    keys.push_back(std::move(key));
+  }
+  return result(sorted(m, keys, by_col));
+}
+
+Operand f_sortby(Args& a) {
+  Matrix m = whole_block(a, 0);
+  if (a.size() < 2) return error(cell_error::value);
+  std::vector<SortKey> keys;
+  std::optional<bool> by_col;
+  for (size_t i = 1; i < a.size(); i += 2) {
+    if (a.missing(i)) return error(cell_error::value);
+    Matrix by = whole_block(a, i);
+    // Each key is one column as tall as the block (sorting rows) or one row as wide
+    // (sorting columns), and all keys sort the same way.
+    bool rows = by.cols == 1 && by.rows == m.rows;
+    bool cols = !rows && by.rows == 1 && by.cols == m.cols;
+    if (!rows && !cols) return error(cell_error::value);
+    if (m.rows == 1 && m.cols == 1) rows = true;
+    if (by_col && *by_col != cols) return error(cell_error::value);
+    by_col = cols;
+    SortKey key;
+    key.values = std::move(by.cells);
+    if (i + 1 < a.size() && !a.missing(i + 1)) key.descending = descending(scalar(a, i + 1));
+    keys.push_back(std::move(key));
+  }
+  return result(sorted(m, keys, *by_col));
+}
+
+Operand f_unique(Args& a) {
+  Matrix m = whole_block(a, 0);
+  bool by_col = a.size() > 1 && !a.missing(1) && boolean(a, 1);
+  bool exactly_once = a.size() > 2 && !a.missing(2) && boolean(a, 2);
+  int32_t lines = by_col ? m.cols : m.rows, across = by_col ? m.rows : m.cols;
+  auto at = [&](int32_t line, int32_t j) -> const Value& {
+    return by_col ? m.at(j, line) : m.at(line, j);
+  };
+  // Lines are equal when every value is, text without regard to case; an empty cell matches
+  // only another empty cell.
+  auto same = [&](int32_t p, int32_t q) {
+    for (int32_t j = 0; j < across; ++j) {
+      const Value &x = at(p, j), &y = at(q, j);
+      if (x.kind != y.kind) return false;
+      if (x.is_error() ? x.error_code() != y.error_code() : compare_values(x, y) != 0) return false;
+    }
+    return true;
+  };
+  std::vector<int32_t> firsts, counts;
+  for (int32_t l = 0; l < lines; ++l) {
+    size_t k = 0;
+    while (k < firsts.size() && !same(firsts[k], l)) ++k;
+    if (k == firsts.size()) {
+      firsts.push_back(l);
+      counts.push_back(0);
+    }
+    ++counts[k];
+  }
+  std::vector<int32_t> kept;
+  for (size_t k = 0; k < firsts.size(); ++k)
+    if (!exactly_once || counts[k] == 1) kept.push_back(firsts[k]);
+  if (kept.empty()) return error(kErrorCalc);
+  int32_t n = static_cast<int32_t>(kept.size());
+  Matrix r = by_col ? Matrix(across, n) : Matrix(n, across);
+  for (int32_t k = 0; k < n; ++k)
+    for (int32_t j = 0; j < across; ++j) (by_col ? r.at(j, k) : r.at(k, j)) = at(kept[k], j);
+  return result(std::move(r));
+}
+
+/// "A1#" as files write it: the block the anchor spilled into.
+Operand f_anchorarray(Args& a) {
+  const Operand& anchor = a.get(0);
+  if (!anchor.is_ref() || anchor.areas.size() != 1 || !anchor.areas[0].single())
+    return error(cell_error::ref);
+  const Area& at = anchor.areas[0];
+  if (auto block = a.ev().ctx().spill_area(at.sheet, CellRef{at.rect.row1, at.rect.col1}))
+    return Operand::ref({Area{at.sheet, *block}});
+  return anchor;
+}
+
+/// "@x" as files write it: one value, by implicit intersection for a range and the first
+/// value of an array.
+Operand f_single(Args& a) {
+  return a.ev().scalar(a.get(0));
+}
+
 }  // namespace
 
 void add_array_functions(std::vector<FunctionInfo>& t) {
   t.insert(t.end(), {
+                        {u"ANCHORARRAY", 1, 1, f_anchorarray},
                         {u"CHOOSECOLS", 2, -1, f_choose_lines<false>},
                         {u"CHOOSEROWS", 2, -1, f_choose_lines<true>},
                         {u"DROP", 2, 3, f_take_drop<false>},
                         {u"EXPAND", 2, 4, f_expand},
+                        {u"FILTER", 2, 3, f_filter},
                         {u"HSTACK", 1, -1, f_stack<true>},
                         {u"RANDARRAY", 0, 5, f_randarray, whole_args, true},
                         {u"SEQUENCE", 1, 4, f_sequence},
+                        {u"SINGLE", 1, 1, f_single},
+                        {u"SORT", 1, 4, f_sort},
+                        {u"SORTBY", 2, -1, f_sortby},
                         {u"TAKE", 2, 3, f_take_drop<true>},
                         {u"TOCOL", 1, 3, f_flatten<true>},
                         {u"TOROW", 1, 3, f_flatten<false>},
+                        {u"UNIQUE", 1, 3, f_unique},
                         {u"VSTACK", 1, -1, f_stack<false>},
                         {u"WRAPCOLS", 2, 3, f_wrap<false>},
                         {u"WRAPROWS", 2, 3, f_wrap<true>},

@@ -177,6 +177,11 @@ class Renderer {
         break;
       }
       case NodeKind::Unary:
+        // Files spell "@" as a function older versions can read as unknown.
+        if (n.op == Op::At && structured_) {
+          out += u"_xlfn.SINGLE(" + args[0] + u")";
+          break;
+        }
         out += n.op == Op::Neg ? u"-" : n.op == Op::Plus ? u"+" : u"@";
         out += args[0];
         break;
@@ -184,7 +189,7 @@ class Renderer {
         out = args[0] + f_.text(n.ws) + u"%";
         break;
       case NodeKind::Spill:
-        out = args[0] + u"#";
+        out = structured_ ? u"_xlfn.ANCHORARRAY(" + args[0] + u")" : args[0] + u"#";
         break;
       case NodeKind::Binary:
         out = args[0];

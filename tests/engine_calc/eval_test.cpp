@@ -175,6 +175,21 @@ TEST(ArrayFormulas, WorkElementByElement) {
   EXPECT_EQ(book.eval(u"SUM({1,2,3}*2)"), N(12));
   EXPECT_EQ(book.eval(u"SUM(LEN({\"a\",\"bb\"}))"), N(3));
   EXPECT_EQ(book.eval(u"INDEX({1,2;3,4},2,1)"), N(3));
+  EXPECT_EQ(book.eval(u"SUMPRODUCT((A1:A4>2)*(A1:A4))"), N(7));
+  EXPECT_EQ(arr(u"SUM(A1:A4*A1:A4)"), std::vector<Value>{N(30)});
+  EXPECT_EQ(arr(u"MIN(IF(A1:A4>1,A1:A4))"), std::vector<Value>{N(2)});
+  EXPECT_EQ(arr(u"MAX(IF(B1:B4=\"odd\",A1:A4))"), std::vector<Value>{N(3)});
+  // The same in a plain cell: where a single value is expected, a range gives the cell in
+  // the formula's row, or #VALUE! when it has none; a function that takes a range (SUM, or
+  // IF's branch handing one on) still gets all of it.
+  EXPECT_EQ(book.eval(u"ABS(A1:A4)", "D3"), N(3));
+  EXPECT_EQ(book.eval(u"ABS(A1:A4)", "D9"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SUM(A1:A4*2)", "D2"), N(4));
+  EXPECT_EQ(book.eval(u"SUM(A1:A4*2)", "D9"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SUM(IF(A1:A4>1,A1:A4))", "D1"), N(0));
+  EXPECT_EQ(book.eval(u"SUM(IF(A1:A4>1,A1:A4))", "D3"), N(10));
+  EXPECT_EQ(book.eval(u"MAX(IF(B1:B4=\"odd\",A1:A4))", "D2"), N(0));
+  EXPECT_EQ(book.eval(u"SUM(A1:A4)", "D9"), N(10));
 }
 
 TEST(StructuredReferences, EverySpecifierNamesItsCellsOfTheTable) {

@@ -542,6 +542,47 @@ TEST_F(Functions, TextFormatsSearchesAndNumbers) {
   EXPECT_EQ(book.eval(u"REPT(\"ab\",20000)"), E(cell_error::value));  // past 32,767 characters
 }
 
+TEST_F(Functions, SelectionsFilterSortAndUnique) {
+  // The whole result, as it spills: "rows x cols: v1 v2 ..." for short messages.
+  auto spill = [&](std::u16string_view text) {
+    auto f = parse(text, Notation::A1, cell("H1"), 0, book);
+    Spill s = evaluate_spill(*f, cell("H1"), 0, book);
+    std::string out = std::to_string(s.rows) + "x" + std::to_string(s.cols) + ":";
+    for (const Value& v : s.values)
+      out += " " + (v.kind == Value::Kind::Number    ? std::to_string(static_cast<int>(v.number))
+                    : v.kind == Value::Kind::Text    ? to_utf8(v.text)
+                    : v.kind == Value::Kind::Boolean ? (v.number != 0 ? "TRUE" : "FALSE")
+                                                     : to_utf8(error_text(v.error_code())));
+    return out;
+  };
+  EXPECT_EQ(spill(u"FILTER(A1:A6,B1:B6=\"apple\")"), "2x1: 10 40");
+  EXPECT_EQ(spill(u"FILTER(A1:B6,A1:A6>=50)"), "2x2: 50 date 60 Apple pie");
+  EXPECT_EQ(spill(u"FILTER(A1:C2,{1,0,1})"), "2x2: 10 46023 20 46054");
+  EXPECT_EQ(spill(u"FILTER(A1:A6,A1:A6>100)"), "1x1: #CALC!");
+  EXPECT_EQ(spill(u"FILTER(A1:A6,A1:A6>100,\"none\")"), "1x1: none");
+  EXPECT_EQ(spill(u"FILTER(A1:A6,{1,0})"), "1x1: #VALUE!");
+  EXPECT_EQ(spill(u"FILTER(A1:A2,{1;\"x\"})"), "1x1: #VALUE!");
+  EXPECT_EQ(spill(u"UNIQUE(B1:B6)"), "5x1: apple banana cherry date Apple pie");
+  EXPECT_EQ(spill(u"UNIQUE(B1:B6,,TRUE)"), "4x1: banana cherry date Apple pie");
+  EXPECT_EQ(spill(u"UNIQUE({1,1,2},TRUE)"), "1x2: 1 2");
+  EXPECT_EQ(spill(u"SORT(B1:B6)"), "6x1: apple apple Apple pie banana cherry date");
+  EXPECT_EQ(spill(u"SORT(A1:B3,2,-1)"), "3x2: 30 cherry 20 banana 10 apple");
+  EXPECT_EQ(spill(u"SORT({3,\"b\",TRUE,1},1,1,TRUE)"), "1x4: 1 3 b TRUE");
+  EXPECT_EQ(spill(u"SORT({2,\"b\";1,\"b\";3,\"a\"},{2,1},{1,-1})"), "3x2: 3 a 2 b 1 b");
+  EXPECT_EQ(spill(u"SORT(A1:B3,3)"), "1x1: #VALUE!");
+  EXPECT_EQ(spill(u"SORT(A1:A3,1,0)"), "1x1: #VALUE!");
+  EXPECT_EQ(spill(u"SORTBY(B1:B3,A1:A3,-1)"), "3x1: cherry banana apple");
+  EXPECT_EQ(spill(u"SORTBY(A1:A4,B1:B4,1,A1:A4,-1)"), "4x1: 40 10 20 30");
+  EXPECT_EQ(spill(u"SORTBY(A1:A4,B1:B3)"), "1x1: #VALUE!");
+  // A plain cell shows the top-left value; the condition is still read whole.
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,B1:B6=\"banana\")"), N(20));
+  EXPECT_EQ(book.eval(u"_xlfn._xlws.SORT(A1:A6,1,-1)"), N(60));
+  EXPECT_EQ(book.eval(u"ROWS(_xlfn.UNIQUE(B1:B6))"), N(5));
+  EXPECT_EQ(function_file_name(u"filter"), u"_xlfn._xlws.FILTER");
+  EXPECT_EQ(function_file_name(u"SORTBY"), u"_xlfn._xlws.SORTBY");
+  EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
+}
+
 TEST(FunctionNames, AtLeastEightyAndSorted) {
   auto names = function_names();
   EXPECT_GE(names.size(), 80u);
