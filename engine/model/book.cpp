@@ -122,7 +122,12 @@ void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<File
       if (auto r = parse_area(file->ref())) {
         f.array = true;
         f.array_ref = *r;
-        if (r->row1 != r->row2 || r->col1 != r->col2) {
+        // Cell metadata on an array formula marks it as one that spills: the only metadata
+        // the application attaches to formula cells is that of dynamic arrays.
+        if (file->rare)
+          for (const auto& [name, value] : file->rare->cell_attrs)
+            if (name == u"cm") f.spills = true;
+        if (r->row1 != r->row2 || r->col1 != r->col2 || f.spills) {
           array_blocks_ = true;
           s.array_blocks.push_back(slot);
         }

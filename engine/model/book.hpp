@@ -137,6 +137,17 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void rename_sheet(Sheet& s, StringView new_name);
   void delete_sheet(SheetId id);
 
+  // --- tables --------------------------------------------------------------------------------
+  /// The table of that name (without regard to case) and its sheet; nothing when absent.
+  std::optional<std::pair<Sheet*, TableRec*>> find_table(StringView table_name);
+  /// Renames a table; every formula and defined name that refers to it follows. Raises for
+  /// an unknown table, an invalid name or one another table or defined name has.
+  void rename_table(StringView table_name, StringView new_name);
+  /// Renames column `column` (0-based) of a table, its header cell with it; formulas that
+  /// name the column follow. Raises for an unknown table or column, an empty name or one
+  /// another column of the table has.
+  void rename_table_column(StringView table_name, int32_t column, StringView new_name);
+
   // calc::SheetResolver
   std::optional<SheetId> sheet_id(StringView sheet_name) const override;
   String sheet_name(SheetId id) const override;
@@ -313,9 +324,14 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<std::pair<SheetId, Rect>> reads_of(Sheet& s, FormulaCell& f,
                                                  std::vector<String>* names_used = nullptr);
   void evaluate_cell(Sheet& s, FormulaCell& f);
+  /// Rewrites every formula and defined name after a table changed; the caller recalculates.
+  void table_changed(const calc::TableChange& change);
   /// The result an array formula gives a cell of its block other than its own; nothing when
   /// the cell lies in no such block or the block has no fresh result.
   std::optional<calc::Value> array_result(Sheet& s, CellRef at);
+  /// Fits the block of a formula that spills to its fresh result (#SPILL! when the cells it
+  /// needs are taken) and returns the values of the block, row by row.
+  std::vector<calc::Value> spill(Sheet& s, size_t index, calc::Spill result);
   /// Stores the fresh results of array formulas in the other cells of their blocks; false
   /// when none changed.
   bool store_array_results();

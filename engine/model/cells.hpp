@@ -119,6 +119,9 @@ struct FormulaCell {
   std::optional<CellRef> shared_master;
   bool array = false;  ///< an array formula (entered over `array_ref`)
   Rect array_ref;
+  /// A formula whose result spills: `array_ref` is where it spilled, and it follows the size
+  /// of the result as it changes.
+  bool spills = false;
   bool dirty = false;        ///< needs recalculation
   bool in_progress = false;  ///< on the evaluation path (circular references see it)
   bool is_volatile = false;

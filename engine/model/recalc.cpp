@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "engine/calc/check.hpp"
+#include "engine/model/address.hpp"
 #include "engine/model/book.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "qzxl/convert.hpp"
@@ -20,6 +21,8 @@ namespace {
 // Evaluation recurses through dirty precedents up to this depth; deeper chains are finished
 // from an explicit stack, so a long chain of formulas cannot exhaust the call stack.
 constexpr int32_t kMaxEvalDepth = 128;
+/// The error a formula shows when its result cannot spill (#SPILL!).
+constexpr int32_t kErrorSpill = 2045;
 
 double system_now() {
   using namespace std::chrono;
@@ -95,6 +98,13 @@ class CalcContext final : public calc::EvalContext {
       for (const TableRec& t : s->tables)
         if (equals_text(t.name, text)) return definition(*s, t);
     return std::nullopt;
+  }
+  std::optional<Rect> spill_area(SheetId sid, CellRef c) override {
+    cell_value(sid, c);  // brings the block up to date with the result
+    Sheet* s = b_.sheet(sid);
+    Cell* cell = s ? s->cells.find(c.row, c.col) : nullptr;
+    if (!cell || cell->kind() != CellKind::Formula || !s->formula(*cell).spills) return {};
+    return s->formula(*cell).array_ref;
   }
   std::optional<calc::TableDefinition> table_at(SheetId sid, CellRef c) override {
     if (Sheet* s = b_.sheet(sid))
@@ -241,6 +251,17 @@ std::vector<std::pair<SheetId, Rect>> Book::reads_of(Sheet& s, FormulaCell& f,
   // With the workbook as resolver, a 3-D reference lists the sheets between its ends too.
   calc::References refs = calc::references(*f.parsed, f.at, s.id, this);
   reads = std::move(refs.ranges);
+  // "A1#" reads the block its anchor spilled into, which only the workbook knows; any read
+  // of an anchor is taken to read its block.
+  if (array_blocks_)
+    for (size_t k = 0, n = reads.size(); k < n; ++k) {
+      auto [sid, r] = reads[k];
+      Sheet* on = sheet(sid);
+      Cell* c =
+          on && r.row1 == r.row2 && r.col1 == r.col2 ? on->cells.find(r.row1, r.col1) : nullptr;
+      if (c && c->kind() == CellKind::Formula && on->formula(*c).spills)
+        reads.emplace_back(sid, on->formula(*c).array_ref);
+    }
   // A structured reference reads its table; a table's name alone, the table too.
   bool any_tables = false;
   for (auto& sh : sheets) any_tables = any_tables || !sh->tables.empty();
@@ -352,7 +373,10 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   {
     CalcContext ctx(*this);
     try {
-      if (f.array) {
+      if (f.spills) {
+        block = spill(s, index, calc::evaluate_spill(*p, f.at, s.id, ctx));
+        v = block[0];
+      } else if (f.array) {
         // An array formula works element by element over its whole block.
         Rect r = f.array_ref;
         block = calc::evaluate_array(*p, f.at, s.id, ctx, r.row2 - r.row1 + 1, r.col2 - r.col1 + 1);
@@ -375,7 +399,8 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   // and is thrown away; the cell stays dirty and is done again once the precedent is.
   if (deferred_) return;
   if (v.kind == calc::Value::Kind::Empty) v = calc::Value::num(0);
-  if (block.size() > 1) s.array_results[static_cast<uint32_t>(index)] = std::move(block);
+  if (block.size() > 1 || g.spills)
+    s.array_results[static_cast<uint32_t>(index)] = std::move(block);
   if (!(g.value == v)) {
     s.changed.cells = true;
     double change = v.kind == calc::Value::Kind::Number && g.value.kind == v.kind
@@ -388,12 +413,44 @@ void Book::evaluate_cell(Sheet& s, FormulaCell& f) {
   g.dirty = false;
 }
 
+std::vector<calc::Value> Book::spill(Sheet& s, size_t index, calc::Spill result) {
+  FormulaCell& f = s.formulas[index];
+  const Rect old = f.array_ref;
+  Rect want{f.at.row, f.at.col, f.at.row + result.rows - 1, f.at.col + result.cols - 1};
+  if (want == old) return std::move(result.values);
+  // A result spills only over empty cells of the sheet (its own earlier block aside); where
+  // something is in the way, or the block would run off the sheet, the anchor shows #SPILL!
+  // and nothing spills.
+  bool blocked = want.row2 > kLastRow || want.col2 > kLastCol;
+  if (!blocked)
+    s.cells.for_each(want, [&](int32_t r, int32_t c, const Cell& cell) {
+      if (cell.has_content() && !old.contains(CellRef{r, c}) && !(CellRef{r, c} == f.at))
+        blocked = true;
+      return !blocked;
+    });
+  if (blocked) {
+    want = Rect{f.at.row, f.at.col, f.at.row, f.at.col};
+    result.values.assign(1, calc::Value::error(kErrorSpill));
+  }
+  if (want == old) return std::move(result.values);
+  s.vacated.push_back(old);
+  f.array_ref = want;
+  // The file keeps where the result spilled in the formula's ref.
+  if (f.file) f.file->more().ref = area_a1(want, false, false);
+  s.changed.cells = true;
+  graph_valid_ = false;
+  array_blocks_ = true;
+  return std::move(result.values);
+}
+
 std::optional<calc::Value> Book::array_result(Sheet& s, CellRef at) {
   for (uint32_t i : s.array_blocks) {
     if (i >= s.formulas.size()) continue;
     FormulaCell& f = s.formulas[i];
     if (!f.live || !f.array || !f.array_ref.contains(at) || f.at == at) continue;
     if (f.dirty && !f.in_progress && eval_depth_ < kMaxEvalDepth) evaluate_cell(s, f);
+    // A result that spills may have left the cell.
+    if (!f.array_ref.contains(at)) continue;
     auto it = s.array_results.find(static_cast<uint32_t>(i));
     if (it == s.array_results.end()) return std::nullopt;
     const Rect& r = f.array_ref;
@@ -409,6 +466,17 @@ bool Book::store_array_results() {
   for (auto& s : sheets) {
     auto results = std::move(s->array_results);
     s->array_results.clear();
+    // Cells a spilled result has left are emptied, unless another block now covers them.
+    auto vacated = std::move(s->vacated);
+    s->vacated.clear();
+    for (const Rect& r : vacated)
+      for (int32_t row = r.row1; row <= r.row2; ++row)
+        for (int32_t col = r.col1; col <= r.col2; ++col) {
+          Cell* c = s->cells.find(row, col);
+          if (!c || c->kind() == CellKind::Formula || array_result(*s, CellRef{row, col})) continue;
+          clear_contents(*s, Rect{row, col, row, col});
+          changed_any = true;
+        }
     for (auto& [i, block] : results) {
       if (i >= s->formulas.size() || !s->formulas[i].live || !s->formulas[i].array) continue;
       Rect r = s->formulas[i].array_ref;

@@ -122,8 +122,12 @@ class Sheet {
   /// row by row over the block: what the other cells of the block show until the results are
   /// stored in them once calculation is over.
   std::map<uint32_t, std::vector<calc::Value>> array_results;
-  /// The formula slots of array formulas entered over more than one cell.
+  /// The formula slots of array formulas entered over more than one cell, and of those that
+  /// spill.
   std::vector<uint32_t> array_blocks;
+  /// Cells a spilled result no longer covers since it shrank or moved; emptied once the
+  /// calculation is over.
+  std::vector<Rect> vacated;
   /// Shared-formula masters by shared index, while loading (a child names only the index).
   std::unordered_map<int32_t, CellRef> shared_masters;
 

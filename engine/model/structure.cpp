@@ -36,6 +36,90 @@ void Book::rename_sheet(Sheet& s, StringView new_name) {
   saved = false;
 }
 
+// ---------------------------------------------------------------------------------------------
+// Tables
+
+std::optional<std::pair<Sheet*, TableRec*>> Book::find_table(StringView table_name) {
+  for (auto& s : sheets)
+    for (TableRec& t : s->tables)
+      if (equals_text(t.name, table_name)) return std::make_pair(s.get(), &t);
+  return std::nullopt;
+}
+
+void Book::table_changed(const calc::TableChange& change) {
+  for (auto& sh : sheets)
+    for (auto& f : sh->formulas) {
+      if (!f.live || !ensure_parsed(*sh, f)) continue;
+      calc::FormulaPtr adjusted = calc::adjust_table(f.parsed, f.at, sh->id, change);
+      if (adjusted == f.parsed) continue;
+      // A shared formula's children share its parsed form, so each takes the adjusted one and
+      // the whole group is written out anew.
+      f.parsed = std::move(adjusted);
+      f.file.reset();
+      f.shared_master.reset();
+      f.dirty = true;
+      sh->changed.cells = true;
+    }
+  for (size_t i = 0; i < names_.size(); ++i) {
+    const DefinedName& n = names_[i];
+    if (!n.parsed) continue;
+    calc::FormulaPtr adjusted = calc::adjust_table(n.parsed, {}, n.scope, change);
+    if (adjusted == n.parsed) continue;
+    String text = calc::render(*adjusted, calc::Notation::A1, {}, n.scope, *this);
+    names_.set_definition(i, std::move(text), std::move(adjusted));
+    changed.workbook = true;
+  }
+  saved = false;
+  graph_valid_ = false;
+}
+
+void Book::rename_table(StringView table_name, StringView new_name) {
+  auto found = find_table(table_name);
+  if (!found) fail("there is no table \"" + to_utf8(table_name) + "\"");
+  auto [s, t] = *found;
+  check_name_text(new_name);
+  if (auto other = find_table(new_name); other && other->second != t)
+    fail("a table \"" + to_utf8(new_name) + "\" already exists");
+  for (size_t i = 0; i < names_.size(); ++i)
+    if (equals_text(names_[i].name, new_name))
+      fail("a name \"" + to_utf8(new_name) + "\" already exists");
+  if (t->name == new_name) return;
+  // Formulas are parsed before the table changes, so that they read as they did.
+  for (auto& sh : sheets)
+    for (auto& f : sh->formulas)
+      if (f.live) ensure_parsed(*sh, f);
+  calc::TableChange change{t->name, String(new_name), s->id, t->ref, {}};
+  t->name = String(new_name);
+  t->changed = true;
+  table_changed(change);
+  invalidate_graph();
+}
+
+void Book::rename_table_column(StringView table_name, int32_t column, StringView new_name) {
+  auto found = find_table(table_name);
+  if (!found) fail("there is no table \"" + to_utf8(table_name) + "\"");
+  auto [s, t] = *found;
+  if (column < 0 || column >= static_cast<int32_t>(t->columns.size()))
+    fail("the table has no such column");
+  if (new_name.empty()) fail("a column needs a name");
+  for (size_t k = 0; k < t->columns.size(); ++k)
+    if (static_cast<int32_t>(k) != column && equals_text(t->columns[k], new_name))
+      fail("the table already has a column \"" + to_utf8(new_name) + "\"");
+  String old = t->columns[column];
+  if (old == new_name) return;
+  for (auto& sh : sheets)
+    for (auto& f : sh->formulas)
+      if (f.live) ensure_parsed(*sh, f);
+  calc::TableChange change{t->name, t->name, s->id, t->ref, {{old, String(new_name)}}};
+  t->columns[column] = String(new_name);
+  t->changed = true;
+  // The header cell holds the column's name.
+  if (t->header_rows > 0)
+    set_constant(*s, t->ref.row1, t->ref.col1 + column, calc::Value::str(String(new_name)));
+  table_changed(change);
+  invalidate_graph();
+}
+
 void Book::delete_sheet(SheetId id) {
   int32_t pos = sheet_position(id);
   if (pos < 0) fail("the sheet no longer exists");
@@ -141,6 +225,7 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
   }
 
   // Tables move with their cells and grow or shrink with lines inserted or deleted inside.
+  std::vector<calc::TableChange> table_changes;
   for (TableRec& t : s.tables) {
     int32_t& first = rows ? t.ref.row1 : t.ref.col1;
     int32_t& end = rows ? t.ref.row2 : t.ref.col2;
@@ -160,8 +245,12 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
       if (n2 < n1) continue;  // every line of it deleted: the application refuses that
       if (!rows) {
         int32_t lo = std::max(first, at) - first, hi = std::min(end, gone_end) - first;
-        if (hi >= lo && hi < static_cast<int32_t>(t.columns.size()))
+        if (hi >= lo && hi < static_cast<int32_t>(t.columns.size())) {
+          calc::TableChange gone{t.name, t.name, s.id, t.ref, {}};
+          for (int32_t k = lo; k <= hi; ++k) gone.columns.emplace_back(t.columns[k], String());
+          table_changes.push_back(std::move(gone));
           t.columns.erase(t.columns.begin() + lo, t.columns.begin() + hi + 1);
+        }
       }
     }
     if (n1 != first || n2 != end) {
@@ -170,6 +259,10 @@ void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
       t.changed = true;
     }
   }
+
+  // References by name to the columns deleted become #REF! while formulas are still where
+  // they were.
+  for (const calc::TableChange& gone : table_changes) table_changed(gone);
 
   calc::StructuralChange change{s.id, rows, at, count};
   for (auto& sh : sheets) {

@@ -79,6 +79,20 @@ class OtherReaders : public ::testing::Test {
     wb->save_as(from_utf8(out.string()));
     return out;
   }
+  // A home folder whose LibreOffice profile recalculates every workbook it loads (by default
+  // it trusts the cached results of files from other programs).
+  fs::path recalculating_home() {
+    fs::path home = dir_ / "home";
+    fs::path profile = home / ".config/libreoffice/4/user";
+    fs::create_directories(profile);
+    std::ofstream(profile / "registrymodifications.xcu")
+        << R"(<?xml version="1.0" encoding="UTF-8"?>
+<oor:items xmlns:oor="http://openoffice.org/2001/registry" xmlns:xs="http://www.w3.org/2001/XMLSchema" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance">
+<item oor:path="/org.openoffice.Office.Calc/Formula/Load"><prop oor:name="OOXMLRecalcMode" oor:op="fuse"><value>0</value></prop></item>
+</oor:items>
+)";
+    return home;
+  }
   qz::test::TempDir dir_;
 };
 
@@ -154,16 +168,7 @@ TEST_F(OtherReaders, LibreOfficeOpensTheFileAndComputesTheSameValues) {
     }
     w.commit();
   }
-  // A fresh profile told to recalculate every workbook it loads (by default it trusts the
-  // cached results of files from other programs).
-  fs::path home = dir_ / "home";
-  fs::path profile = home / ".config/libreoffice/4/user";
-  fs::create_directories(profile);
-  std::ofstream(profile / "registrymodifications.xcu") << R"(<?xml version="1.0" encoding="UTF-8"?>
-<oor:items xmlns:oor="http://openoffice.org/2001/registry" xmlns:xs="http://www.w3.org/2001/XMLSchema" xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance">
-<item oor:path="/org.openoffice.Office.Calc/Formula/Load"><prop oor:name="OOXMLRecalcMode" oor:op="fuse"><value>0</value></prop></item>
-</oor:items>
-)";
+  fs::path home = recalculating_home();
   int rc = 0;
   std::string log =
       run("HOME=" + home.string() +
@@ -290,6 +295,119 @@ TEST_F(FormatAndLinks, LibreOfficeReadsTheLinkedValuesAndKeepsBordersAndFilter) 
       "print(ws.auto_filter.ref, ws['A1'].border.left.style, ws['A1'].border.bottom.style)\" " +
       (lo / "list.xlsx").string() + " 2>&1");
   EXPECT_EQ(check, "A1:B3 thin medium\n") << log;
+}
+
+// A table with a totals row and formulas that name it, as a file brought it, then renamed
+// (table and a column) and recalculated by the engine: other readers must find the table
+// under its new names and compute the same values from the formulas as written.
+class TablesSaved : public OtherReaders {
+ protected:
+  // `stale`: the last entry (B3 = 6.5) is not calculated, so the cached results are wrong
+  // and a reader that shows the right ones computed them itself.
+  fs::path build_table(bool stale = false) {
+    const std::string ns =
+        R"(xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" xmlns:r="http://schemas.openxmlformats.org/officeDocument/2006/relationships")";
+    const std::string rel = "http://schemas.openxmlformats.org/officeDocument/2006/relationships/";
+    std::map<std::string, std::string> parts = {
+        {"[Content_Types].xml",
+         R"(<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types">)"
+         R"(<Default Extension="rels" ContentType="application/vnd.openxmlformats-package.relationships+xml"/>)"
+         R"(<Default Extension="xml" ContentType="application/xml"/>)"
+         R"(<Override PartName="/xl/workbook.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.sheet.main+xml"/>)"
+         R"(<Override PartName="/xl/worksheets/sheet1.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.worksheet+xml"/>)"
+         R"(<Override PartName="/xl/tables/table1.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.table+xml"/>)"
+         R"(</Types>)"},
+        {"_rels/.rels",
+         R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships"><Relationship Id="rId1" Type=")" +
+             rel + R"(officeDocument" Target="xl/workbook.xml"/></Relationships>)"},
+        {"xl/workbook.xml",
+         "<workbook " + ns +
+             R"(><sheets><sheet name="Data" sheetId="1" r:id="rId1"/></sheets></workbook>)"},
+        {"xl/_rels/workbook.xml.rels",
+         R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships"><Relationship Id="rId1" Type=")" +
+             rel + R"(worksheet" Target="worksheets/sheet1.xml"/></Relationships>)"},
+        {"xl/worksheets/sheet1.xml",
+         "<worksheet " + ns + "><sheetData>" +
+             R"(<row r="1"><c r="A1" t="inlineStr"><is><t>Item</t></is></c><c r="B1" t="inlineStr"><is><t>Amount</t></is></c><c r="C1" t="inlineStr"><is><t>Double</t></is></c><c r="E1"><f>SUM(Sales[Amount])</f></c></row>)"
+             R"(<row r="2"><c r="A2" t="inlineStr"><is><t>pen</t></is></c><c r="B2"><v>4</v></c><c r="C2"><f>Sales[[#This Row],[Amount]]*2</f></c><c r="E2"><f>Sales[[#Totals],[Amount]]/COUNT(Sales[Amount])</f></c></row>)"
+             R"(<row r="3"><c r="A3" t="inlineStr"><is><t>ink</t></is></c><c r="B3"><v>1</v></c><c r="C3"><f>Sales[[#This Row],[Amount]]*2</f></c></row>)"
+             R"(<row r="4"><c r="A4" t="inlineStr"><is><t>Total</t></is></c><c r="B4"><f>SUBTOTAL(109,Sales[Amount])</f></c></row>)"
+             R"(</sheetData><tableParts count="1"><tablePart r:id="rId1"/></tableParts></worksheet>)"},
+        {"xl/worksheets/_rels/sheet1.xml.rels",
+         R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships"><Relationship Id="rId1" Type=")" +
+             rel + R"(table" Target="../tables/table1.xml"/></Relationships>)"},
+        {"xl/tables/table1.xml",
+         R"(<table xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" id="1" name="Sales" displayName="Sales" ref="A1:C4" totalsRowCount="1">)"
+         R"(<autoFilter ref="A1:C3"/><tableColumns count="3"><tableColumn id="1" name="Item" totalsRowLabel="Total"/>)"
+         R"(<tableColumn id="2" name="Amount" totalsRowFunction="sum"/><tableColumn id="3" name="Double"><calculatedColumnFormula>Sales[[#This Row],[Amount]]*2</calculatedColumnFormula></tableColumn></tableColumns>)"
+         R"(<tableStyleInfo name="TableStyleMedium2" showFirstColumn="0" showLastColumn="0" showRowStripes="1" showColumnStripes="0"/></table>)"},
+    };
+    fs::path source = dir_ / "source.xlsx";
+    {
+      xlsx::ZipWriter w(source);
+      for (const auto& [name, content] : parts) w.add(name, content);
+      w.commit();
+    }
+    auto book = xlsx::load(source);
+    book->rename_table(u"Sales", u"Orders");
+    book->rename_table_column(u"Orders", 1, u"Net");
+    book->calculate(true);
+    book->auto_calc = !stale;
+    book->set_constant(*book->sheets[0], 2, 1, calc::Value::num(6.5));
+    book->commit();
+    fs::path out = dir_ / "table.xlsx";
+    xlsx::save(*book, out);
+    return out;
+  }
+};
+
+TEST_F(TablesSaved, OpenpyxlFindsTheRenamedTableItsTotalsRowAndTheValues) {
+  if (!have("/usr/bin/python3 -c 'import openpyxl'")) GTEST_SKIP() << "openpyxl is not installed";
+  fs::path file = build_table();
+  std::ofstream(dir_ / "read.py") << R"(
+import json, sys, openpyxl
+ws = openpyxl.load_workbook(sys.argv[1])["Data"]
+values = openpyxl.load_workbook(sys.argv[1], data_only=True)["Data"]
+t = ws.tables["Orders"]
+print(json.dumps({"ref": t.ref, "totals": t.totalsRowCount,
+                  "columns": [c.name for c in t.tableColumns],
+                  "formulas": [ws[a].value for a in ("C2", "B4", "E1", "E2")],
+                  "values": [values[a].value for a in ("C2", "C3", "B4", "E1", "E2")]}))
+)";
+  int rc = 0;
+  std::string text =
+      run("/usr/bin/python3 " + (dir_ / "read.py").string() + " " + file.string() + " 2>&1", &rc);
+  ASSERT_EQ(rc, 0) << text;
+  auto j = nlohmann::json::parse(text);
+  EXPECT_EQ(j["ref"], "A1:C4");
+  EXPECT_EQ(j["totals"], 1);
+  EXPECT_EQ(j["columns"], nlohmann::json::array({"Item", "Net", "Double"}));
+  EXPECT_EQ(j["formulas"], nlohmann::json::array({"=Orders[[#This Row],[Net]]*2",
+                                                  "=SUBTOTAL(109,Orders[Net])", "=SUM(Orders[Net])",
+                                                  "=Orders[[#Totals],[Net]]/COUNT(Orders[Net])"}));
+  EXPECT_EQ(j["values"], nlohmann::json::array({8, 13, 10.5, 10.5, 5.25}));
+}
+
+TEST_F(TablesSaved, LibreOfficeComputesTheStructuredReferencesAsTheEngineDid) {
+  if (!have("command -v soffice")) GTEST_SKIP() << "LibreOffice is not installed";
+  fs::path file = build_table(true);
+  fs::path home = recalculating_home();
+  int rc = 0;
+  std::string log =
+      run("HOME=" + home.string() +
+              " timeout 180 soffice --headless --norestore --convert-to csv --outdir " +
+              dir_.path().string() + " " + file.string() + " 2>&1",
+          &rc);
+  ASSERT_EQ(rc, 0) << log;
+  std::ifstream in(dir_ / "table.csv");
+  ASSERT_TRUE(in) << log;
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_GE(lines.size(), 4u) << log;
+  EXPECT_EQ(lines[0], "Item,Net,Double,,10.5");
+  EXPECT_EQ(lines[1], "pen,4,8,,5.25");
+  EXPECT_EQ(lines[2], "ink,6.5,13,,");
+  EXPECT_EQ(lines[3], "Total,10.5,,,");
 }
 
 }  // namespace

@@ -721,6 +721,132 @@ TEST_F(Workbooks, TablesAreReadFollowEditsAndWriteBack) {
   EXPECT_EQ(again->sheets[0]->tables[0].columns[2], u"Unit Price");
 }
 
+// A workbook whose first sheet holds formulas that spill, with the cell metadata part that
+// marks them (only their first cell carries cm="1"; the rest of a block is plain values).
+Parts spill_parts(const std::string& rows) {
+  const std::string metadata =
+      R"(<metadata xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" xmlns:xda="http://schemas.microsoft.com/office/spreadsheetml/2017/dynamicarray">)"
+      R"(<metadataTypes count="1"><metadataType name="XLDAPR" minSupportedVersion="120000" copy="1" pasteAll="1" pasteValues="1" merge="1" splitFirst="1" rowColShift="1" clearFormats="1" clearComments="1" assign="1" coerce="1" cellMeta="1"/></metadataTypes>)"
+      R"(<futureMetadata name="XLDAPR" count="1"><bk><extLst><ext uri="{bdbb8cdc-fa1e-496e-a857-3c3f30c029c3}"><xda:dynamicArrayProperties fDynamic="1" fCollapsed="0"/></ext></extLst></bk></futureMetadata>)"
+      R"(<cellMetadata count="1"><bk><rc t="1" v="0"/></bk></cellMetadata></metadata>)";
+  Parts p =
+      book_parts({{"xl/worksheets/sheet1.xml", sheet_xml(rows)}, {"xl/metadata.xml", metadata}});
+  std::string& rels = p["xl/_rels/workbook.xml.rels"];
+  rels.insert(
+      rels.find("</Relationships>"),
+      R"(<Relationship Id="rId9" Type="http://schemas.microsoft.com/office/2017/06/relationships/sheetMetadata" Target="metadata.xml"/>)");
+  std::string& types = p["[Content_Types].xml"];
+  types.insert(
+      types.find("</Types>"),
+      R"(<Override PartName="/xl/metadata.xml" ContentType="application/vnd.openxmlformats-officedocument.spreadsheetml.sheetMetadata+xml"/>)");
+  return p;
+}
+
+TEST_F(Workbooks, SpilledFormulasFillTheBlockTheirResultNeedsAndKeepTheirMetadata) {
+  // A1:A4 holds 3, 1, 3, 2: four values, three of them distinct. The file's UNIQUE spilled
+  // over two cells when it was saved (before A4 became 2); SUM reads the spilled block
+  // through its anchor.
+  auto b = load(spill_parts(
+      R"(<row r="1"><c r="A1"><v>3</v></c><c r="C1" cm="1"><f t="array" ref="C1:C2">_xlfn.UNIQUE(A1:A4)</f><v>3</v></c><c r="E1"><f>SUM(_xlfn.ANCHORARRAY(C1))</f><v>4</v></c></row>)"
+      R"(<row r="2"><c r="A2"><v>1</v></c><c r="C2"><v>1</v></c></row>)"
+      R"(<row r="3"><c r="A3"><v>3</v></c></row>)"
+      R"(<row r="4"><c r="A4"><v>2</v></c></row>)"
+      R"(<row r="5"><c r="C5"><f>_xlfn._xlws.SORT(A1:A4,1,-1)</f><v>3</v></c></row>)"));
+  Sheet& s = sheet(*b, 0);
+  b->calculate(true);
+  EXPECT_EQ(b->value(s, 2, 2), calc::Value::num(2)) << "the block grew to the third value";
+  EXPECT_EQ(b->value(s, 0, 4), calc::Value::num(6)) << "the anchor stands for the whole block";
+  EXPECT_EQ(b->value(s, 4, 2), calc::Value::num(3)) << "a plain formula shows the first value";
+
+  fs::path out = save(*b);
+  std::string xml = part(out, "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml,
+              HasSubstr(R"(<c r="C1" cm="1"><f t="array" ref="C1:C3">_xlfn.UNIQUE(A1:A4)</f>)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<c r="C3"><v>2</v></c>)"));
+  EXPECT_THAT(part(out, "xl/metadata.xml"), HasSubstr("dynamicArrayProperties fDynamic=\"1\""));
+  EXPECT_THAT(part(out, "[Content_Types].xml"), HasSubstr("/xl/metadata.xml"));
+
+  // Loaded again, the blocks are where they were saved.
+  auto again = xlsx::load(out);
+  Sheet& t = sheet(*again, 0);
+  again->calculate(true);
+  EXPECT_EQ(again->value(t, 2, 2), calc::Value::num(2));
+  EXPECT_EQ(again->value(t, 0, 4), calc::Value::num(6));
+}
+
+TEST_F(Workbooks, ABlockedSpillShowsSpillAndAShrunkResultLeavesItsOldCellsEmpty) {
+  auto b = load(spill_parts(
+      R"(<row r="1"><c r="A1"><v>5</v></c><c r="C1" cm="1"><f t="array" ref="C1:C3">_xlfn._xlws.FILTER(A1:A3,A1:A3&gt;1)</f><v>5</v></c><c r="E1" cm="1"><f t="array" ref="E1:E2">_xlfn.SEQUENCE(A1)</f><v>1</v></c></row>)"
+      R"(<row r="2"><c r="A2"><v>0</v></c><c r="C2"><v>7</v></c><c r="E2"><v>2</v></c></row>)"
+      R"(<row r="3"><c r="A3"><v>7</v></c><c r="C3"><v>0</v></c></row><row r="4"><c r="E4"><v>1</v></c></row>)"));
+  Sheet& s = sheet(*b, 0);
+  b->calculate(true);
+  EXPECT_EQ(b->value(s, 1, 2), calc::Value::num(7));
+  EXPECT_EQ(b->value(s, 2, 2), calc::Value::empty()) << "FILTER now keeps two values";
+  EXPECT_EQ(b->value(s, 0, 4), calc::Value::error(2045)) << "E4 stands in SEQUENCE's way";
+  EXPECT_EQ(b->value(s, 1, 4), calc::Value::empty());
+  fs::path out = save(*b);
+  std::string xml = part(out, "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml, HasSubstr(R"(<f t="array" ref="C1:C2">)"));
+  EXPECT_THAT(xml, HasSubstr(R"(<f t="array" ref="E1">)"));
+}
+
+TEST_F(Workbooks, RenamedTablesAndColumnsCarryTheirFormulasAlongDeletedColumnsBreakThem) {
+  Parts p = book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        sheet_xml(
+            R"(<row r="1"><c r="A1" t="inlineStr"><is><t>Item</t></is></c><c r="B1" t="inlineStr"><is><t>Unit Price</t></is></c><c r="C1" t="inlineStr"><is><t>Twice</t></is></c></row>)"
+            R"(<row r="2"><c r="A2"><v>2</v></c><c r="B2"><v>10</v></c><c r="C2"><f>Sales[[#This Row],[Unit Price]]*2</f></c></row>)"
+            R"(<row r="3"><c r="A3"><v>3</v></c><c r="B3"><v>20</v></c><c r="D3"><f>SUM(Sales[Unit Price])+ROWS(sales)</f></c></row>)",
+            R"(<tableParts count="1"><tablePart r:id="rId7"/></tableParts>)")},
+       {"xl/worksheets/_rels/sheet1.xml.rels",
+        R"(<Relationships xmlns="http://schemas.openxmlformats.org/package/2006/relationships">)"
+        R"(<Relationship Id="rId7" Type="http://schemas.openxmlformats.org/officeDocument/2006/relationships/table" Target="../tables/table1.xml"/></Relationships>)"},
+       {"xl/tables/table1.xml",
+        R"(<table xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main" id="1" name="Sales" displayName="Sales" ref="A1:C3">)"
+        R"(<autoFilter ref="A1:C3"/><tableColumns count="3"><tableColumn id="1" name="Item"/><tableColumn id="4" name="Unit Price" totalsRowFunction="sum"/><tableColumn id="5" name="Twice"/></tableColumns></table>)"}});
+  auto b = load(p);
+  Sheet& s = sheet(*b, 0);
+  Sheet& other = sheet(*b, 1);
+  b->define_name(u"Top", calc::kNoSheet, u"MAX(Sales[Unit Price])", false);
+  b->set_formula(other, 0, 0, u"SUM(Sales[Item])*Top", calc::Notation::A1);
+  b->set_formula(s, 1, 2, u"[@[Unit Price]]*[@Item]", calc::Notation::A1);
+  auto text = [&](Sheet& on, int32_t row, int32_t col) {
+    return to_utf8(b->formula_text(on, row, col, calc::Notation::A1));
+  };
+
+  EXPECT_THROW(b->rename_table(u"Sales", u"Rate"), Error) << "a defined name has it";
+  EXPECT_THROW(b->rename_table(u"Sales", u"B2"), Error);
+  EXPECT_THROW(b->rename_table_column(u"Sales", 1, u"item"), Error);
+  EXPECT_THROW(b->rename_table_column(u"Sales", 3, u"Extra"), Error);
+  b->rename_table(u"sales", u"Orders");
+  b->rename_table_column(u"Orders", 1, u"Price");
+  b->calculate(true);
+  EXPECT_EQ(text(s, 2, 3), "=SUM(Orders[Price])+ROWS(Orders)");
+  EXPECT_EQ(text(s, 1, 2), "=[@Price]*[@Item]") << "no table named, none added";
+  EXPECT_EQ(text(other, 0, 0), "=SUM(Orders[Item])*Top");
+  EXPECT_EQ(to_utf8(b->names()[*b->find_name(u"Top", calc::kNoSheet)].formula),
+            "MAX(Orders[Price])");
+  EXPECT_EQ(b->value(s, 0, 1), calc::Value::str(u"Price")) << "the header says it too";
+  EXPECT_EQ(b->value(s, 2, 3), calc::Value::num(32));
+  EXPECT_EQ(b->value(other, 0, 0), calc::Value::num(100));
+
+  fs::path out = save(*b);
+  std::string table = part(out, "xl/tables/table1.xml");
+  EXPECT_THAT(table, HasSubstr(R"(name="Orders" displayName="Orders")"));
+  EXPECT_THAT(table, HasSubstr(R"(<tableColumn id="4" name="Price" totalsRowFunction="sum"/>)"));
+  EXPECT_THAT(part(out, "xl/workbook.xml"), HasSubstr(">MAX(Orders[Price])<"));
+
+  // Deleting the sheet's first column takes the table's Item column; what named it is #REF!.
+  b->shift(s, false, 0, -1);
+  b->calculate(true);
+  EXPECT_EQ(text(s, 1, 1), "=[@Price]*#REF!");
+  EXPECT_EQ(text(other, 0, 0), "=SUM(#REF!)*Top");
+  EXPECT_EQ(text(s, 2, 2), "=SUM(Orders[Price])+ROWS(Orders)");
+  EXPECT_EQ(b->value(other, 0, 0), calc::Value::error(cell_error::ref));
+  EXPECT_EQ(b->value(s, 2, 2), calc::Value::num(32));
+}
+
 TEST_F(Workbooks, ANewWorkbookSavesAsACompletePackage) {
   Book b(u"Book1");
   Sheet& s = b.add_sheet(u"Data");
