@@ -99,8 +99,10 @@ String render(const Formula& f, Notation notation, CellRef origin, SheetId home,
               const SheetResolver& sheets);
 /// Spells a structured reference as it is to be written (see `render_structured`).
 using StructuredSpelling = std::function<String(StringView)>;
-/// Renders in A1 notation with each structured reference spelled by `structured`: files
-/// hold them qualified by their table, where a formula typed in a table may leave it out.
+/// Renders in A1 notation as files hold formulas: each structured reference spelled by
+/// `structured` (qualified by its table, where a formula typed in a table may leave it out),
+/// newer functions with their prefixes, "@x" as _xlfn.SINGLE(x) and "A1#" as
+/// _xlfn.ANCHORARRAY(A1).
 String render(const Formula& f, CellRef origin, SheetId home, const SheetResolver& sheets,
               const StructuredSpelling& structured);
 

@@ -133,7 +133,8 @@ class Renderer {
       case NodeKind::Missing:
         break;
       case NodeKind::Func: {
-        out += f_.text(n.str);
+        // Files carry the prefixes of newer functions, however the formula was typed.
+        out += structured_ ? function_file_name(f_.text(n.str)) : f_.text(n.str);
         out += u'(';
         for (int k = 0; k < n.nargs; ++k) {
           out += args[k];

@@ -66,6 +66,12 @@ TEST(Rendering, NormalisesCaseAndKeepsWhatWasTyped) {
   EXPECT_EQ(round(book, u"MyMacro(1)+_xlfn.xlookup(1,A:A,B:B)"),
             "MyMacro(1)+_xlfn.XLOOKUP(1,A:A,B:B)");
   EXPECT_EQ(round(book, u"_xlfn._xlws.SORT(A1:A3)"), "_xlfn._xlws.SORT(A1:A3)");
+  // Files spell newer functions with their prefixes, and "@" and "#" as functions.
+  auto f = parse(u"filter(A1:A3,A1:A3>1)+@B1:B3+SUM(C1#)+XLOOKUP(1,A:A,B:B)+ABS(1)", Notation::A1,
+                 CellRef{}, 0, book);
+  EXPECT_EQ(to_utf8(render(*f, CellRef{}, 0, book, [](StringView s) { return String(s); })),
+            "_xlfn._xlws.FILTER(A1:A3,A1:A3>1)+_xlfn.SINGLE(B1:B3)+SUM(_xlfn.ANCHORARRAY(C1))+"
+            "_xlfn.XLOOKUP(1,A:A,B:B)+ABS(1)");
 }
 
 TEST(Rendering, BlanksBetweenReferencesIntersect) {
