@@ -5,6 +5,7 @@
 
 #include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
+#include "host/cell_scan.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine::detail {
@@ -95,7 +96,7 @@ class EAreas final : public host::Areas {
   RangeMode mode_;
 };
 
-class ERange final : public host::Range {
+class ERange final : public host::Range, public host::CellScan {
  public:
   ERange(std::shared_ptr<AppState> app, BookPtr book, std::shared_ptr<Sheet> sheet,
          std::vector<Rect> areas, RangeMode mode)
@@ -328,6 +329,55 @@ class ERange final : public host::Range {
 
   host::AreasPtr areas() override {
     return std::make_shared<EAreas>(app_, book_, sheet_, areas_, mode_);
+  }
+
+  // A colouring run reads a few facts of every filled cell and sets one colour each: here
+  // without making a Range, a Font and a Hyperlinks object per cell.
+  bool scan(const std::function<bool(int32_t, int32_t, const Variant&)>& visit) override {
+    if (mode_ != RangeMode::Cells) return false;
+    Sheet& s = sh();
+    for (const Rect& a : areas_) {
+      bool go_on = true;
+      s.cells.for_each(a, [&](int32_t r, int32_t c, const Cell&) {
+        const Variant v = book_->value_variant(s, r, c);
+        if (!v.is_empty()) go_on = visit(r + 1, c + 1, v);
+        return go_on;
+      });
+      if (!go_on) break;
+    }
+    return true;
+  }
+  std::optional<String> formula(int32_t row, int32_t column) override {
+    Sheet& s = sh();
+    const Cell* c = s.cells.find(row - 1, column - 1);
+    if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
+    return book_->formula_text(s, row - 1, column - 1, calc::Notation::A1);
+  }
+  String prefix_character(int32_t row, int32_t column) override {
+    return book_->styles.xf(sh().style_at(row - 1, column - 1)).quote_prefix ? u"'" : u"";
+  }
+  String text(int32_t row, int32_t column) override {
+    return book_->text(sh(), row - 1, column - 1);
+  }
+  int32_t hyperlinks(int32_t row, int32_t column) override {
+    if (sh().hyperlinks.empty()) return 0;
+    return make_hyperlinks(app_, book_, sheet_, std::vector<Rect>{one(row, column)})->count();
+  }
+  bool line_hidden(int32_t row, int32_t column) override {
+    const Sheet& s = sh();
+    const auto r = s.rows.find(row - 1);
+    if (r != s.rows.end() && r->second.hidden) return true;
+    const auto c = s.cols.find(column - 1);
+    return c != s.cols.end() && c->second.hidden;
+  }
+  Variant font_color(int32_t row, int32_t column) override {
+    return make_font(app_, book_, sheet_, {one(row, column)})->color();
+  }
+  void set_font_color(int32_t row, int32_t column, int32_t colour) override {
+    make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
+  }
+  static Rect one(int32_t row, int32_t column) {
+    return Rect{row - 1, column - 1, row - 1, column - 1};
   }
 
   RangePtr range(const Variant& cell1, const Variant& cell2) override {

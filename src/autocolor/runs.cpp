@@ -109,6 +109,18 @@ void iAutoColor::AutoColorRange(const host::RangePtr& vRange, const String& vNam
         value_or(host::WorkbookPtr(), [&] { return require(range)->worksheet()->parent(); }));
 
   int64_t counted = 0;
+  auto progress_at = [&](int64_t at) {
+    if (at / 100 == counted / 100) return;
+    counted = at;
+    show(value_or(int32_t{0}, [&] {
+      return to_long(Variant(static_cast<double>(counted) / static_cast<double>(total) * 100));
+    }));
+  };
+  if (!do_names && color_scanned(range, knobs, progress_at)) {
+    step([] { xl().set_screen_updating(true); });
+    step([] { require(frame::session().LibUndoRedo)->SetGenericUndo(); });
+    return;
+  }
   step([&] {
     require(range)->for_each_cell([&](const host::RangePtr& cell) {
       ++counted;
