@@ -21,6 +21,8 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
   if (frame::session().Products && frame::session().Products->contains(autocolor::kVetoProduct))
     return false;
   int32_t top = 1, left = 1, width = 1;
+  // Positions for the progress display are counted in one block of cells.
+  if (value_or(0, [&] { return range->areas()->count(); }) != 1) return false;
   if (!step([&] {
         top = range->row();
         left = range->column();
