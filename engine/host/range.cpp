@@ -338,9 +338,13 @@ class ERange final : public host::Range, public host::CellScan {
     Sheet& s = sh();
     for (const Rect& a : areas_) {
       bool go_on = true;
-      s.cells.for_each(a, [&](int32_t r, int32_t c, const Cell&) {
+      s.cells.for_each(a, [&](int32_t r, int32_t c, const Cell& cell) {
         const Variant v = book_->value_variant(s, r, c);
-        if (!v.is_empty()) go_on = visit(r + 1, c + 1, v);
+        if (v.is_empty()) return true;
+        // The visitor asks about this cell several times; nothing changes while it does.
+        visiting_ = {r + 1, c + 1, &cell};
+        go_on = visit(r + 1, c + 1, v);
+        visiting_ = {};
         return go_on;
       });
       if (!go_on) break;
@@ -348,16 +352,23 @@ class ERange final : public host::Range, public host::CellScan {
     return true;
   }
   std::optional<String> formula(int32_t row, int32_t column) override {
-    Sheet& s = sh();
-    const Cell* c = s.cells.find(row - 1, column - 1);
+    const Cell* c = cell_at(row, column);
     if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
-    return book_->formula_text(s, row - 1, column - 1, calc::Notation::A1);
+    return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
   }
   String prefix_character(int32_t row, int32_t column) override {
-    return book_->styles.xf(sh().style_at(row - 1, column - 1)).quote_prefix ? u"'" : u"";
+    const Cell* c = cell_at(row, column);
+    const uint32_t xf = c ? c->style() : sh().style_at(row - 1, column - 1);
+    return book_->styles.xf(xf).quote_prefix ? u"'" : u"";
   }
-  String text(int32_t row, int32_t column) override {
-    return book_->text(sh(), row - 1, column - 1);
+  bool shows_colon(int32_t row, int32_t column) override {
+    // A number in General shows digits, signs, marks and an exponent only: most numbers of a
+    // model need no text made to tell.
+    const Cell* c = cell_at(row, column);
+    if (c && c->kind() == CellKind::Number && book_->styles.xf(c->style()).numfmt == 0 &&
+        !book_->styles.numfmts.count(0))
+      return false;
+    return book_->text(sh(), row - 1, column - 1).find(u':') != String::npos;
   }
   int32_t hyperlinks(int32_t row, int32_t column) override {
     if (sh().hyperlinks.empty()) return 0;
@@ -375,6 +386,10 @@ class ERange final : public host::Range, public host::CellScan {
   }
   void set_font_color(int32_t row, int32_t column, int32_t colour) override {
     make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
+  }
+  const Cell* cell_at(int32_t row, int32_t column) {
+    if (visiting_.cell && visiting_.row == row && visiting_.column == column) return visiting_.cell;
+    return sh().cells.find(row - 1, column - 1);
   }
   static Rect one(int32_t row, int32_t column) {
     return Rect{row - 1, column - 1, row - 1, column - 1};
@@ -807,6 +822,11 @@ class ERange final : public host::Range, public host::CellScan {
   std::shared_ptr<Sheet> sheet_;
   std::vector<Rect> areas_;
   RangeMode mode_;
+  // The cell a scan's visitor is being told about (1-based), while it is.
+  struct {
+    int32_t row = 0, column = 0;
+    const Cell* cell = nullptr;
+  } visiting_;
 };
 
 }  // namespace

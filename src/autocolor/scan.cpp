@@ -56,9 +56,8 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
         if (value.is_string()) {
           if (!knobs.text()) skipped = autocolor::Outcome::SkippedText;
         } else if (!value.is_bool() && !value.is_error() && !knobs.dates()) {
-          const bool dated = is_date(value) || value_or(false, [&] {
-                               return instr(1, scan->text(row, column), u":") > 0;
-                             });
+          const bool dated =
+              is_date(value) || value_or(false, [&] { return scan->shows_colon(row, column); });
           if (dated) skipped = autocolor::Outcome::SkippedDate;
         }
       }

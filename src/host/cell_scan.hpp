@@ -29,8 +29,8 @@ class CellScan {
   virtual std::optional<String> formula(int32_t row, int32_t column) = 0;
   /// `PrefixCharacter`.
   virtual String prefix_character(int32_t row, int32_t column) = 0;
-  /// `Text`: the value as it is shown.
-  virtual String text(int32_t row, int32_t column) = 0;
+  /// Whether `Text`, the value as it is shown, holds a colon (as times do).
+  virtual bool shows_colon(int32_t row, int32_t column) = 0;
   /// `Hyperlinks.Count`.
   virtual int32_t hyperlinks(int32_t row, int32_t column) = 0;
   /// Whether the cell's row or column is hidden.
