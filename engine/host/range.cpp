@@ -381,11 +381,25 @@ class ERange final : public host::Range, public host::CellScan {
     const auto c = s.cols.find(column - 1);
     return c != s.cols.end() && c->second.hidden;
   }
+  // A cell without runs of its own shows its format's font: that font answers directly, as
+  // the one-cell Font does; a rich text goes through the Font.
+  bool plain(const Cell* c) const {
+    return !c || c->kind() != CellKind::Text || book_->strings.runs(c->index).empty();
+  }
   Variant font_color(int32_t row, int32_t column) override {
-    return make_font(app_, book_, sheet_, {one(row, column)})->color();
+    const Cell* c = cell_at(row, column);
+    if (!plain(c)) return make_font(app_, book_, sheet_, {one(row, column)})->color();
+    const uint32_t xf = c ? c->style() : sh().style_at(row - 1, column - 1);
+    return Variant(book_->rgb(book_->styles.font(book_->styles.xf(xf).font).color, 0));
   }
   void set_font_color(int32_t row, int32_t column, int32_t colour) override {
-    make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
+    Sheet& s = live(sheet_);
+    if (!plain(s.cells.find(row - 1, column - 1))) {
+      make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
+      return;
+    }
+    book_->recolor_cell(s, row - 1, column - 1, Color::rgb(colour));
+    book_->commit();
   }
   const Cell* cell_at(int32_t row, int32_t column) {
     if (visiting_.cell && visiting_.row == row && visiting_.column == column) return visiting_.cell;
