@@ -2,6 +2,7 @@
 // font.cpp).
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
@@ -372,12 +373,23 @@ class ERange final : public host::Range, public host::CellScan {
     return book_->styles.xf(xf).quote_prefix ? u"'" : u"";
   }
   bool shows_colon(int32_t row, int32_t column) override {
-    // A number in General shows digits, signs, marks and an exponent only: most numbers of a
+    // A number shows a colon only from its format: a time, or a colon the code writes out.
+    // Other codes show digits, signs, marks and the code's own text, so most numbers of a
     // model need no text made to tell.
     const Cell* c = cell_at(row, column);
-    if (c && c->kind() == CellKind::Number && book_->styles.xf(c->style()).numfmt == 0 &&
-        !book_->styles.numfmts.count(0))
-      return false;
+    if (c && c->kind() == CellKind::Number) {
+      const uint32_t id = book_->styles.xf(c->style()).numfmt;
+      auto known = colon_free_.find(id);
+      if (known == colon_free_.end()) {
+        bool free = id == 0 && !book_->styles.numfmts.count(0);
+        if (!free) {
+          const String code = book_->styles.numfmt_code(id);
+          free = code.find(u':') == String::npos && !numfmt::is_date_format(code);
+        }
+        known = colon_free_.emplace(id, free).first;
+      }
+      if (known->second) return false;
+    }
     return book_->text(sh(), row - 1, column - 1).find(u':') != String::npos;
   }
   int32_t hyperlinks(int32_t row, int32_t column) override {
@@ -846,6 +858,8 @@ class ERange final : public host::Range, public host::CellScan {
   std::shared_ptr<Sheet> sheet_;
   std::vector<Rect> areas_;
   RangeMode mode_;
+  // Number formats whose numbers cannot show a colon, and those that may, as asked.
+  std::map<uint32_t, bool> colon_free_;
   // The cell a scan's visitor is being told about (1-based), while it is.
   struct {
     int32_t row = 0, column = 0;
