@@ -7,6 +7,7 @@
 #include <map>
 #include <sstream>
 
+#include "host/intercept.hpp"
 #include "undo/client.hpp"
 #include "vblib/vblib.hpp"
 
@@ -110,6 +111,17 @@ TEST_F(AutoColor, TheEntryIsTakenBackOutWhileRecalculationWaits) {
   user.ctrl_enter(u"4");
   EXPECT_EQ(watched->modes, std::vector<int32_t>(2, -4135));
   EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+}
+
+// Colouring goes cell by cell up to the selection's count: when the application will not
+// say how many cells there are, none is coloured, not just the first.
+TEST_F(AutoColor, CtrlEnterColoursNothingWhenTheSelectionsSizeCannotBeRead) {
+  lib->InitXL(host::intercept(app, [](const host::HostCall& call) {
+    if (call.member == u"Range.Count") throw Error(err::host_failure, "refused");
+  }));
+  user.select(u"D1:D2");
+  user.ctrl_enter(u"4");
+  EXPECT_EQ(colour("D1") + colour("D2"), 0);
 }
 
 TEST_F(AutoColor, CtrlEnterFlagsAreBothKeptUntilTheNextRun) {
