@@ -33,12 +33,14 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   r("B2")->set_number_format(u"0.0");
   r("B2")->font()->set_bold(Variant(true));
   r("B2")->font()->set_color(Variant(kRed));
+  r("B2")->font()->set_superscript(Variant(true));
 
   user.type(u"B2", u"=100+20");
   EXPECT_EQ(formula("B2"), u"=100+20");
   EXPECT_EQ(colour("B2"), kBlue);
   EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
   EXPECT_EQ(r("B2")->font()->bold(), Variant(true));
+  EXPECT_EQ(r("B2")->font()->superscript(), Variant(true));
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
   EXPECT_EQ(redo_caption(), "Can't &Redo");
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
