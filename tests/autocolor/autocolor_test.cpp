@@ -35,12 +35,14 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   r("B2")->set_number_format(u"0.0");
   r("B2")->font()->set_bold(Variant(true));
   r("B2")->font()->set_color(Variant(kRed));
+  r("B2")->font()->set_superscript(Variant(true));
 
   user.type(u"B2", u"=100+20");
   EXPECT_EQ(formula("B2"), u"=100+20");
   EXPECT_EQ(colour("B2"), kBlue);
   EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
   EXPECT_EQ(r("B2")->font()->bold(), Variant(true));
+  EXPECT_EQ(r("B2")->font()->superscript(), Variant(true));
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
   EXPECT_EQ(redo_caption(), "Can't &Redo");
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
@@ -113,6 +115,17 @@ TEST_F(AutoColor, TheEntryIsTakenBackOutWhileRecalculationWaits) {
   user.ctrl_enter(u"4");
   EXPECT_EQ(watched->modes, std::vector<int32_t>(2, -4135));
   EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+}
+
+// Colouring goes cell by cell up to the selection's count: when the application will not
+// say how many cells there are, none is coloured, not just the first.
+TEST_F(AutoColor, CtrlEnterColoursNothingWhenTheSelectionsSizeCannotBeRead) {
+  lib->InitXL(host::intercept(app, [](const host::HostCall& call) {
+    if (call.member == u"Range.Count") throw Error(err::host_failure, "refused");
+  }));
+  user.select(u"D1:D2");
+  user.ctrl_enter(u"4");
+  EXPECT_EQ(colour("D1") + colour("D2"), 0);
 }
 
 TEST_F(AutoColor, CtrlEnterFlagsAreBothKeptUntilTheNextRun) {
