@@ -142,6 +142,20 @@ class Tally final : public qz::autocolor::Observer {
     }
     if (before != *colour) ++changed[i];
   }
+  bool needs_cells() const override { return false; }
+  void decided_colour(const qz::Variant& colour_before, Outcome outcome,
+                      std::optional<int32_t> colour) override {
+    const auto i = static_cast<size_t>(outcome);
+    ++cells[i];
+    ++total;
+    if (!colour) return;
+    int32_t before = -1;
+    try {
+      before = qz::to_long(colour_before);
+    } catch (const std::exception&) {
+    }
+    if (before != *colour) ++changed[i];
+  }
   std::array<int64_t, qz::autocolor::kOutcomes> cells{}, changed{};
   int64_t total = 0;
 };

@@ -3,8 +3,9 @@
 should break.
 
 Each fault is one small change on one line: a comparison flipped (== and !=, < and >=, ...),
-&& and || swapped, true and false swapped, a "!" dropped, a whole-number constant changed, a
-string changed, or a statement dropped. A fault under which the component's tests still pass
+&& and || swapped, true and false swapped, a "!" dropped, a whole-number constant one up or one
+down, a + or - before a number flipped, an early `return;` or `continue;` taken away, two plain
+arguments of a call swapped, a string changed, or a statement dropped. A fault under which the component's tests still pass
 has survived: it marks a behaviour no test would notice breaking.
 
 The run is bounded for a small, shared machine:
@@ -12,8 +13,8 @@ The run is bounded for a small, shared machine:
     the same faults again;
   - the faults are planted in a copy of the sources under build/mutants/tree, never in the
     worktree, and built there with ccache;
-  - per fault only the component's test program is rebuilt (one object and a link) and only it
-    runs, under a time limit (--timeout); a fault that does not compile is set aside.
+  - per fault only the component's test programs are rebuilt (one object and a link each) and
+    only they run, under a time limit (--timeout); a fault that does not compile is set aside.
 
   python3 tools/mutate.py                      # every file of src/, 6 faults each
   python3 tools/mutate.py src/range src/formula/rewrite.cpp --per-file 12
@@ -46,7 +47,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 
-# The test program that covers each source directory (the longest matching prefix wins).
+# The test programs that cover each source directory (the longest matching prefix wins): the
+# component's own, and for a few the one that drives it from outside (the session is loaded and
+# released through the factory).
 TESTS = {
     "src/range": "tests/range/qzxl_range_tests",
     "src/formula": "tests/formula/qzxl_formula_tests",
@@ -56,9 +59,9 @@ TESTS = {
     "src/menu": "tests/menu/qzxl_menu_tests",
     "src/chart": "tests/chart/qzxl_chart_tests",
     "src/control": "tests/control/qzxl_control_tests",
-    "src/frame": "tests/frame/qzxl_frame_tests",
+    "src/frame": ("tests/frame/qzxl_frame_tests", "tests/factory/qzxl_factory_tests"),
     "src/vblib": "tests/vblib/qzxl_vblib_tests",
-    "src/host": "tests/com/qzxl_host_dispatch_tests",
+    "src/host": ("tests/com/qzxl_host_dispatch_tests", "tests/host/qzxl_intercept_tests"),
     "src/host/intercept.cpp": "tests/host/qzxl_intercept_tests",
     "src/vocab": "tests/vocab/qzxl_vocab_tests",
     "src/factory": "tests/factory/qzxl_factory_tests",
@@ -66,13 +69,16 @@ TESTS = {
 
 
 def test_for(rel):
+    """The test programs of a source file, as a tuple, or None."""
     best = None
     for prefix, program in TESTS.items():
         if (rel == prefix or rel.startswith(prefix + "/")) and (
             best is None or len(prefix) > len(best[0])
         ):
             best = (prefix, program)
-    return best[1] if best else None
+    if best is None:
+        return None
+    return best[1] if isinstance(best[1], tuple) else (best[1],)
 
 
 # --- Finding the places a fault can go ---------------------------------------------------------
@@ -106,6 +112,17 @@ OPERATORS = [
     ("bool", re.compile(r"\b(true|false)\b"), lambda m: "false" if m.group(1) == "true" else "true"),
     ("not", re.compile(r"(?<![\w)\]!])!(?=[\w(])"), lambda m: ""),
     ("num", re.compile(r"(?<![\w.'])(\d+)(?![\w.'])"), lambda m: str(int(m.group(1)) + 1)),
+    # Off by one the other way too (a 1 that should be 0 is as likely as one that should be 2).
+    ("num-", re.compile(r"(?<![\w.'])(\d+)(?![\w.'])"),
+     lambda m: str(int(m.group(1)) - 1) if int(m.group(1)) > 0 else None),
+    # Arithmetic on a constant: a + that should be a - and back. Only before a number, where
+    # the flip always compiles (strings are joined with + too).
+    ("arith", re.compile(r"(?<=\s)([+-])(?=\s+\d)"), lambda m: "-" if m.group(1) == "+" else "+"),
+    # An early way out of a function or a loop's round taken away.
+    ("exit", re.compile(r"\b(return|continue);"), lambda m: ";"),
+    # Two plain arguments of a call in the wrong order (a row for a column, a name for a value).
+    ("swap", re.compile(r"(?<=\w\()([\w.:'-]+), ([\w.:'-]+)(?=\))"),
+     lambda m: f"{m.group(2)}, {m.group(1)}" if m.group(1) != m.group(2) else None),
 ]
 # A statement on one line that is a call or an assignment (never a declaration: it does not
 # begin with a type followed by a name).
@@ -147,7 +164,10 @@ def faults_in(lines):
             else:
                 for kind, pattern, replace in OPERATORS:
                     for m in pattern.finditer(text):
-                        new = text[: m.start()] + replace(m) + text[m.end() :]
+                        replacement = replace(m)
+                        if replacement is None:
+                            continue
+                        new = text[: m.start()] + replacement + text[m.end() :]
                         out.append((i, kind, line[:offset] + new + line[offset + len(text) :]))
             offset += len(text)
         code = "".join(t for t, _ in parts).rstrip()
@@ -161,8 +181,11 @@ def faults_in(lines):
     return out
 
 
-def sample(rel, lines, per_file, seed):
-    found = faults_in(lines)
+KINDS = ["cmp", "logic", "bool", "not", "num", "num-", "arith", "exit", "swap", "str", "drop"]
+
+
+def sample(rel, lines, per_file, seed, kinds=None):
+    found = [f for f in faults_in(lines) if kinds is None or f[1] in kinds]
     rng = random.Random(f"{seed}:{rel}")
     chosen = rng.sample(found, min(per_file, len(found)))
     return sorted(chosen, key=lambda f: (f[0], f[1]))
@@ -221,15 +244,21 @@ def configure(tree, build, jobs):
     return env
 
 
-def build(build_dir, program, jobs, env):
-    target = Path(program).name
-    return run(["cmake", "--build", str(build_dir), "--target", target, "-j", str(jobs)],
+def build(build_dir, programs, jobs, env):
+    targets = [Path(p).name for p in programs]
+    return run(["cmake", "--build", str(build_dir), "--target", *targets, "-j", str(jobs)],
                cwd=build_dir, env=env)
 
 
-def run_tests(tree, build_dir, program, timeout):
-    code, log = run([str(build_dir / program), "--gtest_brief=1"], cwd=tree, timeout=timeout)
-    return code, log
+def run_tests(tree, build_dir, programs, timeout):
+    """Runs the programs in turn, stopping at the first that fails."""
+    log = ""
+    for program in programs:
+        code, out = run([str(build_dir / program), "--gtest_brief=1"], cwd=tree, timeout=timeout)
+        log += out
+        if code != 0:
+            return code, log
+    return 0, log
 
 
 # --- The run -----------------------------------------------------------------------------------
@@ -244,6 +273,9 @@ def main():
     ap.add_argument("--timeout", type=int, default=120, help="seconds a test program may run")
     ap.add_argument("--minutes", type=float, default=0,
                     help="plant no new fault after this many minutes (0: no limit)")
+    ap.add_argument("--kinds", default=",".join(KINDS),
+                    help="the kinds of fault to sample from, comma-separated (default: all: "
+                    + ",".join(KINDS) + "); the same kinds and seed give the same sample")
     ap.add_argument("--list", action="store_true", help="list the sampled faults and stop")
     ap.add_argument("--in-place", action="store_true",
                     help="plant in the worktree and build in build/release")
@@ -251,6 +283,9 @@ def main():
     # A stopped run still takes its fault out (the `finally` below).
     signal.signal(signal.SIGTERM, lambda *_: sys.exit("stopped"))
 
+    kinds = set(args.kinds.split(","))
+    if not kinds <= set(KINDS):
+        sys.exit(f"unknown kinds: {','.join(sorted(kinds - set(KINDS)))}")
     files = []
     for p in args.paths:
         path = (ROOT / p).resolve()
@@ -264,7 +299,7 @@ def main():
             print(f"no tests known for {rel}; left out", file=sys.stderr)
             continue
         lines = f.read_text().splitlines(keepends=True)
-        for i, kind, new in sample(rel, lines, args.per_file, args.seed):
+        for i, kind, new in sample(rel, lines, args.per_file, args.seed, kinds):
             plan.append((rel, program, i, kind, lines[i], new))
     # In a mixed order, so that a run cut short by --minutes still samples every folder.
     random.Random(args.seed).shuffle(plan)

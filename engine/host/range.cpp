@@ -2,9 +2,11 @@
 // font.cpp).
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
+#include "host/cell_scan.hpp"
 #include "qzxl/convert.hpp"
 
 namespace qz::engine::detail {
@@ -95,7 +97,7 @@ class EAreas final : public host::Areas {
   RangeMode mode_;
 };
 
-class ERange final : public host::Range {
+class ERange final : public host::Range, public host::CellScan {
  public:
   ERange(std::shared_ptr<AppState> app, BookPtr book, std::shared_ptr<Sheet> sheet,
          std::vector<Rect> areas, RangeMode mode)
@@ -328,6 +330,105 @@ class ERange final : public host::Range {
 
   host::AreasPtr areas() override {
     return std::make_shared<EAreas>(app_, book_, sheet_, areas_, mode_);
+  }
+
+  // A colouring run reads a few facts of every filled cell and sets one colour each: here
+  // without making a Range, a Font and a Hyperlinks object per cell.
+  bool scan(const std::function<bool(int32_t, int32_t, const Variant&)>& visit) override {
+    if (mode_ != RangeMode::Cells) return false;
+    Sheet& s = sh();
+    bool go_on = true;
+    auto one_cell = [&](int32_t r, int32_t c, const Cell& cell) {
+      if (!go_on) return false;
+      const Variant v = book_->value_variant(s, r, c);
+      if (v.is_empty()) return true;
+      // The visitor asks about this cell several times; nothing changes while it does.
+      visiting_ = {r + 1, c + 1, &cell};
+      go_on = visit(r + 1, c + 1, v);
+      visiting_ = {};
+      return go_on;
+    };
+    const std::optional<Rect> extent = s.cells.extent();
+    for (const Rect& a : areas_) {
+      if (extent && a.row1 == 0 && a.col1 == 0 && a.row2 >= extent->row2 &&
+          a.col2 >= extent->col2) {
+        // A used range from A1 holds every stored cell: the store's own walk in the same
+        // order, without a visitor object per cell or a heap over the columns.
+        s.cells.for_each_cell(one_cell);
+      } else {
+        s.cells.for_each(a, one_cell);
+      }
+      if (!go_on) break;
+    }
+    return true;
+  }
+  std::optional<String> formula(int32_t row, int32_t column) override {
+    const Cell* c = cell_at(row, column);
+    if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
+    return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
+  }
+  String prefix_character(int32_t row, int32_t column) override {
+    const Cell* c = cell_at(row, column);
+    const uint32_t xf = c ? c->style() : sh().style_at(row - 1, column - 1);
+    return book_->styles.xf(xf).quote_prefix ? u"'" : u"";
+  }
+  bool shows_colon(int32_t row, int32_t column) override {
+    // A number shows a colon only from its format: a time, or a colon the code writes out.
+    // Other codes show digits, signs, marks and the code's own text, so most numbers of a
+    // model need no text made to tell.
+    const Cell* c = cell_at(row, column);
+    if (c && c->kind() == CellKind::Number) {
+      const uint32_t id = book_->styles.xf(c->style()).numfmt;
+      auto known = colon_free_.find(id);
+      if (known == colon_free_.end()) {
+        bool free = id == 0 && !book_->styles.numfmts.count(0);
+        if (!free) {
+          const String code = book_->styles.numfmt_code(id);
+          free = code.find(u':') == String::npos && !numfmt::is_date_format(code);
+        }
+        known = colon_free_.emplace(id, free).first;
+      }
+      if (known->second) return false;
+    }
+    return book_->text(sh(), row - 1, column - 1).find(u':') != String::npos;
+  }
+  int32_t hyperlinks(int32_t row, int32_t column) override {
+    if (sh().hyperlinks.empty()) return 0;
+    return make_hyperlinks(app_, book_, sheet_, std::vector<Rect>{one(row, column)})->count();
+  }
+  bool line_hidden(int32_t row, int32_t column) override {
+    const Sheet& s = sh();
+    const auto r = s.rows.find(row - 1);
+    if (r != s.rows.end() && r->second.hidden) return true;
+    const auto c = s.cols.find(column - 1);
+    return c != s.cols.end() && c->second.hidden;
+  }
+  // A cell without runs of its own shows its format's font: that font answers directly, as
+  // the one-cell Font does; a rich text goes through the Font.
+  bool plain(const Cell* c) const {
+    return !c || c->kind() != CellKind::Text || book_->strings.runs(c->index).empty();
+  }
+  Variant font_color(int32_t row, int32_t column) override {
+    const Cell* c = cell_at(row, column);
+    if (!plain(c)) return make_font(app_, book_, sheet_, {one(row, column)})->color();
+    const uint32_t xf = c ? c->style() : sh().style_at(row - 1, column - 1);
+    return Variant(book_->rgb(book_->styles.font(book_->styles.xf(xf).font).color, 0));
+  }
+  void set_font_color(int32_t row, int32_t column, int32_t colour) override {
+    Sheet& s = live(sheet_);
+    if (!plain(s.cells.find(row - 1, column - 1))) {
+      make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
+      return;
+    }
+    book_->recolor_cell(s, row - 1, column - 1, Color::rgb(colour));
+    book_->commit();
+  }
+  const Cell* cell_at(int32_t row, int32_t column) {
+    if (visiting_.cell && visiting_.row == row && visiting_.column == column) return visiting_.cell;
+    return sh().cells.find(row - 1, column - 1);
+  }
+  static Rect one(int32_t row, int32_t column) {
+    return Rect{row - 1, column - 1, row - 1, column - 1};
   }
 
   RangePtr range(const Variant& cell1, const Variant& cell2) override {
@@ -757,6 +858,13 @@ class ERange final : public host::Range {
   std::shared_ptr<Sheet> sheet_;
   std::vector<Rect> areas_;
   RangeMode mode_;
+  // Number formats whose numbers cannot show a colon, and those that may, as asked.
+  std::map<uint32_t, bool> colon_free_;
+  // The cell a scan's visitor is being told about (1-based), while it is.
+  struct {
+    int32_t row = 0, column = 0;
+    const Cell* cell = nullptr;
+  } visiting_;
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -36,6 +37,14 @@ class Observer {
   /// `colour` is the colour about to be set; nothing for a cell left as it is.
   virtual void decided(const host::RangePtr& cell, Outcome outcome,
                        std::optional<int32_t> colour) = 0;
+  /// Whether `decided` needs the cell as a Range. When not, a run that reads cells in bulk
+  /// calls `decided_colour` instead and makes no Range for the observer.
+  virtual bool needs_cells() const { return true; }
+  /// `colour_before` is the cell's `Font.Color` before the run set it.
+  virtual void decided_colour(const Variant& colour_before, Outcome outcome,
+                              std::optional<int32_t> colour) {
+    (void)colour_before, (void)outcome, (void)colour;
+  }
 };
 }  // namespace autocolor
 
@@ -106,6 +115,10 @@ class iAutoColor final : public _iAutoColor {
   // The rules of one cell; `names` is a run's matcher (nullptr: walk the names directly).
   void color_cell(const host::RangePtr& cell, bool do_undo, bool do_names, autocolor::Knobs& knobs,
                   autocolor::NameLinks* names);
+  // A run without names over a host that reads cells in bulk; false when it cannot be had
+  // (and then nothing was done). `visited` is told each cell's position in the range.
+  bool color_scanned(const host::RangePtr& range, autocolor::Knobs& knobs,
+                     const std::function<void(int64_t)>& visited);
   // The four kinds of menu button, each with the buttons this object made: on-entry,
   // selection, sheet, workbook.
   enum ButtonKind { kOnEntry, kSelection, kSheet, kWorkbook };

@@ -11,6 +11,9 @@ namespace qz::autocolor {
 struct Subject {
   /// Reads the entered text (the prefix character and the formula).
   explicit Subject(host::RangePtr cell);
+  /// What has been read already, for a run that reads cells without a Range each.
+  Subject(String formula, String entered, int32_t links)
+      : formula(std::move(formula)), entered(std::move(entered)), links(links) {}
   host::RangePtr cell;
   String formula;
   /// `PrefixCharacter & Formula`: what the person typed.

@@ -1,5 +1,6 @@
 // AutoColor over what a person just typed (one cell, or a selection filled with Ctrl+Enter),
 // over a range with a progress display, a sheet and a workbook.
+#include <algorithm>
 #include <cmath>
 
 #include "autocolor/rules.hpp"
@@ -109,6 +110,21 @@ void iAutoColor::AutoColorRange(const host::RangePtr& vRange, const String& vNam
         value_or(host::WorkbookPtr(), [&] { return require(range)->worksheet()->parent(); }));
 
   int64_t counted = 0;
+  // A run that visits filled cells only shows what a cell-by-cell run would have shown at
+  // each hundredth cell it passed.
+  auto progress_at = [&](int64_t at) {
+    for (int64_t next = (counted / 100 + 1) * 100; next <= at; next += 100)
+      show(value_or(int32_t{0}, [&] {
+        return to_long(Variant(static_cast<double>(next) / static_cast<double>(total) * 100));
+      }));
+    counted = std::max(counted, at);
+  };
+  if (!do_names && color_scanned(range, knobs, progress_at)) {
+    progress_at(total);
+    step([] { xl().set_screen_updating(true); });
+    step([] { require(frame::session().LibUndoRedo)->SetGenericUndo(); });
+    return;
+  }
   step([&] {
     require(range)->for_each_cell([&](const host::RangePtr& cell) {
       ++counted;

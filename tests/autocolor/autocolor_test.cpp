@@ -7,6 +7,9 @@
 #include <map>
 #include <sstream>
 
+#include "autocolor/autocolor.hpp"
+#include "engine/xlsx/xlsx.hpp"
+#include "host/intercept.hpp"
 #include "undo/client.hpp"
 #include "vblib/vblib.hpp"
 
@@ -32,12 +35,14 @@ TEST_F(AutoColor, ATypedFormulaOfValuesTakesTheInputColourAndIsUndoneAsTheLibrar
   r("B2")->set_number_format(u"0.0");
   r("B2")->font()->set_bold(Variant(true));
   r("B2")->font()->set_color(Variant(kRed));
+  r("B2")->font()->set_superscript(Variant(true));
 
   user.type(u"B2", u"=100+20");
   EXPECT_EQ(formula("B2"), u"=100+20");
   EXPECT_EQ(colour("B2"), kBlue);
   EXPECT_EQ(r("B2")->number_format(), Variant(u"0.0"));
   EXPECT_EQ(r("B2")->font()->bold(), Variant(true));
+  EXPECT_EQ(r("B2")->font()->superscript(), Variant(true));
   EXPECT_EQ(undo_caption(), "&Undo Text Entry (QZ)");
   EXPECT_EQ(redo_caption(), "Can't &Redo");
   EXPECT_EQ(app->calculation(), host::xl::CalculationAutomatic);
@@ -110,6 +115,17 @@ TEST_F(AutoColor, TheEntryIsTakenBackOutWhileRecalculationWaits) {
   user.ctrl_enter(u"4");
   EXPECT_EQ(watched->modes, std::vector<int32_t>(2, -4135));
   EXPECT_EQ(app->calculation(), host::xl::CalculationSemiautomatic);
+}
+
+// Colouring goes cell by cell up to the selection's count: when the application will not
+// say how many cells there are, none is coloured, not just the first.
+TEST_F(AutoColor, CtrlEnterColoursNothingWhenTheSelectionsSizeCannotBeRead) {
+  lib->InitXL(host::intercept(app, [](const host::HostCall& call) {
+    if (call.member == u"Range.Count") throw Error(err::host_failure, "refused");
+  }));
+  user.select(u"D1:D2");
+  user.ctrl_enter(u"4");
+  EXPECT_EQ(colour("D1") + colour("D2"), 0);
 }
 
 TEST_F(AutoColor, CtrlEnterFlagsAreBothKeptUntilTheNextRun) {
@@ -273,6 +289,25 @@ TEST_F(RuleTable, ARunGivesEveryFilledCellWhatTheCellRulesGive) {
   }
 }
 
+TEST_F(RuleTable, ARunWithoutNamesReadingCellsInBulkAgreesWithTheCellRulesEitherWayOfOptingIn) {
+  // Without the name search a run over the engine reads its cells in bulk; hidden lines,
+  // hyperlinks, texts and dates among the cases must come out as one cell at a time.
+  for (const bool opted_in : {false, true}) {
+    ac->SetAutoColorText(Variant(opted_in));
+    ac->SetAutoColorDates(Variant(opted_in));
+    const auto one_by_one = colour_cells(false);
+    for (const Case& c : cases) r(c.address.c_str())->font()->set_color(Variant(kUntouched));
+    bool names = false;
+    ac->AutoColorRange(ws->used_range(), u"Model", &names);
+    for (const Case& c : cases) {
+      const std::string expected = c.entry.empty() ? "-" : one_by_one.at(c.address);
+      EXPECT_EQ(rule(c.address), expected) << c.address << " " << c.entry << " " << opted_in;
+    }
+  }
+  EXPECT_TRUE(r("A20")->entire_row()->hidden() == Variant(true));
+  EXPECT_TRUE(r("H1")->entire_column()->hidden() == Variant(true));
+}
+
 TEST_F(RuleTable, TypingEachCaseColoursItAsTheCellRulesDoAndKeepsWhatWasTyped) {
   // The on-entry path takes every entry back out and puts it in again around its undo
   // capture; what the person typed, and the colour, must come out as the rules alone give.
@@ -431,6 +466,93 @@ TEST_F(Runs, AWorkbookRunAsksOnceAndColoursEveryWorksheet) {
   EXPECT_EQ(messages().size(), 2u);
   EXPECT_EQ(colour("A1"), kBlue);
   EXPECT_EQ(to_long(second->range(Variant(u"B2"))->font()->color()), kPlum);
+}
+
+// --- Runs over real workbooks ---------------------------------------------------------------
+
+// What a workbook run did: per cell ("Sheet!A1"), the rule that decided and the colour the
+// cell ends with; and the progress shown.
+struct Outcomes final : autocolor::Observer {
+  void decided(const host::RangePtr& cell, autocolor::Outcome outcome,
+               std::optional<int32_t>) override {
+    rules[to_utf8(cell->worksheet()->name() + u"!" + cell->address())] = static_cast<int>(outcome);
+  }
+  std::map<std::string, int> rules;
+  std::map<std::string, Variant> colours;
+  std::vector<std::pair<String, int32_t>> shown;
+};
+
+class CorpusRuns : public ClientTest {
+ protected:
+  // Opens `file` in an application of its own and colours every worksheet. `per_cell` hides
+  // the engine's bulk reads behind a forwarding wrapper, so the run visits each cell as a
+  // Range.
+  Outcomes run(const std::filesystem::path& file, bool per_cell) {
+    engine::xlsx::register_format();
+    host::ApplicationPtr engine_app = engine::create_application();
+    host::ApplicationPtr seen =
+        per_cell ? host::intercept(engine_app, [](const host::HostCall&) {}) : engine_app;
+    lib->InitXL(seen);
+    host::OpenArgs args;
+    args.filename = from_utf8(file.string());
+    Outcomes out;
+    host::WorkbookPtr book;
+    try {
+      book = seen->workbooks()->open(args);
+    } catch (const Error&) {
+      return out;
+    }
+    scope.ui->progress_shown.clear();
+    auto colouring = std::dynamic_pointer_cast<iAutoColor>(lib->NewAutoColor());
+    colouring->set_observer(&out);
+    colouring->AutoColorWorkbook(book);
+    colouring->set_observer(nullptr);
+    out.shown = scope.ui->progress_shown;
+    for (const auto& [where, rule] : out.rules) {
+      const size_t bang = where.rfind('!');
+      out.colours[where] = book->worksheets()
+                               ->item(Variant(from_utf8(where.substr(0, bang))))
+                               ->range(Variant(from_utf8(where.substr(bang + 1))))
+                               ->font()
+                               ->color();
+    }
+    return out;
+  }
+};
+
+TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
+  const std::filesystem::path corpus = corpus_dir();
+  if (corpus.empty()) GTEST_SKIP() << "no corpus";
+  // Hyperlinks, hidden rows and columns, shared and array formulas, errors, rich text, dates
+  // and times in many formats, links to other workbooks.
+  const char* books[] = {
+      "poi/spreadsheet/51626.xlsx",
+      "xlnt/tests/data/10_comments_hyperlinks_formulae.xlsx",
+      "closedxml/TryToLoad/LO/xlsx/hyperlinks.xlsx",
+      "poi/spreadsheet/59746_NoRowNums.xlsx",
+      "poi/spreadsheet/FillWithoutColor.xlsx",
+      "poi/spreadsheet/bug65464.xlsx",
+      "poi/spreadsheet/47813.xlsx",
+      "poi/spreadsheet/45544.xlsx",
+      "poi/spreadsheet/FormulaEvalTestData_Copy.xlsx",
+      "poi/spreadsheet/VLookupFullColumn.xlsx",
+      "poi/spreadsheet/NumberFormatTests.xlsx",
+      "closedxml/Examples/Misc/FormulasWithEvaluation.xlsx",
+      "closedxml/TryToLoad/LO/xlsx/functions-excel-2010.xlsx",
+  };
+  for (const bool opted_in : {false, true}) {
+    ac->SetAutoColorText(Variant(opted_in));
+    ac->SetAutoColorDates(Variant(opted_in));
+    for (const char* name : books) {
+      SCOPED_TRACE(std::string(name) + (opted_in ? " (texts and dates too)" : ""));
+      const Outcomes bulk = run(corpus / "workbooks" / name, false);
+      const Outcomes each = run(corpus / "workbooks" / name, true);
+      EXPECT_FALSE(each.rules.empty());
+      EXPECT_EQ(bulk.rules, each.rules);
+      EXPECT_EQ(bulk.colours, each.colours);
+      EXPECT_EQ(bulk.shown, each.shown);
+    }
+  }
 }
 
 // --- Settings and buttons ------------------------------------------------------------------

@@ -2,8 +2,12 @@
 // any script client rely on when they reach the application's objects by name.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <optional>
+
 #include "engine/host/engine.hpp"
 #include "host/dispatch.hpp"
+#include "host/environment.hpp"
 #include "host/host.hpp"
 #include "qzxl/convert.hpp"
 
@@ -298,6 +302,30 @@ TEST_F(HostDispatch, OtherObjectsAnswerThroughTheirOwnMembers) {
   EXPECT_EQ(code_of([&] { invoke_member(counter, u"Value", Invoke::Get, {}); }),
             err::not_supported);
   EXPECT_EQ(code_of([&] { items_of(counter); }), err::not_supported);
+}
+
+// Without a desktop, the library's settings live in the per-user data folder of a Linux
+// desktop: XDG_DATA_HOME when it is set and not empty, else ~/.local/share, else here.
+TEST(HeadlessPlatform, KeepsDataWhereTheDesktopConventionSays) {
+  auto saved = [](const char* name) -> std::optional<std::string> {
+    const char* v = std::getenv(name);
+    return v ? std::optional<std::string>(v) : std::nullopt;
+  };
+  const auto xdg = saved("XDG_DATA_HOME"), home = saved("HOME");
+  auto platform = headless_platform();
+  ::setenv("HOME", "/home/ann", 1);
+  ::setenv("XDG_DATA_HOME", "/srv/data", 1);
+  EXPECT_EQ(platform->app_data_folder(), u"/srv/data");
+  ::setenv("XDG_DATA_HOME", "", 1);
+  EXPECT_EQ(platform->app_data_folder(), u"/home/ann/.local/share");
+  ::unsetenv("XDG_DATA_HOME");
+  EXPECT_EQ(platform->app_data_folder(), u"/home/ann/.local/share");
+  ::setenv("HOME", "", 1);
+  EXPECT_EQ(platform->app_data_folder(), u".");
+  ::unsetenv("HOME");
+  EXPECT_EQ(platform->app_data_folder(), u".");
+  for (const auto& [name, value] : {std::pair{"XDG_DATA_HOME", xdg}, std::pair{"HOME", home}})
+    value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
 }
 
 }  // namespace

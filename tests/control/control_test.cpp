@@ -302,6 +302,13 @@ TEST_F(RefEdit, AGivenSheetReadsPlainAddressesAndBoundsQualifiedOnes) {
             u"The reference entered is not a valid range on the sheet Sheet2.");
   EXPECT_EQ(scope.ui->messages[0].style, msgbox::OKOnly);
   EXPECT_EQ(scope.ui->messages[0].title, u"Setup");
+
+  // A sheet that is gone bounds nothing it could be checked against: the reference is refused.
+  auto gone = sheet(u"Sheet2");
+  gone->delete_();
+  EXPECT_EQ(c.RefEditRange(box(u"Sheet1!A1"), gone), nullptr);
+  EXPECT_EQ(scope.ui->messages.back().prompt,
+            u"The reference entered is not a valid range on the sheet Sheet1.");
 }
 
 TEST_F(RefEdit, AGivenWorkbookBoundsTheReference) {

@@ -162,11 +162,12 @@ TEST_F(Products, TheNewestRegistrationUnderACodeNameWins) {
   auto first = lib->NewProduct(u"QZModel", Variant(true), Variant(u"Model"));
   auto second = lib->NewProduct(u"qzmodel", Variant(true), Variant(u"Model 2"));
   auto loose = lib->NewProduct(u"Loose", Variant(false));
+  lib->NewProduct(u"Vague", Variant(u"perhaps"));  // no Boolean: not a product either
   const auto& products = *frame::session().Products;
   ASSERT_EQ(products.count(), 1);
   EXPECT_EQ(products.find(u"QZMODEL"), second);
   EXPECT_EQ(loose->CodeName(), u"Loose");
-  EXPECT_FALSE(products.contains(u"Loose"));
+  EXPECT_FALSE(products.contains(u"Loose") || products.contains(u"Vague"));
   EXPECT_EQ(second->Name(), u"Model 2");
   // A factory that was never given the application makes no product.
   EXPECT_EQ(create_iXLLibPublic()->NewProduct(u"Other"), nullptr);

@@ -50,6 +50,13 @@ TEST_F(ChrRuns, ASuperscriptSurvivesARewriteThroughTheSnapshot) {
   EXPECT_EQ(ranges->ExtractChrScripts(r("B1")), one(Variant(int16_t{0})));
   ranges->InfuseChrScripts(r("B1"), ranges->ExtractChrScripts(r("B1")));
   EXPECT_EQ(chr("B1", 2)->subscript(), Variant(false));
+  // A whole cell in one script round-trips as a single code.
+  r("B1")->font()->set_subscript(Variant(true));
+  const Variant whole = ranges->ExtractChrScripts(r("B1"));
+  EXPECT_EQ(whole, one(Variant(int16_t{2})));
+  put("B1", "CO2");
+  ranges->InfuseChrScripts(r("B1"), whole);
+  EXPECT_EQ(r("B1")->font()->subscript(), Variant(true));
 }
 
 TEST_F(ChrRuns, NothingHasNoSnapshotAndTakesNone) {

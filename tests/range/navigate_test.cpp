@@ -18,6 +18,13 @@ TEST_F(Navigate, NextFindsTheNearestFilledCellOrNothing) {
   put("A6", "x");                                           // on another row: no neighbour
   EXPECT_EQ(addr(ranges->NextLeft(r("B5"))), "(nothing)");
   EXPECT_EQ(addr(ranges->NextUp(r("D1"))), "(nothing)");
+
+  // The neighbour itself, next to the sheet's edge and in front of a further filled cell.
+  for (const char* a : {"D1", "A9", "C8", "G3"}) put(a, "x");
+  EXPECT_EQ(addr(ranges->NextUp(r("D2"))), "D1");
+  EXPECT_EQ(addr(ranges->NextLeft(r("B9"))), "A9");
+  EXPECT_EQ(addr(ranges->NextDown(r("C6"))), "C7");
+  EXPECT_EQ(addr(ranges->NextRight(r("E3"))), "F3");
 }
 
 TEST_F(Navigate, LastCellInRangeKeepsTheEarlierAreaOnATie) {

@@ -205,6 +205,10 @@ TEST(Collection, KeepsOrderAndFindsByPositionOrKeyAlsoLateBound) {
   EXPECT_EQ(c->count(), 1);
   EXPECT_EQ(c->item(1), Variant(u"third"));
   EXPECT_THROW(late::get(c, u"Keys"), Error);
+  // A script finds the members it may call by name before calling them.
+  for (const char16_t* name : {u"count", u"Item", u"ADD", u"Remove"})
+    EXPECT_TRUE(c->has_member(name)) << to_utf8(name);
+  EXPECT_FALSE(c->has_member(u"Keys"));
 }
 
 }  // namespace

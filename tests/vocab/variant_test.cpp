@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "qzxl/convert.hpp"
 #include "qzxl/object.hpp"
 #include "qzxl/variant.hpp"
 
@@ -17,6 +18,23 @@ TEST(Variant, KindsAreDistinctAndCompareByValue) {
   EXPECT_NE(Variant(5), Variant(5.0));
   EXPECT_EQ(Variant(u"a"), Variant(String(u"a")));
   EXPECT_NE(Variant(true), Variant(-1));
+}
+
+// The names a script's TypeName shows, which also appear in type-mismatch messages.
+TEST(Variant, TypeNamesAreTheOnesScriptsSee) {
+  const std::vector<std::pair<Variant, const char16_t*>> cases = {
+      {Variant(), u"Empty"},
+      {Variant::null(), u"Null"},
+      {Variant::missing(), u"Error"},
+      {Variant(false), u"Boolean"},
+      {Variant(int16_t{1}), u"Integer"},
+      {Variant(1), u"Long"},
+      {Variant(1.5), u"Double"},
+      {Variant(Date{2.0}), u"Date"},
+      {Variant(u""), u"String"},
+      {Variant(ErrorCode{cell_error::na}), u"Error"},
+      {Variant(one_based({})), u"Variant()"}};
+  for (const auto& [v, name] : cases) EXPECT_EQ(type_name(v), name) << to_utf8(name);
 }
 
 TEST(Variant, ArraysCopyDeeplyAndCheckTheirBounds) {
@@ -54,6 +72,11 @@ TEST(Variant, HoldsObjectsByReferenceAndKnowsNothing) {
   EXPECT_TRUE(Variant(ObjectPtr()).is_nothing());
   EXPECT_EQ(type_name(v), u"Thing");
   EXPECT_EQ(type_name(Variant(ObjectPtr())), u"Nothing");
+  // Members are found whatever the case of their ASCII letters, and only so.
+  EXPECT_TRUE(same_member(u"Count", u"Count") && same_member(u"count", u"COUNT"));
+  EXPECT_TRUE(same_member(u"Item_2", u"ITEM_2") && same_member(u"AaZz", u"aAzZ"));
+  EXPECT_FALSE(same_member(u"Count", u"Counts") || same_member(u"Count", u"Mount"));
+  EXPECT_FALSE(same_member(u"a[", u"A{") || same_member(u"a@", u"A`"));
   // Late binding of an unknown member reports error 438.
   try {
     late::get(t, u"Color");

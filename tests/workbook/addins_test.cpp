@@ -107,6 +107,13 @@ TEST_F(Templates, RestoreRemovesEveryCopyAndSavesTheOpenOneFirst) {
   EXPECT_TRUE(copies().empty());
   EXPECT_EQ(books(), 0);
   EXPECT_TRUE(model->saved);  // saved before its file went
+
+  // A template of that name open from elsewhere is not the one removed: it stays open.
+  ASSERT_EQ(wbk->SyncTemplate(source_folder(), u"Tpl.xlt"), u"");
+  app->workbooks()->open({u16((dir / "src" / "Tpl.xlt").string())});
+  wbk->RestoreDefaultTemplate(u"Tpl.xlt");
+  EXPECT_TRUE(copies().empty());
+  EXPECT_EQ(books(), 1);
 }
 
 TEST_F(AddIns, ColorIndexComesFromThePaletteAndTheProbeKeepsItsFill) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 
+#include "host/intercept.hpp"
 #include "support/fake_host.hpp"
 #include "workbook/library_fixture.hpp"
 
@@ -138,6 +139,13 @@ TEST_F(NameHousekeeping, DeletingTakesEveryTagOfABookAndLeavesTheRest) {
   define(u"Data!_bqz.b", u"=Data!$A$3", false);
   define(u"_bqz.c", u"=Sheet1!$A$4", false);
   define(u"zeta", u"=Sheet1!$A$5");
+
+  // A list whose length cannot be read is walked no further than it could be.
+  auto counting_refused = host::intercept(app, [](const host::HostCall& call) {
+    if (call.member == u"Names.Count") throw Error(err::host_failure, "refused");
+  });
+  wkb->DeleteNames(counting_refused->workbooks()->item(Variant(book->name())), false);
+  EXPECT_EQ(listing().size(), 5u);
 
   wkb->DeleteNames(book);
   EXPECT_THAT(listing(), ElementsAre("Total", "zeta"));
