@@ -137,6 +137,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"DECIMAL",
     u"DETECTLANGUAGE",
     u"DROP",
+    u"ECMA.CEILING",
     u"ENCODEURL",
     u"ERF.PRECISE",
     u"ERFC.PRECISE",
@@ -223,6 +224,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"SHEET",
     u"SHEETS",
     u"SKEW.P",
+    u"SORTBY",
     u"STDEV.P",
     u"STDEV.S",
     u"STOCKHISTORY",
@@ -243,6 +245,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"TRANSLATE",
     u"UNICHAR",
     u"UNICODE",
+    u"UNIQUE",
     u"VALUETOTEXT",
     u"VAR.P",
     u"VAR.S",
@@ -280,6 +283,8 @@ bool function_not_computable(StringView name) {
 String function_file_name(StringView name) {
   String bare = bare_name(name);
   if (find_function(bare) < 0) return String(name);
+  // These two also carry the worksheet prefix, which the application writes after the other.
+  if (bare == u"FILTER" || bare == u"SORT") return u"_xlfn._xlws." + bare;
   for (const char16_t* p : kPrefixed)
     if (bare == p) return u"_xlfn." + bare;
   return bare;

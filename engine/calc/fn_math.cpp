@@ -137,6 +137,16 @@ Operand f_ceiling(Args& a) {
   if (x < 0 && m < 0) return num(-multiple_round(-x, -m, 1));
   return num(multiple_round(x, m, 1));
 }
+// The older rule the open file format wrote down: a number and a significance of different
+// signs are #NUM!, and the rounding is always away from zero.
+Operand f_ecma_ceiling(Args& a) {
+  double x = number(a, 0);
+  double m = number(a, 1);
+  if (m == 0 || x == 0) return num(0);
+  if ((x < 0) != (m < 0)) return error(cell_error::num);
+  if (x < 0) return num(-multiple_round(-x, -m, 1));
+  return num(multiple_round(x, m, 1));
+}
 Operand f_ceiling_math(Args& a) {
   double x = number(a, 0);
   double m = a.missing(1) ? 1 : std::fabs(number(a, 1));
@@ -821,6 +831,7 @@ void add_math_functions(std::vector<FunctionInfo>& t) {
                         {u"ACOSH", 1, 1, f_acosh, each_arg},
                         {u"ATANH", 1, 1, f_atanh, each_arg},
                         {u"CEILING.PRECISE", 1, 2, f_ceiling_precise, each_arg},
+                        {u"ECMA.CEILING", 2, 2, f_ecma_ceiling, each_arg},
                         {u"ISO.CEILING", 1, 2, f_ceiling_precise, each_arg},
                         {u"FLOOR.PRECISE", 1, 2, f_floor_precise, each_arg},
                         {u"SUMX2MY2", 2, 2, f_sumx<0>},

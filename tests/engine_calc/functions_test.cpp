@@ -542,6 +542,43 @@ TEST_F(Functions, TextFormatsSearchesAndNumbers) {
   EXPECT_EQ(book.eval(u"REPT(\"ab\",20000)"), E(cell_error::value));  // past 32,767 characters
 }
 
+TEST_F(Functions, SortFilterAndUniquePickAndOrderWholeLines) {
+  auto joined = [&](std::u16string_view f) {
+    return book.eval(u"TEXTJOIN(\",\",FALSE," + std::u16string(f) + u")");
+  };
+  // Ties keep their order, text ignores case, and kinds sort numbers, text, Booleans.
+  EXPECT_EQ(joined(u"SORT(B1:B6)"), S(u"apple,apple,Apple pie,banana,cherry,date"));
+  EXPECT_EQ(joined(u"TAKE(SORT(A1:B6,2,-1),,1)"), S(u"50,30,20,60,10,40"));
+  EXPECT_EQ(joined(u"SORT({3;\"a\";TRUE;1})"), S(u"1,3,a,TRUE"));
+  EXPECT_EQ(joined(u"SORT({1,\"b\";2,\"a\";1,\"a\"},{1,2},{1,-1})"), S(u"1,b,1,a,2,a"));
+  EXPECT_EQ(joined(u"SORT({3,1,2},1,1,TRUE)"), S(u"1,2,3"));
+  EXPECT_EQ(book.eval(u"SORT(A1:B6,3)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SORT(A1:B6,1,0)"), E(cell_error::value));
+  EXPECT_EQ(joined(u"SORTBY(B1:B6,A1:A6,-1)"), S(u"Apple pie,date,apple,cherry,banana,apple"));
+  EXPECT_EQ(joined(u"SORTBY({\"x\",\"y\",\"z\"},{2,3,1})"), S(u"z,x,y"));
+  EXPECT_EQ(book.eval(u"SORTBY(B1:B6,A1:A5)"), E(cell_error::value));
+  EXPECT_EQ(joined(u"FILTER(A1:A6,B1:B6=\"apple\")"), S(u"10,40"));
+  EXPECT_EQ(joined(u"FILTER({1,2,3},{TRUE,FALSE,1})"), S(u"1,3"));
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,A1:A6>100)"), E(2050));  // #CALC!
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,A1:A6>100,\"none\")"), S(u"none"));
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,{1;0})"), E(cell_error::value));
+  EXPECT_EQ(joined(u"UNIQUE(B1:B6)"), S(u"apple,banana,cherry,date,Apple pie"));
+  EXPECT_EQ(joined(u"UNIQUE(B1:B6,FALSE,TRUE)"), S(u"banana,cherry,date,Apple pie"));
+  EXPECT_EQ(joined(u"UNIQUE({1,1,2;1,1,2},TRUE)"), S(u"1,2,1,2"));
+  EXPECT_EQ(book.eval(u"UNIQUE({1;1},,TRUE)"), E(2050));
+  // Files name the two older worksheet ones with both prefixes.
+  EXPECT_EQ(function_file_name(u"sort"), u"_xlfn._xlws.SORT");
+  EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
+}
+
+TEST_F(Functions, TheOldCeilingRefusesMixedSignsAndRoundsAwayFromZero) {
+  EXPECT_EQ(book.eval(u"ECMA.CEILING(2.1,0.5)"), N(2.5));
+  EXPECT_EQ(book.eval(u"_xlfn.ECMA.CEILING(-2.1,-1)"), N(-3));
+  EXPECT_EQ(book.eval(u"ECMA.CEILING(-2.1,1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"CEILING(-2.1,1)"), N(-2));
+  EXPECT_EQ(book.eval(u"ECMA.CEILING(5,0)"), N(0));
+}
+
 TEST(FunctionNames, AtLeastEightyAndSorted) {
   auto names = function_names();
   EXPECT_GE(names.size(), 80u);
