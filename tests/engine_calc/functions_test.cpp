@@ -262,6 +262,13 @@ TEST_F(Functions, DistributionsAndRegression) {
   near(book, u"SUMX2MY2({2,3},{1,1})", 11);
   near(book, u"INDEX(MMULT({1,2;3,4},{5;6}),2,1)", 39);
   EXPECT_EQ(book.eval(u"SUMXMY2({\"a\"},{1})"), E(cell_error::div0));  // no pair of numbers
+  // The smallest count whose cumulative probability reaches the level, for few trials and
+  // for so many that counting up one by one would never end.
+  EXPECT_EQ(book.eval(u"BINOM.INV(10,0.5,0.5)"), N(5));
+  EXPECT_EQ(book.eval(u"CRITBINOM(6,0.5,0.75)"), N(4));
+  near(book, u"BINOM.INV(1E+15,0.5,0.5)/1E+15", 0.5);
+  Value many = book.eval(u"BINOM.INV(1E+15,0.5,0.75)");
+  EXPECT_TRUE(many.number > 5e14 && many.number < 5e14 + 2e7) << many.number;
 }
 
 TEST_F(Functions, Logic) {
