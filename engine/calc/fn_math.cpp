@@ -190,9 +190,22 @@ Operand f_odd(Args& a) {
   if (r < 1) r = 1;
   return num(x < 0 ? -r : r);
 }
+/// C(n, k) by the shorter of its two products; #NUM! once it outgrows a double, which also
+/// ends the loop early for counts like 1E+15.
+Operand binomial(double n, double k) {
+  k = std::min(k, n - k);
+  double r = 1;
+  for (double i = 1; i <= k; ++i) {
+    r = r * (n - k + i) / i;
+    if (!std::isfinite(r)) return error(cell_error::num);
+  }
+  return num(std::round(r));
+}
 Operand f_fact(Args& a) {
   double x = std::floor(number(a, 0));
   if (x < 0) return error(cell_error::num);
+  // Past 170! no double holds the result; stopping there also keeps 1E+15 from looping.
+  if (x > 170) return error(cell_error::num);
   double r = 1;
   for (int i = 2; i <= x; ++i) r *= i;
   return num(r);
@@ -200,9 +213,7 @@ Operand f_fact(Args& a) {
 Operand f_combin(Args& a) {
   double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
   if (n < 0 || k < 0 || k > n) return error(cell_error::num);
-  double r = 1;
-  for (int i = 1; i <= k; ++i) r = r * (n - k + i) / i;
-  return num(std::round(r));
+  return binomial(n, k);
 }
 Operand f_gcd(Args& a) {
   double g = 0;
@@ -656,15 +667,14 @@ Operand f_factdouble(Args& a) {
   double n = std::trunc(number(a, 0));
   if (n < -1) return error(cell_error::num);
   double r = 1;
-  for (double k = n; k > 1; k -= 2) r *= k;
-  return num(r);
+  for (double k = n; k > 1 && std::isfinite(r); k -= 2) r *= k;
+  return std::isfinite(r) ? num(r) : error(cell_error::num);
 }
 Operand f_combina(Args& a) {
   double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
   if (n < 0 || k < 0 || (n == 0 && k > 0)) return error(cell_error::num);
-  double total = n + k - 1, r = 1;
-  for (double i = 1; i <= k; ++i) r = r * (total - k + i) / i;
-  return num(std::round(r));
+  if (k == 0) return num(1);
+  return binomial(n + k - 1, k);
 }
 Operand f_multinomial(Args& a) {
   double total = 0, r = 1;
@@ -672,10 +682,12 @@ Operand f_multinomial(Args& a) {
     double n = std::trunc(d);
     if (n < 0) raise(cell_error::num);
     // Multiply in the binomial coefficient of each part as it joins the total.
-    for (double i = 1; i <= n; ++i) r = r * (total + i) / i;
+    Operand c = binomial(total + n, std::min(n, total));
+    if (!c.is_value() || c.value.is_error()) raise(cell_error::num);
+    r *= c.value.number;
     total += n;
   });
-  return num(std::round(r));
+  return std::isfinite(r) ? num(std::round(r)) : error(cell_error::num);
 }
 Operand f_seriessum(Args& a) {
   double x = number(a, 0), n = number(a, 1), m = number(a, 2);

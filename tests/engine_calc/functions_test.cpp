@@ -66,6 +66,17 @@ TEST_F(Functions, Arithmetic) {
   EXPECT_EQ(book.eval(u"ODD(2)"), N(3));
   EXPECT_EQ(book.eval(u"FACT(5)"), N(120));
   EXPECT_EQ(book.eval(u"GCD(12,18)"), N(6));
+  // Huge counts end at once, in #NUM! where the result overflows, rather than counting up to
+  // 1E+15.
+  EXPECT_EQ(book.eval(u"FACT(1E+15)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FACTDOUBLE(1E+15)"), E(cell_error::num));
+  near(book, u"MULTINOMIAL(2,1E+15,4)", 1e90 / 48);
+  EXPECT_EQ(book.eval(u"MULTINOMIAL(2000,1E+15)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"MULTINOMIAL(2,3,4)"), N(1260));
+  EXPECT_EQ(book.eval(u"COMBIN(1E+15,1E+15-1)"), N(1e15));
+  EXPECT_EQ(book.eval(u"COMBIN(10,7)"), N(120));
+  EXPECT_EQ(book.eval(u"COMBINA(4,3)"), N(20));
+  near(book, u"COMBINA(1E+15,2)", 5e29);
   EXPECT_EQ(book.eval(u"QUOTIENT(-7,2)"), N(-3));
   Value r = book.eval(u"RAND()");
   EXPECT_TRUE(r.number >= 0 && r.number < 1);
