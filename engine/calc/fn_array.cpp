@@ -329,9 +329,11 @@ Operand f_filter(Args& a) {
   Matrix m = whole(a, 0);
   Matrix include = whole(a, 1);
   // The include array is one column as tall as the array (keeping rows) or one row as wide.
-  bool by_col = include.rows == 1 && include.cols == m.cols && m.rows != 1;
-  if (m.rows == 1 && include.rows == 1 && include.cols == m.cols) by_col = true;
-  if (!by_col && !(include.cols == 1 && include.rows == m.rows)) return error(cell_error::value);
+  // A single value filters only a single row or column, never one column of many rows.
+  bool by_rows = include.cols == 1 && include.rows == m.rows;
+  bool by_col =
+      !by_rows && include.rows == 1 && include.cols == m.cols && (m.cols > 1 || m.rows == 1);
+  if (!by_rows && !by_col) return error(cell_error::value);
   Lines lines{m, by_col};
   std::vector<int32_t> chosen;
   for (int32_t i = 0; i < lines.count(); ++i) {

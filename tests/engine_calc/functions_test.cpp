@@ -580,6 +580,8 @@ TEST_F(Functions, SortFilterAndUniquePickAndOrderWholeLines) {
   EXPECT_EQ(book.eval(u"FILTER(A1:A6,A1:A6>100)"), E(2050));  // #CALC!
   EXPECT_EQ(book.eval(u"FILTER(A1:A6,A1:A6>100,\"none\")"), S(u"none"));
   EXPECT_EQ(book.eval(u"FILTER(A1:A6,{1;0})"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,1)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"FILTER(A1,1)"), N(10));
   EXPECT_EQ(joined(u"UNIQUE(B1:B6)"), S(u"apple,banana,cherry,date,Apple pie"));
   EXPECT_EQ(joined(u"UNIQUE(B1:B6,FALSE,TRUE)"), S(u"banana,cherry,date,Apple pie"));
   EXPECT_EQ(joined(u"UNIQUE({1,1,2;1,1,2},TRUE)"), S(u"1,2,1,2"));

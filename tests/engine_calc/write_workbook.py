@@ -16,10 +16,10 @@ from openpyxl.cell.cell import TYPE_STRING
 
 
 def main():
-    spec = json.load(open(sys.argv[1], encoding="utf-8"))
+    book = json.load(open(sys.argv[1], encoding="utf-8"))
     wb = openpyxl.Workbook()
     wb.remove(wb.active)
-    for sheet in spec["sheets"]:
+    for sheet in book["sheets"]:
         ws = wb.create_sheet(sheet["name"])
         for at, kind, value in sheet["cells"]:
             cell = ws[at]
