@@ -42,13 +42,17 @@ endfunction()
 # else (the benchmarks, the corpus and readers tests, the models tool stay out).
 #   qzxl_test(<name> SOURCES <files...> DEPS <targets...> [LABELS <labels...>])
 function(qzxl_test name)
-  cmake_parse_arguments(T "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+  cmake_parse_arguments(T "" "TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_DEPS} qzxl_test_support GTest::gmock_main)
   qzxl_defaults(${name})
+  set(_properties LABELS "${T_LABELS}")
+  if(T_TIMEOUT)
+    list(APPEND _properties TIMEOUT ${T_TIMEOUT})
+  endif()
   gtest_discover_tests(${name}
     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
-    PROPERTIES LABELS "${T_LABELS}"
+    PROPERTIES ${_properties}
     DISCOVERY_TIMEOUT 60)
   if("unit" IN_LIST T_LABELS OR "cli" IN_LIST T_LABELS)
     add_dependencies(qzxl_checked ${name})

@@ -138,6 +138,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"DECIMAL",
     u"DETECTLANGUAGE",
     u"DROP",
+    u"ECMA.CEILING",
     u"ENCODEURL",
     u"ERF.PRECISE",
     u"ERFC.PRECISE",
@@ -225,6 +226,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"SHEETS",
     u"SINGLE",
     u"SKEW.P",
+    u"SORTBY",
     u"STDEV.P",
     u"STDEV.S",
     u"STOCKHISTORY",
@@ -244,8 +246,8 @@ constexpr const char16_t* kPrefixed[] = {
     u"TOROW",
     u"TRANSLATE",
     u"UNICHAR",
-    u"UNIQUE",
     u"UNICODE",
+    u"UNIQUE",
     u"VALUETOTEXT",
     u"VAR.P",
     u"VAR.S",
@@ -263,7 +265,7 @@ constexpr const char16_t* kPrefixed[] = {
 
 /// The functions files write with "_xlfn._xlws.": those that came with spilled arrays and
 /// belong to the worksheet alone.
-constexpr const char16_t* kWorksheetPrefixed[] = {u"FILTER", u"SORT", u"SORTBY"};
+constexpr const char16_t* kWorksheetPrefixed[] = {u"FILTER", u"SORT"};
 
 /// The upper-case name without the file prefixes.
 String bare_name(StringView name) {

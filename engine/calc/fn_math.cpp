@@ -137,6 +137,16 @@ Operand f_ceiling(Args& a) {
   if (x < 0 && m < 0) return num(-multiple_round(-x, -m, 1));
   return num(multiple_round(x, m, 1));
 }
+// The older rule the open file format wrote down: a number and a significance of different
+// signs are #NUM!, and the rounding is always away from zero.
+Operand f_ecma_ceiling(Args& a) {
+  double x = number(a, 0);
+  double m = number(a, 1);
+  if (m == 0 || x == 0) return num(0);
+  if ((x < 0) != (m < 0)) return error(cell_error::num);
+  if (x < 0) return num(-multiple_round(-x, -m, 1));
+  return num(multiple_round(x, m, 1));
+}
 Operand f_ceiling_math(Args& a) {
   double x = number(a, 0);
   double m = a.missing(1) ? 1 : std::fabs(number(a, 1));
@@ -180,9 +190,22 @@ Operand f_odd(Args& a) {
   if (r < 1) r = 1;
   return num(x < 0 ? -r : r);
 }
+/// C(n, k) by the shorter of its two products; #NUM! once it outgrows a double, which also
+/// ends the loop early for counts like 1E+15.
+Operand binomial(double n, double k) {
+  k = std::min(k, n - k);
+  double r = 1;
+  for (double i = 1; i <= k; ++i) {
+    r = r * (n - k + i) / i;
+    if (!std::isfinite(r)) return error(cell_error::num);
+  }
+  return num(std::round(r));
+}
 Operand f_fact(Args& a) {
   double x = std::floor(number(a, 0));
   if (x < 0) return error(cell_error::num);
+  // Past 170! no double holds the result; stopping there also keeps 1E+15 from looping.
+  if (x > 170) return error(cell_error::num);
   double r = 1;
   for (int i = 2; i <= x; ++i) r *= i;
   return num(r);
@@ -190,9 +213,7 @@ Operand f_fact(Args& a) {
 Operand f_combin(Args& a) {
   double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
   if (n < 0 || k < 0 || k > n) return error(cell_error::num);
-  double r = 1;
-  for (int i = 1; i <= k; ++i) r = r * (n - k + i) / i;
-  return num(std::round(r));
+  return binomial(n, k);
 }
 Operand f_gcd(Args& a) {
   double g = 0;
@@ -646,15 +667,14 @@ Operand f_factdouble(Args& a) {
   double n = std::trunc(number(a, 0));
   if (n < -1) return error(cell_error::num);
   double r = 1;
-  for (double k = n; k > 1; k -= 2) r *= k;
-  return num(r);
+  for (double k = n; k > 1 && std::isfinite(r); k -= 2) r *= k;
+  return std::isfinite(r) ? num(r) : error(cell_error::num);
 }
 Operand f_combina(Args& a) {
   double n = std::trunc(number(a, 0)), k = std::trunc(number(a, 1));
   if (n < 0 || k < 0 || (n == 0 && k > 0)) return error(cell_error::num);
-  double total = n + k - 1, r = 1;
-  for (double i = 1; i <= k; ++i) r = r * (total - k + i) / i;
-  return num(std::round(r));
+  if (k == 0) return num(1);
+  return binomial(n + k - 1, k);
 }
 Operand f_multinomial(Args& a) {
   double total = 0, r = 1;
@@ -662,10 +682,12 @@ Operand f_multinomial(Args& a) {
     double n = std::trunc(d);
     if (n < 0) raise(cell_error::num);
     // Multiply in the binomial coefficient of each part as it joins the total.
-    for (double i = 1; i <= n; ++i) r = r * (total + i) / i;
+    Operand c = binomial(total + n, std::min(n, total));
+    if (!c.is_value() || c.value.is_error()) raise(cell_error::num);
+    r *= c.value.number;
     total += n;
   });
-  return num(std::round(r));
+  return std::isfinite(r) ? num(std::round(r)) : error(cell_error::num);
 }
 Operand f_seriessum(Args& a) {
   double x = number(a, 0), n = number(a, 1), m = number(a, 2);
@@ -821,6 +843,7 @@ void add_math_functions(std::vector<FunctionInfo>& t) {
                         {u"ACOSH", 1, 1, f_acosh, each_arg},
                         {u"ATANH", 1, 1, f_atanh, each_arg},
                         {u"CEILING.PRECISE", 1, 2, f_ceiling_precise, each_arg},
+                        {u"ECMA.CEILING", 2, 2, f_ecma_ceiling, each_arg},
                         {u"ISO.CEILING", 1, 2, f_ceiling_precise, each_arg},
                         {u"FLOOR.PRECISE", 1, 2, f_floor_precise, each_arg},
                         {u"SUMX2MY2", 2, 2, f_sumx<0>},

@@ -66,6 +66,17 @@ TEST_F(Functions, Arithmetic) {
   EXPECT_EQ(book.eval(u"ODD(2)"), N(3));
   EXPECT_EQ(book.eval(u"FACT(5)"), N(120));
   EXPECT_EQ(book.eval(u"GCD(12,18)"), N(6));
+  // Huge counts end at once, in #NUM! where the result overflows, rather than counting up to
+  // 1E+15.
+  EXPECT_EQ(book.eval(u"FACT(1E+15)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FACTDOUBLE(1E+15)"), E(cell_error::num));
+  near(book, u"MULTINOMIAL(2,1E+15,4)", 1e90 / 48);
+  EXPECT_EQ(book.eval(u"MULTINOMIAL(2000,1E+15)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"MULTINOMIAL(2,3,4)"), N(1260));
+  EXPECT_EQ(book.eval(u"COMBIN(1E+15,1E+15-1)"), N(1e15));
+  EXPECT_EQ(book.eval(u"COMBIN(10,7)"), N(120));
+  EXPECT_EQ(book.eval(u"COMBINA(4,3)"), N(20));
+  near(book, u"COMBINA(1E+15,2)", 5e29);
   EXPECT_EQ(book.eval(u"QUOTIENT(-7,2)"), N(-3));
   Value r = book.eval(u"RAND()");
   EXPECT_TRUE(r.number >= 0 && r.number < 1);
@@ -262,6 +273,13 @@ TEST_F(Functions, DistributionsAndRegression) {
   near(book, u"SUMX2MY2({2,3},{1,1})", 11);
   near(book, u"INDEX(MMULT({1,2;3,4},{5;6}),2,1)", 39);
   EXPECT_EQ(book.eval(u"SUMXMY2({\"a\"},{1})"), E(cell_error::div0));  // no pair of numbers
+  // The smallest count whose cumulative probability reaches the level, for few trials and
+  // for so many that counting up one by one would never end.
+  EXPECT_EQ(book.eval(u"BINOM.INV(10,0.5,0.5)"), N(5));
+  EXPECT_EQ(book.eval(u"CRITBINOM(6,0.5,0.75)"), N(4));
+  near(book, u"BINOM.INV(1E+15,0.5,0.5)/1E+15", 0.5);
+  Value many = book.eval(u"BINOM.INV(1E+15,0.5,0.75)");
+  EXPECT_TRUE(many.number > 5e14 && many.number < 5e14 + 2e7) << many.number;
 }
 
 TEST_F(Functions, Logic) {
@@ -579,8 +597,46 @@ TEST_F(Functions, SelectionsFilterSortAndUnique) {
   EXPECT_EQ(book.eval(u"_xlfn._xlws.SORT(A1:A6,1,-1)"), N(60));
   EXPECT_EQ(book.eval(u"ROWS(_xlfn.UNIQUE(B1:B6))"), N(5));
   EXPECT_EQ(function_file_name(u"filter"), u"_xlfn._xlws.FILTER");
-  EXPECT_EQ(function_file_name(u"SORTBY"), u"_xlfn._xlws.SORTBY");
+  EXPECT_EQ(function_file_name(u"SORTBY"), u"_xlfn.SORTBY");
   EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
+}
+
+TEST_F(Functions, SortFilterAndUniquePickAndOrderWholeLines) {
+  auto joined = [&](std::u16string_view f) {
+    return book.eval(u"TEXTJOIN(\",\",FALSE," + std::u16string(f) + u")");
+  };
+  // Ties keep their order, text ignores case, and kinds sort numbers, text, Booleans.
+  EXPECT_EQ(joined(u"SORT(B1:B6)"), S(u"apple,apple,Apple pie,banana,cherry,date"));
+  EXPECT_EQ(joined(u"TAKE(SORT(A1:B6,2,-1),,1)"), S(u"50,30,20,60,10,40"));
+  EXPECT_EQ(joined(u"SORT({3;\"a\";TRUE;1})"), S(u"1,3,a,TRUE"));
+  EXPECT_EQ(joined(u"SORT({1,\"b\";2,\"a\";1,\"a\"},{1,2},{1,-1})"), S(u"1,b,1,a,2,a"));
+  EXPECT_EQ(joined(u"SORT({3,1,2},1,1,TRUE)"), S(u"1,2,3"));
+  EXPECT_EQ(book.eval(u"SORT(A1:B6,3)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SORT(A1:B6,1,0)"), E(cell_error::value));
+  EXPECT_EQ(joined(u"SORTBY(B1:B6,A1:A6,-1)"), S(u"Apple pie,date,apple,cherry,banana,apple"));
+  EXPECT_EQ(joined(u"SORTBY({\"x\",\"y\",\"z\"},{2,3,1})"), S(u"z,x,y"));
+  EXPECT_EQ(book.eval(u"SORTBY(B1:B6,A1:A5)"), E(cell_error::value));
+  EXPECT_EQ(joined(u"FILTER(A1:A6,B1:B6=\"apple\")"), S(u"10,40"));
+  EXPECT_EQ(joined(u"FILTER({1,2,3},{TRUE,FALSE,1})"), S(u"1,3"));
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,A1:A6>100)"), E(2050));  // #CALC!
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,A1:A6>100,\"none\")"), S(u"none"));
+  EXPECT_EQ(book.eval(u"FILTER(A1:A6,{1;0})"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"FILTER(A1,1)"), N(10));
+  EXPECT_EQ(joined(u"UNIQUE(B1:B6)"), S(u"apple,banana,cherry,date,Apple pie"));
+  EXPECT_EQ(joined(u"UNIQUE(B1:B6,FALSE,TRUE)"), S(u"banana,cherry,date,Apple pie"));
+  EXPECT_EQ(joined(u"UNIQUE({1,1,2;1,1,2},TRUE)"), S(u"1,2,1,2"));
+  EXPECT_EQ(book.eval(u"UNIQUE({1;1},,TRUE)"), E(2050));
+  // Files name the two older worksheet ones with both prefixes.
+  EXPECT_EQ(function_file_name(u"sort"), u"_xlfn._xlws.SORT");
+  EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
+}
+
+TEST_F(Functions, TheOldCeilingRefusesMixedSignsAndRoundsAwayFromZero) {
+  EXPECT_EQ(book.eval(u"ECMA.CEILING(2.1,0.5)"), N(2.5));
+  EXPECT_EQ(book.eval(u"_xlfn.ECMA.CEILING(-2.1,-1)"), N(-3));
+  EXPECT_EQ(book.eval(u"ECMA.CEILING(-2.1,1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"CEILING(-2.1,1)"), N(-2));
+  EXPECT_EQ(book.eval(u"ECMA.CEILING(5,0)"), N(0));
 }
 
 TEST(FunctionNames, AtLeastEightyAndSorted) {
