@@ -131,33 +131,32 @@ class Tally final : public qz::autocolor::Observer {
  public:
   void decided(const qz::host::RangePtr& cell, Outcome outcome,
                std::optional<int32_t> colour) override {
-    const auto i = static_cast<size_t>(outcome);
-    ++cells[i];
-    ++total;
-    if (!colour) return;
-    int32_t before = -1;
-    try {
-      before = qz::to_long(cell->font()->color());
-    } catch (const std::exception&) {
-    }
-    if (before != *colour) ++changed[i];
+    count(outcome, colour, [&] { return cell->font()->color(); });
   }
   bool needs_cells() const override { return false; }
   void decided_colour(const qz::Variant& colour_before, Outcome outcome,
                       std::optional<int32_t> colour) override {
+    count(outcome, colour, [&]() -> const qz::Variant& { return colour_before; });
+  }
+  std::array<int64_t, qz::autocolor::kOutcomes> cells{}, changed{};
+  int64_t total = 0;
+
+ private:
+  // The colour a cell had is read only when the rules give it one, and a cell whose colour
+  // cannot be read counts as changed.
+  template <class ColourBefore>
+  void count(Outcome outcome, std::optional<int32_t> colour, ColourBefore colour_before) {
     const auto i = static_cast<size_t>(outcome);
     ++cells[i];
     ++total;
     if (!colour) return;
     int32_t before = -1;
     try {
-      before = qz::to_long(colour_before);
+      before = qz::to_long(colour_before());
     } catch (const std::exception&) {
     }
     if (before != *colour) ++changed[i];
   }
-  std::array<int64_t, qz::autocolor::kOutcomes> cells{}, changed{};
-  int64_t total = 0;
 };
 
 struct Timing {
