@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 
+#include "engine/calc/as_written.hpp"
 #include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "host/cell_scan.hpp"
@@ -365,6 +366,14 @@ class ERange final : public host::Range, public host::CellScan {
   std::optional<String> formula(int32_t row, int32_t column) override {
     const Cell* c = cell_at(row, column);
     if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
+    if (c && c->kind() == CellKind::Formula) {
+      // A formula read from a file and not parsed since: its text, when parsing and
+      // rendering it would give that text back, without doing either.
+      const FormulaCell& f = sh().formula(*c);
+      if (!f.parsed && !f.shared_master && f.file && !f.file->text.empty() &&
+          calc::renders_as_written(f.file->text, *book_))
+        return u"=" + f.file->text16();
+    }
     return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
   }
   String prefix_character(int32_t row, int32_t column) override {
