@@ -382,11 +382,14 @@ class ERange final : public host::Range, public host::CellScan {
     return book_->styles.xf(xf).quote_prefix ? u"'" : u"";
   }
   bool shows_colon(int32_t row, int32_t column) override {
-    // A number shows a colon only from its format: a time, or a colon the code writes out.
-    // Other codes show digits, signs, marks and the code's own text, so most numbers of a
-    // model need no text made to tell.
+    // A number, typed or calculated, shows a colon only from its format: a time, or a colon
+    // the code writes out. Other codes show digits, signs, marks and the code's own text, so
+    // most numbers of a model need no text made to tell.
     const Cell* c = cell_at(row, column);
-    if (c && c->kind() == CellKind::Number) {
+    const bool number = c && (c->kind() == CellKind::Number ||
+                              (c->kind() == CellKind::Formula &&
+                               sh().formula(*c).value.kind == calc::Value::Kind::Number));
+    if (number) {
       const uint32_t id = book_->styles.xf(c->style()).numfmt;
       auto known = colon_free_.find(id);
       if (known == colon_free_.end()) {
