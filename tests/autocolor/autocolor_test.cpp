@@ -546,6 +546,8 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       "poi/spreadsheet/NumberFormatTests.xlsx",
       "closedxml/Examples/Misc/FormulasWithEvaluation.xlsx",
       "closedxml/TryToLoad/LO/xlsx/functions-excel-2010.xlsx",
+      "closedxml/TryToLoad/LO/xlsx/external-refs.xlsx",
+      "poi/spreadsheet/ref2-56737.xlsx",
   };
   for (const bool opted_in : {false, true}) {
     ac->SetAutoColorText(Variant(opted_in));
