@@ -284,6 +284,12 @@ std::set<int64_t> holidays(Args& a, size_t i) {
   std::set<int64_t> out;
   if (i >= a.size() || a.missing(i)) return out;
   const Operand& o = a.get(i);
+  // A holiday typed directly must read as a date (text that does not is #VALUE!); in a range
+  // or an array only the numbers are days off.
+  if (o.is_value() && o.value.kind == Value::Kind::Text) {
+    out.insert(static_cast<int64_t>(std::floor(number(a, i))));
+    return out;
+  }
   a.ev().for_each(o, [&](const Value& v, bool) {
     if (v.is_error()) raise(v.error_code());
     if (v.kind == Value::Kind::Number) out.insert(static_cast<int64_t>(std::floor(v.number)));

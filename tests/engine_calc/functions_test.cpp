@@ -503,6 +503,9 @@ TEST_F(Functions, DateEdgesAndTheOtherDateSystem) {
   EXPECT_EQ(book.eval(u"NETWORKDAYS.INTL(DATE(2026,11,2),DATE(2026,11,15),11)"), N(12));
   EXPECT_EQ(book.eval(u"NETWORKDAYS.INTL(DATE(2026,11,2),DATE(2026,11,15),\"0000011\")"), N(10));
   EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,13),DATE(2026,11,2))"), N(-10));
+  // A holiday typed as text counts when it reads as a date and is refused when it does not.
+  EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13),\"2026-11-11\")"), N(9));
+  EXPECT_EQ(book.eval(u"WORKDAY(DATE(2026,11,13),1,\"none\")"), E(cell_error::value));
   EXPECT_EQ(book.eval(u"WORKDAY.INTL(DATE(2026,11,13),1,\"0000001\")"),
             N(46340));  // Saturday works
   EXPECT_EQ(book.eval(u"WEEKNUM(DATE(2026,1,4))"), N(2));
