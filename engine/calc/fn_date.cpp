@@ -194,7 +194,8 @@ Operand f_eomonth(Args& a) {
 }
 
 Operand f_days(Args& a) {
-  return num(std::floor(number(a, 0)) - std::floor(number(a, 1)));
+  // A number outside the calendar is no date: #NUM!, as everywhere else.
+  return num(date_arg(a, 0) - date_arg(a, 1));
 }
 
 Operand f_datedif(Args& a) {

@@ -388,6 +388,7 @@ TEST_F(Functions, DatesAndTimes) {
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"MD\")"), N(23));
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2026,1,2),DATE(2026,1,1),\"D\")"), E(cell_error::num));
   EXPECT_EQ(book.eval(u"DAYS(DATE(2026,3,1),DATE(2026,2,1))"), N(28));
+  EXPECT_EQ(book.eval(u"DAYS(DATE(2026,3,1),-1)"), E(cell_error::num));
   EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13))"), N(10));
   EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13),DATE(2026,11,11))"), N(9));
   EXPECT_EQ(book.eval(u"WORKDAY(DATE(2026,11,13),1)"), N(46342));  // Friday -> Monday
