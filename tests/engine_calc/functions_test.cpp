@@ -355,6 +355,9 @@ TEST_F(Functions, Text) {
   EXPECT_EQ(book.eval(u"CONCATENATE(\"a\",1,TRUE)"), S(u"a1TRUE"));
   EXPECT_EQ(book.eval(u"CONCAT(B1:B2,\"!\")"), S(u"applebanana!"));
   EXPECT_EQ(book.eval(u"TEXTJOIN(\", \",TRUE,B1:B3,D1)"), S(u"apple, banana, cherry"));
+  // Delimiters from a range or array take turns, an empty one among them too.
+  EXPECT_EQ(book.eval(u"TEXTJOIN({\"-\",\"/\"},FALSE,A1:A4)"), S(u"10-20/30-40"));
+  EXPECT_EQ(book.eval(u"TEXTJOIN(D1:D2,TRUE,B1:B3)"), S(u"applebananacherry"));
   EXPECT_EQ(book.eval(u"TEXT(1234.5,\"#,##0.00\")"), S(u"1,234.50"));
   EXPECT_EQ(book.eval(u"TEXT(C1,\"mmm d, yyyy\")"), S(u"Jan 1, 2026"));
   EXPECT_EQ(book.eval(u"TEXT(0.25,\"0%\")"), S(u"25%"));
