@@ -308,6 +308,8 @@ class EWorkbooks final : public host::Workbooks {
     }
     // UpdateLinks needs nothing here: the engine never reaches into other files, so the values
     // a file keeps for other workbooks' cells stay as they were stored, as with UpdateLinks 0.
+    // Formulas stored without a value are calculated, as the application does on opening.
+    b->calculate_uncached();
     b->loaded();
     app_->open_book(b);
     return app_->workbook(b);

@@ -111,6 +111,7 @@ void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<File
   FormulaCell& f = s.formulas[slot];
   f.at = CellRef{row, col};
   f.value = cached;
+  if (cached.kind == calc::Value::Kind::Empty) uncached_.emplace_back(s.id, slot);
   if (file) {
     if (file->type == FileFormula::Type::Shared) {
       if (!file->text.empty())

@@ -298,6 +298,10 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
                     const calc::Value& cached, uint32_t style);
   /// Marks everything as it was loaded: no changes, saved.
   void loaded();
+  /// Calculates the formulas the file kept no value for (some writers leave that to the
+  /// application opening the file), so no formula reads as empty; formulas with a kept value,
+  /// volatile ones included, keep it.
+  void calculate_uncached();
   /// True when anything changed since loading (or since `loaded`).
   bool any_change() const;
 
@@ -351,6 +355,7 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   std::vector<std::pair<SheetId, CellRef>> pending_;  // changed cells since the last commit
   std::vector<std::pair<SheetId, uint32_t>> dirty_;   // formula slots to recalculate
   std::vector<std::pair<SheetId, uint32_t>> volatile_;
+  std::vector<std::pair<SheetId, uint32_t>> uncached_;  // loaded formulas without a value
   // Formula slots by the (upper-case) names they use, so a name's change reaches its users.
   std::unordered_map<String, std::vector<std::pair<SheetId, uint32_t>>> name_users_;
   uint64_t evaluations_ = 0;

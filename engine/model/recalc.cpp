@@ -600,6 +600,24 @@ void Book::calculate(bool all) {
   auto_calc = saved_mode;
 }
 
+void Book::calculate_uncached() {
+  if (uncached_.empty()) return;
+  for (auto& [sid, i] : uncached_) {
+    Sheet* s = sheet(sid);
+    if (s && i < s->formulas.size() && s->formulas[i].live && !s->formulas[i].dirty &&
+        s->formulas[i].value.kind == calc::Value::Kind::Empty) {
+      s->formulas[i].dirty = true;
+      dirty_.emplace_back(sid, i);
+    }
+  }
+  std::vector<std::pair<SheetId, uint32_t>>().swap(uncached_);
+  // Only these formulas are calculated (what they read on demand): an ordinary recalculation
+  // would also redo the volatile ones and the dependents of array results.
+  recalc_dirty_once();
+  if (array_blocks_) store_array_results();
+  pending_.clear();
+}
+
 CalcOutcome Book::recalculate_all() {
   CalcOutcome out;
   circular_.clear();

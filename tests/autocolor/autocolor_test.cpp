@@ -3,6 +3,7 @@
 // the settings, the menu buttons and a client's veto.
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <sstream>
@@ -549,20 +550,56 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       "closedxml/TryToLoad/LO/xlsx/external-refs.xlsx",
       "poi/spreadsheet/ref2-56737.xlsx",
   };
+  std::vector<std::filesystem::path> files;
+  for (const char* name : books) files.push_back(corpus / "workbooks" / name);
+  // A writer that keeps no values for its formulas: they are calculated on opening, so each
+  // is decided like any other formula rather than passed over as an empty cell.
+  TempDir tmp;
+  const std::filesystem::path uncached = tmp / "uncached.xlsx";
+  const std::string script =
+      "import openpyxl, sys\n"
+      "wb = openpyxl.Workbook()\n"
+      "ws = wb.active\n"
+      "ws.title = 'Sheet1'\n"
+      "ws['A1'] = 4\n"
+      "ws['B1'] = '=A1*2'\n"
+      "ws['B2'] = '=A1+A1'\n"
+      "ws['B3'] = '=\"\"'\n"
+      "ws['B4'] = '=B1*B1'\n"
+      "wb.create_sheet('Other')['A1'] = '=Sheet1!B4'\n"
+      "wb.save(sys.argv[1])\n";
+  const std::filesystem::path script_file = tmp / "write.py";
+  std::ofstream(script_file) << script;
+  const bool have_openpyxl = std::system(("/usr/bin/python3 '" + script_file.string() + "' '" +
+                                          uncached.string() + "' 2>/dev/null")
+                                             .c_str()) == 0;
+  if (have_openpyxl) files.push_back(uncached);
   for (const bool opted_in : {false, true}) {
     ac->SetAutoColorText(Variant(opted_in));
     ac->SetAutoColorDates(Variant(opted_in));
-    for (const char* name : books) {
-      SCOPED_TRACE(std::string(name) + (opted_in ? " (texts and dates too)" : ""));
-      const Outcomes bulk = run(corpus / "workbooks" / name, false);
-      const Outcomes each = run(corpus / "workbooks" / name, true);
+    for (const auto& file : files) {
+      SCOPED_TRACE(file.string() + (opted_in ? " (texts and dates too)" : ""));
+      const Outcomes bulk = run(file, false);
+      const Outcomes each = run(file, true);
       EXPECT_FALSE(each.rules.empty());
       EXPECT_EQ(bulk.rules, each.rules);
       EXPECT_EQ(bulk.colours, each.colours);
       EXPECT_EQ(bulk.formulas, each.formulas);
       EXPECT_EQ(bulk.shown, each.shown);
+      if (file != uncached) continue;
+      const auto rule = [&](const char* where) {
+        auto it = each.rules.find(where);
+        return it == each.rules.end() ? -1 : it->second;
+      };
+      EXPECT_EQ(rule("Sheet1!$B$1"), static_cast<int>(autocolor::Outcome::PartialInput));
+      EXPECT_EQ(rule("Sheet1!$B$2"), static_cast<int>(autocolor::Outcome::Formula));
+      EXPECT_EQ(rule("Sheet1!$B$4"), static_cast<int>(autocolor::Outcome::Formula));
+      EXPECT_EQ(rule("Other!$A$1"), static_cast<int>(autocolor::Outcome::SheetLink));
+      // An empty text is a value like any other.
+      EXPECT_NE(rule("Sheet1!$B$3"), -1);
     }
   }
+  if (!have_openpyxl) GTEST_SKIP() << "python3-openpyxl not installed";
 }
 
 // --- Settings and buttons ------------------------------------------------------------------

@@ -919,6 +919,36 @@ TEST_F(Workbooks, TheApplicationListsAddInsByTitleAndOpensTemplatesAsAsked) {
   EXPECT_FALSE(app->workbooks()->open(args)->read_only());
 }
 
+// Some writers keep no values for their formulas and leave calculating them to whoever opens
+// the file: those are calculated on opening, and only those.
+TEST_F(Workbooks, FormulasKeptWithoutValuesAreCalculatedOnOpeningAndNoOthers) {
+  xlsx::register_format();
+  auto app = create_application();
+  const std::string cells =
+      R"(<row r="1"><c r="A1"><v>2</v></c><c r="B1"><f>A1*3</f><v></v></c><c r="C1"><f>""</f></c>)"
+      R"(<c r="D1"><f>NOW()</f><v>5</v></c><c r="E1"><f>D1+B1+F1</f></c>)"
+      R"(<c r="F1"><f>A1</f><v>99</v></c><c r="G1" t="str"><f>Second!B2&amp;"!"</f></c></row>)";
+  const fs::path in = write(book_parts({{"xl/worksheets/sheet1.xml", sheet_xml(cells)}}));
+  host::OpenArgs args;
+  args.filename = from_utf8(in.string());
+  auto book = app->workbooks()->open(args);
+  auto value = [&](const char16_t* at) {
+    return book->worksheets()->item(Variant(u"First"))->range(Variant(at))->value();
+  };
+  EXPECT_EQ(value(u"B1"), Variant(6.0));
+  EXPECT_EQ(value(u"C1"), Variant(String())) << "an empty text is no empty cell";
+  EXPECT_FALSE(value(u"C1").is_empty());
+  EXPECT_EQ(value(u"D1"), Variant(5.0)) << "a volatile formula keeps the value it was kept with";
+  EXPECT_EQ(value(u"F1"), Variant(99.0));
+  EXPECT_EQ(value(u"E1"), Variant(110.0)) << "kept values are read as they are";
+  EXPECT_EQ(value(u"G1"), Variant(String(u"7!")));
+  EXPECT_TRUE(book->saved());
+  // Nothing was changed, so nothing is rewritten: the sheet stays as the writer left it.
+  const fs::path out = dir_ / "copy.xlsx";
+  book->save_as(from_utf8(out.string()));
+  EXPECT_EQ(part(out, "xl/worksheets/sheet1.xml"), part(in, "xl/worksheets/sheet1.xml"));
+}
+
 // Cell values are read by a quick path for short decimals and the general conversion for the
 // rest; both must give the very double the text denotes, or a value changes on a round trip.
 TEST(CellNumbers, ShortDecimalsReadAsTheGeneralConversionReadsThem) {
