@@ -62,6 +62,8 @@ const std::vector<FunctionInfo>& table() {
     add_info_functions(v);
     add_array_functions(v);
     add_lambda_functions(v);
+    add_regex_functions(v);
+    add_group_functions(v);
     std::sort(v.begin(), v.end(), [](const FunctionInfo& a, const FunctionInfo& b) {
       return StringView(a.name) < StringView(b.name);
     });
@@ -128,6 +130,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"CONCAT",
     u"CONFIDENCE.NORM",
     u"CONFIDENCE.T",
+    u"COPILOT",
     u"COT",
     u"COTH",
     u"COVARIANCE.P",
@@ -164,6 +167,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"GAMMA.INV",
     u"GAMMALN.PRECISE",
     u"GAUSS",
+    u"GROUPBY",
     u"HSTACK",
     u"HYPGEOM.DIST",
     u"IFNA",
@@ -173,6 +177,8 @@ constexpr const char16_t* kPrefixed[] = {
     u"IMCOT",
     u"IMCSC",
     u"IMCSCH",
+    u"IMPORTCSV",
+    u"IMPORTTEXT",
     u"IMSEC",
     u"IMSECH",
     u"IMSINH",
@@ -207,6 +213,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"PERCENTRANK.INC",
     u"PERMUTATIONA",
     u"PHI",
+    u"PIVOTBY",
     u"POISSON.DIST",
     u"QUARTILE.EXC",
     u"QUARTILE.INC",
@@ -245,6 +252,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"TOCOL",
     u"TOROW",
     u"TRANSLATE",
+    u"TRIMRANGE",
     u"UNICHAR",
     u"UNICODE",
     u"UNIQUE",
@@ -804,8 +812,17 @@ Operand Evaluator::name(const Formula& f, const Node& n) {
   auto def = ctx_.name(f.text(n.str), scope);
   if (!def || !def->formula) {
     // A table's name alone stands for its data rows.
-    if (n.ref == kNoRef)
+    if (n.ref == kNoRef) {
       if (auto t = ctx_.table(f.text(n.str))) return Operand::ref({Area{t->sheet, t->data()}});
+      // A function's name alone is the function, as typed for GROUPBY's or MAP's function
+      // (files write it "_xleta.SUM").
+      int32_t id = find_function(upper_text(f.text(n.str)));
+      if (id >= 0) {
+        auto l = std::make_shared<Lambda>();
+        l->builtin = id;
+        return Operand::function(std::move(l));
+      }
+    }
     return Value::error(cell_error::name);
   }
   if (name_depth > 32) return Value::error(cell_error::name);

@@ -179,6 +179,8 @@ void add_text_locale_functions(std::vector<FunctionInfo>& table);
 void add_info_functions(std::vector<FunctionInfo>& table);
 void add_array_functions(std::vector<FunctionInfo>& table);
 void add_lambda_functions(std::vector<FunctionInfo>& table);
+void add_regex_functions(std::vector<FunctionInfo>& table);
+void add_group_functions(std::vector<FunctionInfo>& table);
 
 class Evaluator {
  public:

@@ -639,6 +639,115 @@ TEST_F(Functions, TheOldCeilingRefusesMixedSignsAndRoundsAwayFromZero) {
   EXPECT_EQ(book.eval(u"ECMA.CEILING(5,0)"), N(0));
 }
 
+/// A spilled result as "rows x cols: v1 v2 ...", empty text shown as "-".
+std::string spilled(TestBook& book, std::u16string_view text) {
+  auto f = parse(text, Notation::A1, cell("H1"), 0, book);
+  Spill s = evaluate_spill(*f, cell("H1"), 0, book);
+  std::string out = std::to_string(s.rows) + "x" + std::to_string(s.cols) + ":";
+  for (const Value& v : s.values) {
+    char num[32];
+    std::snprintf(num, sizeof num, "%.10g", v.number);
+    out += " " + (v.kind == Value::Kind::Number    ? std::string(num)
+                  : v.kind == Value::Kind::Text    ? (v.text.empty() ? "-" : to_utf8(v.text))
+                  : v.kind == Value::Kind::Boolean ? (v.number != 0 ? "TRUE" : "FALSE")
+                                                   : to_utf8(error_text(v.error_code())));
+  }
+  return out;
+}
+
+TEST_F(Functions, RegexMatchesLeftmostFirstAndRefusesWhatItCannotRun) {
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("abc123","\d+"))"), B(true));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("ABC","abc"))"), B(false));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("ABC","abc",1))"), B(true));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("Q","(?i)[a-z]"))"), B(true));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("Q","[^a-z]",1))"), B(false));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("a{x}","^a{x}$"))"), B(true));
+  EXPECT_EQ(book.eval(u"REGEXTEST(\"a\nb\",\"(?m)^b$\")"), B(true));
+  // Alternatives in the order written, greedy and lazy repeats, as a backtracker finds them.
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("abcd","b|bc"))"), S(u"b"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("abcd","bc|b"))"), S(u"bc"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("<a><b>","<.+?>"))"), S(u"<a>"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("<a><b>","<.+>"))"), S(u"<a><b>"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("aaaa","a{2,3}"))"), S(u"aaa"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("xyz","\d"))"), E(cell_error::na));
+  EXPECT_EQ(spilled(book, uR"(REGEXEXTRACT("a1b22c333","\d+",1))"), "3x1: 1 22 333");
+  EXPECT_EQ(spilled(book, uR"(REGEXEXTRACT("2026-11-24","(\d+)-(\d+)(x)?",2))"), "1x3: 2026 11 -");
+  EXPECT_EQ(spilled(book, uR"(REGEXTEST({"a1","b"},"\d"))"), "1x2: TRUE FALSE");
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1b22","\d+","#"))"), S(u"a#b#"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1b22c3","\d+","#",2))"), S(u"a1b#c3"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1b22c3","\d+","#",-3))"), S(u"a#b22c3"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1","\d+","#",2))"), S(u"a1"));
+  EXPECT_EQ(book.eval(uR"x(REGEXREPLACE("2026-11","(\d+)-(\d+)","$2/$1 $$"))x"), S(u"11/2026 $"));
+  EXPECT_EQ(book.eval(uR"x(REGEXREPLACE("ab","(?<x>a)","[${x}]"))x"), S(u"[a]b"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("baaac","a*","-"))"), S(u"-b--c-"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("cat concat","\bcat\b","dog"))"), S(u"dog concat"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("ab","a","$2"))"), E(cell_error::value));
+  // Bad patterns and what needs backtracking are #VALUE!; hostile ones end quickly.
+  for (const char16_t* bad :
+       {u"(", u"a**", u"[b-a]", uR"((a)\1)", u"(?=a)", u"a++", u"[[:alpha:]]"})
+    EXPECT_EQ(book.eval(u"REGEXTEST(\"a\",\"" + std::u16string(bad) + u"\")"), E(cell_error::value))
+        << to_utf8(bad);
+  EXPECT_EQ(book.eval(u"REGEXTEST(REPT(\"a\",40)&\"!\",\"(a*)*b\")"), B(false));
+  EXPECT_EQ(book.eval(u"REGEXTEST(REPT(\"a\",30000),\"^(a|aa)+$\")"), B(true));
+  EXPECT_EQ(book.eval(u"REGEXTEST(\"x\",REPT(\"(\",500)&\"x\"&REPT(\")\",500))"),
+            E(cell_error::value));
+  EXPECT_EQ(book.eval(u"REGEXTEST(\"a\",\"(a{1000}){1000}\")"), E(cell_error::value));
+  EXPECT_EQ(function_file_name(u"regexreplace"), u"_xlfn.REGEXREPLACE");
+}
+
+TEST_F(Functions, GroupbyAndPivotbySummariseByFieldsWithTotals) {
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B6,A1:A6,SUM)"),
+            "6x2: apple 50 Apple pie 60 banana 20 cherry 30 date 50 Total 210");
+  // By the value column, descending, ties in key order; no totals.
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B6,A1:A6,SUM,,0,-2)"),
+            "5x2: Apple pie 60 apple 50 date 50 cherry 30 banana 20");
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B6,A1:A6,LAMBDA(x,COUNT(x)),0,-1,-1,A1:A6>35)"),
+            "4x2: Total 3 date 1 Apple pie 1 apple 1");
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B3,A1:A3,PERCENTOF,0,0)"),
+            "3x2: apple 0.1666666667 banana 0.3333333333 cherry 0.5");
+  // Two levels: a subtotal under each parent, then the grand total.
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"x\",\"a\";\"y\",\"a\";\"x\",\"b\"},{1;3;2},SUM)"),
+            "6x3: x a 1 x b 2 x - 3 y a 3 y - 3 Total - 6");
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"x\",\"a\";\"y\",\"a\"},{1;3},SUM,,1,,,1)"),
+            "3x3: x a 1 y a 3 Total - 4");
+  // A header above the first number is read as one, and shown when asked.
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"k\";\"a\";\"b\";\"a\"},{\"v\";1;2;3},SUM)"),
+            "3x2: a 4 b 2 Total 6");
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"k\";\"a\";\"b\";\"a\"},{\"v\";1;2;3},SUM,3,0)"),
+            "3x2: k v a 4 b 2");
+  EXPECT_EQ(spilled(book, u"PIVOTBY(B1:B4,{\"x\";\"y\";\"x\";\"y\"},A1:A4,SUM)"),
+            "5x4: - x y Total apple 10 40 50 banana - 20 20 cherry 30 - 30 Total 40 60 100");
+  EXPECT_EQ(spilled(book, u"PIVOTBY(B1:B2,{\"x\";\"y\"},A1:A2,SUM,,0,,0)"),
+            "3x3: - x y apple 10 - banana - 20");
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A5,SUM)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A6,1)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A6,SUM,,,3)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A6,SUM,,,,A1:A6>99)"), E(2050));
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"a\";\"a\"},{1;2},LAMBDA(x,x),0,0)"), "1x2: a #CALC!");
+  EXPECT_EQ(function_file_name(u"pivotby"), u"_xlfn.PIVOTBY");
+}
+
+TEST_F(Functions, TrimrangeAndPercentof) {
+  book.set("F9", 1);
+  EXPECT_EQ(book.eval(u"ROWS(TRIMRANGE(A1:H20))&\"x\"&COLUMNS(TRIMRANGE(A1:H20))"), S(u"9x6"));
+  EXPECT_EQ(book.eval(u"ROWS(TRIMRANGE(E7:H20))&\"x\"&COLUMNS(TRIMRANGE(E7:H20))"), S(u"1x1"));
+  EXPECT_EQ(book.eval(u"ROW(TRIMRANGE(E7:H20,1,1))&\"x\"&COLUMNS(TRIMRANGE(E7:H20,1,1))"),
+            S(u"9x3"));
+  EXPECT_EQ(book.eval(u"ROWS(TRIMRANGE(E7:H20,2,0))&\"x\"&COLUMNS(TRIMRANGE(E7:H20,2,0))"),
+            S(u"3x4"));
+  EXPECT_EQ(book.eval(u"SUM(TRIMRANGE(A1:A100))"), N(210));
+  EXPECT_EQ(book.eval(u"TRIMRANGE(D1:D5)"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"TRIMRANGE(A1:A5,4)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"PERCENTOF(A1:A2,A1:A6)"), N(30.0 / 210));
+  EXPECT_EQ(book.eval(u"PERCENTOF(B1:B2,A1)"), N(0));
+  EXPECT_EQ(book.eval(u"PERCENTOF(1,{1,-1})"), E(cell_error::div0));
+  // Functions that need something outside the file are named as such.
+  EXPECT_EQ(book.eval(u"_xlfn.IMPORTCSV(\"a.csv\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"_xlfn.COPILOT(\"hi\")"), E(2046));
+  for (const char16_t* f : {u"IMPORTTEXT", u"_xlfn.FILTERXML", u"COPILOT"})
+    EXPECT_TRUE(function_not_computable(f)) << to_utf8(f);
+}
+
 TEST(FunctionNames, AtLeastEightyAndSorted) {
   auto names = function_names();
   EXPECT_GE(names.size(), 80u);
