@@ -64,6 +64,7 @@ const std::vector<FunctionInfo>& table() {
     add_lambda_functions(v);
     add_regex_functions(v);
     add_group_functions(v);
+    add_ets_functions(v);
     std::sort(v.begin(), v.end(), [](const FunctionInfo& a, const FunctionInfo& b) {
       return StringView(a.name) < StringView(b.name);
     });

@@ -181,6 +181,7 @@ void add_array_functions(std::vector<FunctionInfo>& table);
 void add_lambda_functions(std::vector<FunctionInfo>& table);
 void add_regex_functions(std::vector<FunctionInfo>& table);
 void add_group_functions(std::vector<FunctionInfo>& table);
+void add_ets_functions(std::vector<FunctionInfo>& table);
 
 class Evaluator {
  public:

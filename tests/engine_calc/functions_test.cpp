@@ -748,6 +748,39 @@ TEST_F(Functions, TrimrangeAndPercentof) {
     EXPECT_TRUE(function_not_computable(f)) << to_utf8(f);
 }
 
+TEST_F(Functions, ExponentialSmoothingFindsTrendAndSeasonOnAnyRegularTimeline) {
+  // A line is forecast exactly and has no season; a missing step is filled in between.
+  near(book, u"FORECAST.ETS(13,SEQUENCE(12)*10,SEQUENCE(12))", 130);
+  near(book, u"FORECAST.ETS(8,{10,20,40,50,60},{1,2,4,5,6})", 80);
+  near(book, u"FORECAST.ETS.CONFINT(13,SEQUENCE(12)*10,SEQUENCE(12))", 0);
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.SEASONALITY(SEQUENCE(12)*10,SEQUENCE(12))"), N(0));
+  // A trend of 1 a step under a pattern of four: found, and continued.
+  const std::u16string y = u"{6,-3,6,1,10,1,10,5,14,5,14,9,18,9,18,13}";
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.SEASONALITY(" + y + u",SEQUENCE(16))"), N(4));
+  near(book, u"FORECAST.ETS(17," + y + u",SEQUENCE(16))", 22);
+  near(book, u"FORECAST.ETS(18," + y + u",SEQUENCE(16),4)", 13);
+  // Order of the timeline does not matter; equal dates are aggregated (7: summed).
+  near(book, u"FORECAST.ETS(6,{50,10,40,20,30},{5,1,4,2,3})", 60);
+  near(book, u"FORECAST.ETS(5,{5,5,20,30,40},{1,1,2,3,4},0,1,7)", 50);
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.STAT({3,6,9,12},{10,20,30,40},8)"), N(10));
+  Value alpha = book.eval(u"FORECAST.ETS.STAT(" + y + u",SEQUENCE(16),1)");
+  EXPECT_TRUE(alpha.kind == Value::Kind::Number && alpha.number >= 0 && alpha.number <= 1);
+  Value wide = book.eval(u"FORECAST.ETS.CONFINT(20,{1,5,2,6,3,4,8,2},SEQUENCE(8),0.9)");
+  EXPECT_TRUE(wide.kind == Value::Kind::Number && wide.number > 0);
+  // The argument checks.
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3},{1,2})"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3.5,4})"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(0,{1,2,3,4},{1,2,3,4})"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,4},8761)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,4},3)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,4},0,2)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,\"x\"})"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(50,{1,2,3,4},{1,2,3,40})"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.CONFINT(5,{1,2,3,4},{1,2,3,4},1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.STAT({1,2,3,4},{1,2,3,4},9)"), E(cell_error::num));
+  EXPECT_EQ(function_file_name(u"forecast.ets.stat"), u"_xlfn.FORECAST.ETS.STAT");
+}
+
 TEST(FunctionNames, AtLeastEightyAndSorted) {
   auto names = function_names();
   EXPECT_GE(names.size(), 80u);
