@@ -329,10 +329,13 @@ Operand f_forecast_ets_confint(Args& a) {
   // The variance of an h-step forecast grows by the squared weights the later errors carry.
   const Fit& f = md.f;
   double sigma2 = f.sse / static_cast<double>(md.s.y.size());
-  double grow = 1;
-  for (long j = 1; j < static_cast<long>(h); ++j) {
-    double c = f.alpha + f.beta * static_cast<double>(j) + (f.m >= 2 && j % f.m == 0 ? f.gamma : 0);
-    grow += c * c;
+  // Summed in closed form over j = 1 .. h-1 of (alpha + beta j + gamma [m divides j])^2,
+  // so a target far ahead costs no more than a near one.
+  double k = h - 1, a1 = f.alpha, b1 = f.beta, g1 = f.gamma;
+  double grow = 1 + k * a1 * a1 + a1 * b1 * k * (k + 1) + b1 * b1 * k * (k + 1) * (2 * k + 1) / 6;
+  if (f.m >= 2) {
+    double p = std::floor(k / f.m);
+    grow += g1 * ((2 * a1 + g1) * p + b1 * f.m * p * (p + 1));
   }
   double z = special::norm_quantile((1 + level) / 2);
   return num(z * std::sqrt(sigma2 * grow));

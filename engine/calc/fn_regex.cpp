@@ -3,9 +3,10 @@
 // Patterns come from files, so the matcher must stay safe on any of them: it compiles the
 // pattern to a small program and runs every alternative side by side over the text (a Pike
 // machine), so its time grows with text length times program size and never explodes the
-// way backtracking does on "(a*)*b"; the parser counts its depth and the program's size
-// is bounded. The price is that back-references and look-around, which need backtracking,
-// are refused as bad patterns (#VALUE!), as is anything else the parser does not know.
+// way backtracking does on "(a*)*b"; the parser counts its depth, the program's size is
+// bounded and a call that would still take too long gives up with #VALUE!. The price is that
+// back-references and look-around, which need backtracking, are refused as bad patterns (#VALUE!),
+// as is anything else the parser does not know.
 #include <algorithm>
 #include <cstdint>
 #include <optional>
@@ -22,6 +23,9 @@ using namespace fn;
 constexpr size_t kMaxProgram = 4000;  // instructions; counted repeats count in full
 constexpr int kMaxDepth = 100;        // nested groups
 constexpr int kMaxRepeat = 1000;      // the largest count of "{n,m}"
+// The most steps (threads advanced, weighted by the groups each carries) one call may
+// take: a second or so at worst, for a long text under a pattern of many groups.
+constexpr uint64_t kMaxWork = 500000000;
 
 bool is_word(char16_t c) {
   return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
@@ -520,6 +524,8 @@ class Matcher {
       ++gen;
       nlist.clear();
       bool at_end = i >= s.size();
+      work_ += clist.size() * (slots + 4);
+      if (work_ > kMaxWork) raise(cell_error::value);
       for (size_t t = 0; t < clist.size(); ++t) {
         const Inst& in = p_.code[clist[t].pc];
         if (in.op == Op::Match) {
@@ -556,6 +562,7 @@ class Matcher {
     Captures caps;
   };
   Program p_;
+  mutable uint64_t work_ = 0;  // over every search of one call
 
   bool holds(const Inst& in, StringView s, size_t i) const {
     auto word_at = [&](size_t k) { return k < s.size() && is_word(s[k]); };

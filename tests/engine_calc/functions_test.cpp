@@ -709,6 +709,8 @@ TEST_F(Functions, RegexMatchesLeftmostFirstAndRefusesWhatItCannotRun) {
   EXPECT_EQ(book.eval(u"REGEXTEST(\"x\",REPT(\"(\",500)&\"x\"&REPT(\")\",500))"),
             E(cell_error::value));
   EXPECT_EQ(book.eval(u"REGEXTEST(\"a\",\"(a{1000}){1000}\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"REGEXTEST(REPT(\"a\",30000),REPT(\"(a?)\",900)&\"b\")"),
+            E(cell_error::value));
   EXPECT_EQ(function_file_name(u"regexreplace"), u"_xlfn.REGEXREPLACE");
 }
 
@@ -784,6 +786,9 @@ TEST_F(Functions, ExponentialSmoothingFindsTrendAndSeasonOnAnyRegularTimeline) {
   EXPECT_TRUE(alpha.kind == Value::Kind::Number && alpha.number >= 0 && alpha.number <= 1);
   Value wide = book.eval(u"FORECAST.ETS.CONFINT(20,{1,5,2,6,3,4,8,2},SEQUENCE(8),0.9)");
   EXPECT_TRUE(wide.kind == Value::Kind::Number && wide.number > 0);
+  // Far ahead is no slower than near, and wider.
+  Value far = book.eval(u"FORECAST.ETS.CONFINT(1E+12,{1,5,2,6,3,4,8,2},SEQUENCE(8),0.9)");
+  EXPECT_TRUE(far.kind == Value::Kind::Number && far.number > wide.number);
   // The argument checks.
   EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3},{1,2})"), E(cell_error::na));
   EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3.5,4})"), E(cell_error::num));
