@@ -813,17 +813,8 @@ Operand Evaluator::name(const Formula& f, const Node& n) {
   auto def = ctx_.name(f.text(n.str), scope);
   if (!def || !def->formula) {
     // A table's name alone stands for its data rows.
-    if (n.ref == kNoRef) {
+    if (n.ref == kNoRef)
       if (auto t = ctx_.table(f.text(n.str))) return Operand::ref({Area{t->sheet, t->data()}});
-      // A function's name alone is the function, as typed for GROUPBY's or MAP's function
-      // (files write it "_xleta.SUM").
-      int32_t id = find_function(upper_text(f.text(n.str)));
-      if (id >= 0) {
-        auto l = std::make_shared<Lambda>();
-        l->builtin = id;
-        return Operand::function(std::move(l));
-      }
-    }
     return Value::error(cell_error::name);
   }
   if (name_depth > 32) return Value::error(cell_error::name);

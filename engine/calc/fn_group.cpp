@@ -253,9 +253,23 @@ class Summary {
  public:
   Summary(Args& a, size_t i) : ev_(a.ev()) {
     const Operand& o = a.get(i);
-    if (o.is_value() && o.value.is_error()) raise(o.value.error_code());
-    if (!o.is_lambda()) raise(cell_error::value);
-    fn_ = o.lambda;
+    const Node& n = a.node(i);
+    // A function's name typed alone (files write "_xleta.SUM") is the function, when no
+    // name of the workbook has it.
+    bool undefined = o.is_value() && o.value.is_error() && o.value.error_code() == cell_error::name;
+    int32_t id = undefined && n.kind == NodeKind::Name && n.ref == kNoRef
+                     ? find_function(upper_text(a.formula().text(n.str)))
+                     : -1;
+    if (o.is_lambda()) {
+      fn_ = o.lambda;
+    } else if (id >= 0) {
+      auto l = std::make_shared<Lambda>();
+      l->builtin = id;
+      fn_ = std::move(l);
+    } else {
+      if (o.is_value() && o.value.is_error()) raise(o.value.error_code());
+      raise(cell_error::value);
+    }
     pair_ =
         fn_->builtin >= 0 ? fn_->builtin == find_function(u"PERCENTOF") : fn_->params.size() == 2;
   }
