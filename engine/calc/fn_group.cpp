@@ -116,13 +116,6 @@ struct Line {
   Key key;
   size_t level = 0;
   std::vector<int32_t> rows;
-  bool total() const { return level < key.size(); }
-};
-
-/// The fields as a table: the key columns, the rows that count, their header names.
-struct Fields {
-  Matrix keys;
-  std::vector<Value> headers;
 };
 
 /// How the headers are read and shown.
