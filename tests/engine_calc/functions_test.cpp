@@ -652,6 +652,26 @@ TEST_F(Functions, SortFilterAndUniquePickAndOrderWholeLines) {
   EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
 }
 
+TEST_F(Functions, AddInDateAndFinanceFunctionsRefuseBooleansTheCoreOnesCount) {
+  book.set_bool("D1", true);
+  const Value refused = E(cell_error::value);
+  // Typed, from a cell, anywhere in the argument list, and for each element of an array.
+  EXPECT_EQ(book.eval(u"EDATE(TRUE,1)"), refused);
+  EXPECT_EQ(book.eval(u"EOMONTH(D1,0)"), refused);
+  EXPECT_EQ(book.eval(u"YEARFRAC(39448,39630,FALSE)"), refused);
+  EXPECT_EQ(book.eval(u"WORKDAY(39722,151,TRUE)"), refused);
+  EXPECT_EQ(book.eval(u"COUPNUM(40568,40862,2,D1)"), refused);
+  EXPECT_EQ(book.eval(u"XNPV(TRUE,{-100,110},{39448,39813})"), refused);
+  EXPECT_EQ(book.eval(u"CUMIPMT(0.0075,360,125000,13,24,FALSE)"), refused);
+  EXPECT_EQ(book.eval(u"COUNT(EDATE({39448,TRUE},1))"), N(1));
+  // ACCRINT's last argument is the one meant to be a Boolean.
+  near(book, u"ACCRINT(39508,39691,39569,0.1,1000,2,0,D1)", 16.666666666666668);
+  near(book, u"ACCRINT(39508,39691,39569,0.1,1000,2,0,FALSE)", 16.666666666666668);
+  // The core functions read TRUE as 1.
+  EXPECT_EQ(book.eval(u"DATE(2008,D1,TRUE)"), N(39448));
+  near(book, u"PMT(0.1,2,D1)", -0.5761904761904762);
+}
+
 TEST_F(Functions, TheOldCeilingRefusesMixedSignsAndRoundsAwayFromZero) {
   EXPECT_EQ(book.eval(u"ECMA.CEILING(2.1,0.5)"), N(2.5));
   EXPECT_EQ(book.eval(u"_xlfn.ECMA.CEILING(-2.1,-1)"), N(-3));
