@@ -546,8 +546,8 @@ void Book::commit() {
 }
 
 void Book::dirty_dependents() {
-  if (!graph_valid_) rebuild_graph();
   if (!pending_.empty()) {
+    if (!graph_valid_) rebuild_graph();
     auto deps = graph_.dependents(pending_);
     // A large edit leaves a large list behind; give its memory back.
     std::vector<std::pair<SheetId, CellRef>>().swap(pending_);
@@ -574,8 +574,10 @@ void Book::dirty_dependents() {
 }
 
 void Book::calculate(bool all) {
-  if (!graph_valid_) rebuild_graph();
   if (all) {
+    // Every formula is calculated, each one's dirty precedents first, so this needs no
+    // dependency graph; one that is out of date is rebuilt when an edit first asks it for
+    // dependents. A workbook that is only recalculated and saved never builds one.
     dirty_.clear();
     for (auto& s : sheets)
       for (size_t i = 0; i < s->formulas.size(); ++i)
@@ -587,6 +589,7 @@ void Book::calculate(bool all) {
     recalc_dirty();
     return;
   }
+  if (!graph_valid_) rebuild_graph();
   bool saved_mode = auto_calc;
   auto_calc = true;
   for (auto& [sid, i] : volatile_) {
