@@ -99,16 +99,19 @@ Operand f_concat(Args& a) {
   return Value::str(out);
 }
 Operand f_textjoin(Args& a) {
-  String delim = text(a, 0);
+  // A range or array of delimiters is used in turn, starting again after the last.
+  std::vector<String> delims;
+  each_text(a, 0, [&](const String& s) { delims.push_back(s); });
+  if (delims.empty()) delims.emplace_back();
   bool skip_empty = boolean(a, 1);
   String out;
-  bool first = true;
+  size_t joined = 0;
   for (size_t i = 2; i < a.size(); ++i)
     each_text(a, i, [&](const String& s) {
       if (skip_empty && s.empty()) return;
-      if (!first) out += delim;
+      if (joined) out += delims[(joined - 1) % delims.size()];
       out += s;
-      first = false;
+      ++joined;
     });
   if (out.size() > 32767) return error(cell_error::value);
   return Value::str(out);

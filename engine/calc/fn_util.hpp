@@ -182,7 +182,9 @@ inline Value at_offset(Evaluator& ev, const Operand& o, int32_t r, int32_t c) {
 }
 
 /// Shared by SUMIFS, AVERAGEIFS, COUNTIFS, MINIFS, MAXIFS: visits the positions where every
-/// (range, criterion) pair matches. Pairs start at argument `first`.
+/// (range, criterion) pair matches. Pairs start at argument `first`; a range before them
+/// (the one summed, averaged or searched) must have the criteria ranges' shape too, or the
+/// call is #VALUE! (unlike SUMIF, whose sum range is stretched from its top-left cell).
 template <class F>
 void each_multi_match(Args& a, size_t first, F&& visit) {
   Evaluator& ev = a.ev();
@@ -194,6 +196,10 @@ void each_multi_match(Args& a, size_t first, F&& visit) {
     crits.emplace_back(scalar(a, i + 1));
   }
   Grid g0(ev, *ranges[0]);
+  for (size_t k = 0; k < first; ++k) {
+    Grid gk(ev, a.get(k));
+    if (gk.rows() != g0.rows() || gk.cols() != g0.cols()) raise(cell_error::value);
+  }
   for (size_t k = 1; k < ranges.size(); ++k) {
     Grid gk(ev, *ranges[k]);
     if (gk.rows() != g0.rows() || gk.cols() != g0.cols()) raise(cell_error::value);

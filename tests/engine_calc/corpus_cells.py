@@ -12,6 +12,7 @@ are left out. Reads with the openpyxl package, a reader nobody on this project w
 """
 import datetime
 import json
+import re
 import sys
 import warnings
 
@@ -34,7 +35,13 @@ def cached(value, epoch):
         return "n", float(value)
     if isinstance(value, (datetime.datetime, datetime.date, datetime.time, datetime.timedelta)):
         return "n", float(to_excel(value, epoch))
-    return "s", str(value)
+    return "s", unescape(str(value))
+
+
+def unescape(text):
+    """The file writes control characters in text as _xHHHH_ (and an underscore that would
+    start such a code as _x005F_); openpyxl leaves the codes in a formula's cached text."""
+    return re.sub(r"_x([0-9A-Fa-f]{4})_", lambda m: chr(int(m.group(1), 16)), text)
 
 
 def workbook(path):

@@ -58,6 +58,10 @@ TEST_F(Functions, Arithmetic) {
   EXPECT_EQ(book.eval(u"CEILING(2.1,0.5)"), N(2.5));
   EXPECT_EQ(book.eval(u"CEILING(-2.1,-1)"), N(-3));
   EXPECT_EQ(book.eval(u"CEILING(2.1,-1)"), E(cell_error::num));
+  // A tiny quotient is not noise around zero; a quotient a hair off a whole number is.
+  EXPECT_EQ(book.eval(u"CEILING(1E-10,1)"), N(1));
+  EXPECT_EQ(book.eval(u"FLOOR(-1E-10,1)"), N(-1));
+  near(book, u"CEILING(0.3,0.1)", 0.3);
   EXPECT_EQ(book.eval(u"FLOOR(2.9,0.5)"), N(2.5));
   EXPECT_EQ(book.eval(u"MROUND(10,3)"), N(9));
   EXPECT_EQ(book.eval(u"MROUND(-10,3)"), E(cell_error::num));
@@ -103,6 +107,10 @@ TEST_F(Functions, ConditionalSumsAndCounts) {
   EXPECT_EQ(book.eval(u"MAXIFS(A1:A6,B1:B6,\"apple\")"), N(40));
   EXPECT_EQ(book.eval(u"MINIFS(A1:A6,B1:B6,\"kiwi\")"), N(0));
   EXPECT_EQ(book.eval(u"SUMIFS(A1:A6,B1:B4,\"apple\")"), E(cell_error::value));  // sizes differ
+  // So for the range averaged or searched, which SUMIF would stretch from its top-left cell.
+  EXPECT_EQ(book.eval(u"MAXIFS(A1:A5,B1:B6,\"apple\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"AVERAGEIFS(A1,B1:B6,\"apple\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"SUMIF(B1:B6,\"apple\",A1)"), N(50));
   EXPECT_EQ(book.eval(u"SUM(SUMIF(B1:B6,{\"apple\",\"date\"},A1:A6))"), N(100));
 }
 
@@ -280,6 +288,12 @@ TEST_F(Functions, DistributionsAndRegression) {
   near(book, u"BINOM.INV(1E+15,0.5,0.5)/1E+15", 0.5);
   Value many = book.eval(u"BINOM.INV(1E+15,0.5,0.75)");
   EXPECT_TRUE(many.number > 5e14 && many.number < 5e14 + 2e7) << many.number;
+  // BESSELK keeps the digits of the polynomial fits workbooks were saved with (the exact
+  // K1(1.5) is 0.2773878004568), on both sides of x = 2 and up the recurrence.
+  near(book, u"BESSELK(1.5,1)", 0.277387803602702);
+  near(book, u"BESSELK(1.5,0)", 0.21380556576365);
+  near(book, u"BESSELK(1.5,7)", 2457.70043954872);
+  EXPECT_EQ(book.eval(u"BESSELK(0,1)"), E(cell_error::num));
 }
 
 TEST_F(Functions, Logic) {
@@ -341,6 +355,9 @@ TEST_F(Functions, Text) {
   EXPECT_EQ(book.eval(u"CONCATENATE(\"a\",1,TRUE)"), S(u"a1TRUE"));
   EXPECT_EQ(book.eval(u"CONCAT(B1:B2,\"!\")"), S(u"applebanana!"));
   EXPECT_EQ(book.eval(u"TEXTJOIN(\", \",TRUE,B1:B3,D1)"), S(u"apple, banana, cherry"));
+  // Delimiters from a range or array take turns, an empty one among them too.
+  EXPECT_EQ(book.eval(u"TEXTJOIN({\"-\",\"/\"},FALSE,A1:A4)"), S(u"10-20/30-40"));
+  EXPECT_EQ(book.eval(u"TEXTJOIN(D1:D2,TRUE,B1:B3)"), S(u"applebananacherry"));
   EXPECT_EQ(book.eval(u"TEXT(1234.5,\"#,##0.00\")"), S(u"1,234.50"));
   EXPECT_EQ(book.eval(u"TEXT(C1,\"mmm d, yyyy\")"), S(u"Jan 1, 2026"));
   EXPECT_EQ(book.eval(u"TEXT(0.25,\"0%\")"), S(u"25%"));
