@@ -105,6 +105,10 @@ class FormulaCache {
 
   /// The cached formula equal to `f`, or `f` itself, cached from now on.
   FormulaPtr intern(FormulaPtr f);
+  /// `parse`, then `intern`, but parsing into a buffer the cache keeps: a formula already
+  /// cached costs no allocation at all, and a new one is stored without spare capacity.
+  FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId home,
+                   const SheetResolver& sheets);
   void clear();
   /// Distinct formulas held.
   size_t size() const;

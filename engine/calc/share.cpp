@@ -88,6 +88,7 @@ struct EntrySame {
 
 struct FormulaCache::Impl {
   std::unordered_set<Entry, EntryHash, EntrySame> entries;
+  Formula scratch;  // parsed into, then looked up
   // Entries no cell holds any more are dropped when the cache has doubled since the last
   // sweep, so that a long session of edits does not keep every formula it ever saw.
   size_t sweep_at = 4096;
@@ -109,6 +110,25 @@ FormulaPtr FormulaCache::intern(FormulaPtr f) {
   if (impl_->entries.size() >= impl_->sweep_at) impl_->sweep();
   Entry e{hash_of(*f), std::move(f)};
   return impl_->entries.insert(std::move(e)).first->formula;
+}
+
+FormulaPtr FormulaCache::parse(StringView text, Notation notation, CellRef origin, SheetId home,
+                               const SheetResolver& sheets) {
+  Formula& f = impl_->scratch;
+  // Back to what a new formula holds, keeping the vectors' memory.
+  f.nodes.clear();
+  f.refs.clear();
+  f.pool.resize(1);
+  f.trailing_ws = 0;
+  f.is_volatile = false;
+  f.has_unknown_function = false;
+  parse_into(f, text, notation, origin, home, sheets);
+  const size_t hash = hash_of(f);
+  // A probe that points at the buffer without owning it.
+  auto found = impl_->entries.find(Entry{hash, FormulaPtr(FormulaPtr(), &f)});
+  if (found != impl_->entries.end()) return found->formula;
+  if (impl_->entries.size() >= impl_->sweep_at) impl_->sweep();
+  return impl_->entries.insert(Entry{hash, std::make_shared<const Formula>(f)}).first->formula;
 }
 
 void FormulaCache::clear() {

@@ -213,8 +213,7 @@ const calc::Formula* Book::ensure_parsed(Sheet& s, FormulaCell& f) {
     }
   } else if (f.file && !f.file->text.empty()) {
     try {
-      f.parsed = formula_cache_.intern(
-          calc::parse(f.file->text16(), calc::Notation::A1, f.at, s.id, *this));
+      f.parsed = formula_cache_.parse(f.file->text16(), calc::Notation::A1, f.at, s.id, *this);
     } catch (const Error&) {
       // Left unparsed: the loaded value stands and the text is written back as read.
     }
