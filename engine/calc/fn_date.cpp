@@ -194,7 +194,8 @@ Operand f_eomonth(Args& a) {
 }
 
 Operand f_days(Args& a) {
-  return num(std::floor(number(a, 0)) - std::floor(number(a, 1)));
+  // A number outside the calendar is no date: #NUM!, as everywhere else.
+  return num(date_arg(a, 0) - date_arg(a, 1));
 }
 
 Operand f_datedif(Args& a) {
@@ -284,6 +285,12 @@ std::set<int64_t> holidays(Args& a, size_t i) {
   std::set<int64_t> out;
   if (i >= a.size() || a.missing(i)) return out;
   const Operand& o = a.get(i);
+  // A holiday typed directly must read as a date (text that does not is #VALUE!); in a range
+  // or an array only the numbers are days off.
+  if (o.is_value() && o.value.kind == Value::Kind::Text) {
+    out.insert(static_cast<int64_t>(std::floor(number(a, i))));
+    return out;
+  }
   a.ev().for_each(o, [&](const Value& v, bool) {
     if (v.is_error()) raise(v.error_code());
     if (v.kind == Value::Kind::Number) out.insert(static_cast<int64_t>(std::floor(v.number)));

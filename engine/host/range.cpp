@@ -4,6 +4,7 @@
 #include <cmath>
 #include <map>
 
+#include "engine/calc/as_written.hpp"
 #include "engine/host/objects.hpp"
 #include "engine/numfmt/numfmt.hpp"
 #include "host/cell_scan.hpp"
@@ -365,6 +366,14 @@ class ERange final : public host::Range, public host::CellScan {
   std::optional<String> formula(int32_t row, int32_t column) override {
     const Cell* c = cell_at(row, column);
     if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
+    if (c && c->kind() == CellKind::Formula) {
+      // A formula read from a file and not parsed since: its text, when parsing and
+      // rendering it would give that text back, without doing either.
+      const FormulaCell& f = sh().formula(*c);
+      if (!f.parsed && !f.shared_master && f.file && !f.file->text.empty() &&
+          calc::renders_as_written(f.file->text, *book_))
+        return u"=" + f.file->text16();
+    }
     return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
   }
   String prefix_character(int32_t row, int32_t column) override {
@@ -373,11 +382,14 @@ class ERange final : public host::Range, public host::CellScan {
     return book_->styles.xf(xf).quote_prefix ? u"'" : u"";
   }
   bool shows_colon(int32_t row, int32_t column) override {
-    // A number shows a colon only from its format: a time, or a colon the code writes out.
-    // Other codes show digits, signs, marks and the code's own text, so most numbers of a
-    // model need no text made to tell.
+    // A number, typed or calculated, shows a colon only from its format: a time, or a colon
+    // the code writes out. Other codes show digits, signs, marks and the code's own text, so
+    // most numbers of a model need no text made to tell.
     const Cell* c = cell_at(row, column);
-    if (c && c->kind() == CellKind::Number) {
+    const bool number = c && (c->kind() == CellKind::Number ||
+                              (c->kind() == CellKind::Formula &&
+                               sh().formula(*c).value.kind == calc::Value::Kind::Number));
+    if (number) {
       const uint32_t id = book_->styles.xf(c->style()).numfmt;
       auto known = colon_free_.find(id);
       if (known == colon_free_.end()) {

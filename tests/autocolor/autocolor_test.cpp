@@ -9,6 +9,7 @@
 
 #include "autocolor/autocolor.hpp"
 #include "engine/xlsx/xlsx.hpp"
+#include "host/cell_scan.hpp"
 #include "host/intercept.hpp"
 #include "undo/client.hpp"
 #include "vblib/vblib.hpp"
@@ -479,6 +480,8 @@ struct Outcomes final : autocolor::Observer {
   }
   std::map<std::string, int> rules;
   std::map<std::string, Variant> colours;
+  /// The formulas as the run was handed them, by cell.
+  std::map<std::string, String> formulas;
   std::vector<std::pair<String, int32_t>> shown;
 };
 
@@ -510,11 +513,15 @@ class CorpusRuns : public ClientTest {
     out.shown = scope.ui->progress_shown;
     for (const auto& [where, rule] : out.rules) {
       const size_t bang = where.rfind('!');
-      out.colours[where] = book->worksheets()
-                               ->item(Variant(from_utf8(where.substr(0, bang))))
-                               ->range(Variant(from_utf8(where.substr(bang + 1))))
-                               ->font()
-                               ->color();
+      const host::RangePtr cell = book->worksheets()
+                                      ->item(Variant(from_utf8(where.substr(0, bang))))
+                                      ->range(Variant(from_utf8(where.substr(bang + 1))));
+      out.colours[where] = cell->font()->color();
+      // The bulk reader hands over formula texts of its own making.
+      auto* scan = dynamic_cast<host::CellScan*>(cell.get());
+      const String formula =
+          scan ? scan->formula(cell->row(), cell->column()).value_or(String()) : cell->formula();
+      if (formula.starts_with(u'=')) out.formulas[where] = formula;
     }
     return out;
   }
@@ -539,6 +546,8 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       "poi/spreadsheet/NumberFormatTests.xlsx",
       "closedxml/Examples/Misc/FormulasWithEvaluation.xlsx",
       "closedxml/TryToLoad/LO/xlsx/functions-excel-2010.xlsx",
+      "closedxml/TryToLoad/LO/xlsx/external-refs.xlsx",
+      "poi/spreadsheet/ref2-56737.xlsx",
   };
   for (const bool opted_in : {false, true}) {
     ac->SetAutoColorText(Variant(opted_in));
@@ -550,6 +559,7 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       EXPECT_FALSE(each.rules.empty());
       EXPECT_EQ(bulk.rules, each.rules);
       EXPECT_EQ(bulk.colours, each.colours);
+      EXPECT_EQ(bulk.formulas, each.formulas);
       EXPECT_EQ(bulk.shown, each.shown);
     }
   }

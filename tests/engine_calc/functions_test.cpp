@@ -405,6 +405,7 @@ TEST_F(Functions, DatesAndTimes) {
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2020,5,15),DATE(2026,3,10),\"MD\")"), N(23));
   EXPECT_EQ(book.eval(u"DATEDIF(DATE(2026,1,2),DATE(2026,1,1),\"D\")"), E(cell_error::num));
   EXPECT_EQ(book.eval(u"DAYS(DATE(2026,3,1),DATE(2026,2,1))"), N(28));
+  EXPECT_EQ(book.eval(u"DAYS(DATE(2026,3,1),-1)"), E(cell_error::num));
   EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13))"), N(10));
   EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13),DATE(2026,11,11))"), N(9));
   EXPECT_EQ(book.eval(u"WORKDAY(DATE(2026,11,13),1)"), N(46342));  // Friday -> Monday
@@ -520,6 +521,9 @@ TEST_F(Functions, DateEdgesAndTheOtherDateSystem) {
   EXPECT_EQ(book.eval(u"NETWORKDAYS.INTL(DATE(2026,11,2),DATE(2026,11,15),11)"), N(12));
   EXPECT_EQ(book.eval(u"NETWORKDAYS.INTL(DATE(2026,11,2),DATE(2026,11,15),\"0000011\")"), N(10));
   EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,13),DATE(2026,11,2))"), N(-10));
+  // A holiday typed as text counts when it reads as a date and is refused when it does not.
+  EXPECT_EQ(book.eval(u"NETWORKDAYS(DATE(2026,11,2),DATE(2026,11,13),\"2026-11-11\")"), N(9));
+  EXPECT_EQ(book.eval(u"WORKDAY(DATE(2026,11,13),1,\"none\")"), E(cell_error::value));
   EXPECT_EQ(book.eval(u"WORKDAY.INTL(DATE(2026,11,13),1,\"0000001\")"),
             N(46340));  // Saturday works
   EXPECT_EQ(book.eval(u"WEEKNUM(DATE(2026,1,4))"), N(2));
@@ -646,6 +650,26 @@ TEST_F(Functions, SortFilterAndUniquePickAndOrderWholeLines) {
   // Files name the two older worksheet ones with both prefixes.
   EXPECT_EQ(function_file_name(u"sort"), u"_xlfn._xlws.SORT");
   EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
+}
+
+TEST_F(Functions, AddInDateAndFinanceFunctionsRefuseBooleansTheCoreOnesCount) {
+  book.set_bool("D1", true);
+  const Value refused = E(cell_error::value);
+  // Typed, from a cell, anywhere in the argument list, and for each element of an array.
+  EXPECT_EQ(book.eval(u"EDATE(TRUE,1)"), refused);
+  EXPECT_EQ(book.eval(u"EOMONTH(D1,0)"), refused);
+  EXPECT_EQ(book.eval(u"YEARFRAC(39448,39630,FALSE)"), refused);
+  EXPECT_EQ(book.eval(u"WORKDAY(39722,151,TRUE)"), refused);
+  EXPECT_EQ(book.eval(u"COUPNUM(40568,40862,2,D1)"), refused);
+  EXPECT_EQ(book.eval(u"XNPV(TRUE,{-100,110},{39448,39813})"), refused);
+  EXPECT_EQ(book.eval(u"CUMIPMT(0.0075,360,125000,13,24,FALSE)"), refused);
+  EXPECT_EQ(book.eval(u"COUNT(EDATE({39448,TRUE},1))"), N(1));
+  // ACCRINT's last argument is the one meant to be a Boolean.
+  near(book, u"ACCRINT(39508,39691,39569,0.1,1000,2,0,D1)", 16.666666666666668);
+  near(book, u"ACCRINT(39508,39691,39569,0.1,1000,2,0,FALSE)", 16.666666666666668);
+  // The core functions read TRUE as 1.
+  EXPECT_EQ(book.eval(u"DATE(2008,D1,TRUE)"), N(39448));
+  near(book, u"PMT(0.1,2,D1)", -0.5761904761904762);
 }
 
 TEST_F(Functions, TheOldCeilingRefusesMixedSignsAndRoundsAwayFromZero) {

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "calc_fixture.hpp"
+#include "engine/calc/as_written.hpp"
 
 namespace qz::engine::calc::test {
 namespace {
@@ -72,6 +73,27 @@ TEST(Rendering, NormalisesCaseAndKeepsWhatWasTyped) {
   EXPECT_EQ(to_utf8(render(*f, CellRef{}, 0, book, [](StringView s) { return String(s); })),
             "_xlfn._xlws.FILTER(A1:A3,A1:A3>1)+_xlfn.SINGLE(B1:B3)+SUM(_xlfn.ANCHORARRAY(C1))+"
             "_xlfn.XLOOKUP(1,A:A,B:B)+ABS(1)");
+}
+
+TEST(Rendering, TextTakenAsWrittenIsWhatRenderingGivesBack) {
+  TestBook book;
+  // What the engine spells as written: taken without parsing, and rendering agrees.
+  for (const char* text :
+       {"B5+C5", "B5*1.05", "Sheet2!C5", "Rate_0*B5", "SUM(B5:D5)", "$A$1&\"x\"\"y\"",
+        "_xlfn.XLOOKUP(1,A1:A3,B1:B3)", "IF(A1,,2)%", "-TRUE+.50", "Sheet2!$B$2:XFD1048576",
+        "LOG10(A1)", "A1.B", "_xlpm.x", "NOW()"}) {
+    EXPECT_TRUE(renders_as_written(text, book)) << text;
+    EXPECT_EQ(round(book, u16(text)), text);
+  }
+  // What rendering respells (case, leading zeros, quotes, whole lines, exponents, blanks,
+  // links, sheet ranges) or the check cannot tell: left to the parser.
+  for (const char* text :
+       {"b5",      "A05",     "sheet2!A1", "'Sheet2'!A1", "A:A",        "1:3",
+        "true",    "1e3",     "SUM( A1)",  "sum(A1)",     "[1]Data!B1", "Sheet1:Sheet3!A1",
+        "XFE1:A1", "A1:Name", "#REF!",     "{1}",         "A1#",        "@A1",
+        "Name:A1", "\"open",  "A1:",       "Z1!A1"}) {
+    EXPECT_FALSE(renders_as_written(text, book)) << text;
+  }
 }
 
 TEST(Rendering, BlanksBetweenReferencesIntersect) {

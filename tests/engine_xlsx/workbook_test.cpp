@@ -1,6 +1,7 @@
 // Loading workbooks into the engine's model and saving them back: what each part of a
 // package becomes in the model, and what a save changes (only what changed, appended rather
 // than renumbered, everything the engine does not model kept).
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -955,6 +956,25 @@ TEST(CellNumbers, ShortDecimalsReadAsTheGeneralConversionReadsThem) {
   }
   for (const char* bad : {"", "-", ".", "1.2.3", "12a", "--1", "1e", "nan", "inf"})
     EXPECT_FALSE(xlsx::parse_double(bad).has_value()) << bad;
+}
+
+// Whole numbers are written by a quick path too: the text must be the general conversion's
+// shortest one, exponent forms included ("1e+05").
+TEST(CellNumbers, WholeNumbersWriteAsTheGeneralConversionWritesThem) {
+  std::vector<double> values = {-0.0, 0.5, 1e15, -1e15, 1e15 - 1, 999999999999990, 1e20, 2.5e-3};
+  for (double d = -120000; d <= 120000; ++d) values.push_back(d);
+  std::mt19937_64 rng(7);
+  for (int i = 0; i < 20000; ++i)
+    values.push_back(
+        static_cast<double>(static_cast<int64_t>(rng() % 2000000000000000) - 1000000000000000) /
+        static_cast<double>(i % 3 == 0   ? 1
+                            : i % 3 == 1 ? 10
+                                         : 1000));
+  for (double d : values) {
+    char buf[32];
+    std::string want(buf, std::to_chars(buf, buf + sizeof buf, d == 0 ? 0.0 : d).ptr);
+    ASSERT_EQ(xlsx::double_text(d), want);
+  }
 }
 
 }  // namespace
