@@ -91,6 +91,33 @@ using FormulaPtr = std::shared_ptr<const Formula>;
 FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId home,
                  const SheetResolver& sheets);
 
+/// Keeps one copy of each distinct parsed formula. A formula filled down a column has a
+/// different text in every cell but, with relative references stored as offsets, the same
+/// parse; a large model holds few distinct formulas among its many formula cells, so cells
+/// that share one cost a pointer each. Formulas are immutable: a cell edited later gets a
+/// formula of its own and the others keep theirs.
+class FormulaCache {
+ public:
+  FormulaCache();
+  ~FormulaCache();
+  FormulaCache(FormulaCache&&) noexcept;
+  FormulaCache& operator=(FormulaCache&&) noexcept;
+
+  /// The cached formula equal to `f`, or `f` itself, cached from now on.
+  FormulaPtr intern(FormulaPtr f);
+  /// `parse`, then `intern`, but parsing into a buffer the cache keeps: a formula already
+  /// cached costs no allocation at all, and a new one is stored without spare capacity.
+  FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId home,
+                   const SheetResolver& sheets);
+  void clear();
+  /// Distinct formulas held.
+  size_t size() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
 /// Renders a formula (without "=") as the application writes it: function names and
 /// references upper-case, blanks kept where they were typed, sheet names quoted when they
 /// need it. `home` is the sheet the formula is on (references to it carry no sheet name

@@ -42,6 +42,32 @@ std::optional<int32_t> error_from_text(StringView text) {
 
 namespace {
 
+/// The date and finance functions the application took over from its analysis add-in.
+/// They kept the add-in's own argument checks, which take a number, a date or text but
+/// refuse a Boolean, typed or from a cell, with #VALUE! (DATE, PMT and the other core
+/// functions read TRUE as 1). ACCRINT's last argument is the one meant to be TRUE or FALSE.
+void mark_add_in_functions(std::vector<FunctionInfo>& table) {
+  static const std::pair<StringView, uint32_t> marks[] = {
+      {u"ACCRINT", 0x7Fu},        {u"ACCRINTM", each_arg},  {u"AMORDEGRC", each_arg},
+      {u"AMORLINC", each_arg},    {u"COUPDAYBS", each_arg}, {u"COUPDAYS", each_arg},
+      {u"COUPDAYSNC", each_arg},  {u"COUPNCD", each_arg},   {u"COUPNUM", each_arg},
+      {u"COUPPCD", each_arg},     {u"CUMIPMT", each_arg},   {u"CUMPRINC", each_arg},
+      {u"DISC", each_arg},        {u"DOLLARDE", each_arg},  {u"DOLLARFR", each_arg},
+      {u"DURATION", each_arg},    {u"EDATE", each_arg},     {u"EFFECT", each_arg},
+      {u"EOMONTH", each_arg},     {u"INTRATE", each_arg},   {u"MDURATION", each_arg},
+      {u"NETWORKDAYS", each_arg}, {u"NOMINAL", each_arg},   {u"ODDFPRICE", each_arg},
+      {u"ODDFYIELD", each_arg},   {u"ODDLPRICE", each_arg}, {u"ODDLYIELD", each_arg},
+      {u"PRICE", each_arg},       {u"PRICEDISC", each_arg}, {u"PRICEMAT", each_arg},
+      {u"RECEIVED", each_arg},    {u"TBILLEQ", each_arg},   {u"TBILLPRICE", each_arg},
+      {u"TBILLYIELD", each_arg},  {u"WEEKNUM", each_arg},   {u"WORKDAY", each_arg},
+      {u"XIRR", each_arg},        {u"XNPV", each_arg},      {u"YEARFRAC", each_arg},
+      {u"YIELD", each_arg},       {u"YIELDDISC", each_arg}, {u"YIELDMAT", each_arg},
+  };
+  for (auto& f : table)
+    for (const auto& [name, args] : marks)
+      if (StringView(f.name) == name) f.refused_booleans = args;
+}
+
 const std::vector<FunctionInfo>& table() {
   static const std::vector<FunctionInfo> t = [] {
     std::vector<FunctionInfo> v;
@@ -62,6 +88,10 @@ const std::vector<FunctionInfo>& table() {
     add_info_functions(v);
     add_array_functions(v);
     add_lambda_functions(v);
+    add_regex_functions(v);
+    add_group_functions(v);
+    add_ets_functions(v);
+    mark_add_in_functions(v);
     std::sort(v.begin(), v.end(), [](const FunctionInfo& a, const FunctionInfo& b) {
       return StringView(a.name) < StringView(b.name);
     });
@@ -128,6 +158,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"CONCAT",
     u"CONFIDENCE.NORM",
     u"CONFIDENCE.T",
+    u"COPILOT",
     u"COT",
     u"COTH",
     u"COVARIANCE.P",
@@ -164,6 +195,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"GAMMA.INV",
     u"GAMMALN.PRECISE",
     u"GAUSS",
+    u"GROUPBY",
     u"HSTACK",
     u"HYPGEOM.DIST",
     u"IFNA",
@@ -173,6 +205,8 @@ constexpr const char16_t* kPrefixed[] = {
     u"IMCOT",
     u"IMCSC",
     u"IMCSCH",
+    u"IMPORTCSV",
+    u"IMPORTTEXT",
     u"IMSEC",
     u"IMSECH",
     u"IMSINH",
@@ -207,6 +241,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"PERCENTRANK.INC",
     u"PERMUTATIONA",
     u"PHI",
+    u"PIVOTBY",
     u"POISSON.DIST",
     u"QUARTILE.EXC",
     u"QUARTILE.INC",
@@ -245,6 +280,7 @@ constexpr const char16_t* kPrefixed[] = {
     u"TOCOL",
     u"TOROW",
     u"TRANSLATE",
+    u"TRIMRANGE",
     u"UNICHAR",
     u"UNICODE",
     u"UNIQUE",
@@ -1204,7 +1240,7 @@ Operand Evaluator::call(const Formula& f, uint32_t i) {
       Operand lifted;
       if (lift(info, args, lifted)) return lifted;
     }
-    return info.impl(args);
+    return run(info, args);
   } catch (const EvalError& e) {
     return Value::error(e.code);
   }
@@ -1246,13 +1282,30 @@ bool Evaluator::lift(const FunctionInfo& info, Args& args, Operand& out) {
         continue;
       }
       try {
-        result.at(r, c) = scalar(info.impl(one));
+        result.at(r, c) = scalar(run(info, one));
       } catch (const EvalError& e) {
         result.at(r, c) = Value::error(e.code);
       }
     }
   out = result.cells.size() == 1 ? Operand(result.cells[0]) : Operand::arr(std::move(result));
   return true;
+}
+
+Operand Evaluator::run(const FunctionInfo& info, Args& args) {
+  for (size_t i = 0; info.refused_booleans && i < args.size(); ++i) {
+    uint32_t bit = i >= 31 ? (1u << 31) : (1u << i);
+    if (!(info.refused_booleans & bit) || args.missing(i)) continue;
+    const Operand& o = args.get(i);
+    Value v;
+    if (o.is_value())
+      v = o.value;
+    else if (o.is_ref() && (info.scalar_args & bit))
+      v = scalar(o);  // the one cell the function itself goes on to read
+    // An error met first is the function's own answer, read in argument order.
+    if (v.kind == Value::Kind::Error) break;
+    if (v.kind == Value::Kind::Boolean) raise(cell_error::value);
+  }
+  return info.impl(args);
 }
 
 Operand Evaluator::eval_array_mode(const Formula& f, uint32_t i) {

@@ -148,6 +148,9 @@ struct FunctionInfo {
   bool is_volatile = false;
   /// Needs a connection, a server or outside code: see function_not_computable().
   bool not_computable = false;
+  /// Arguments (bits as in scalar_args) where a Boolean is #VALUE! instead of 1 or 0: the
+  /// functions that came from the analysis add-in check their arguments' types themselves.
+  uint32_t refused_booleans = 0;
 };
 
 /// Masks for FunctionInfo::scalar_args, named by the arguments (counted from 0) that take
@@ -179,6 +182,9 @@ void add_text_locale_functions(std::vector<FunctionInfo>& table);
 void add_info_functions(std::vector<FunctionInfo>& table);
 void add_array_functions(std::vector<FunctionInfo>& table);
 void add_lambda_functions(std::vector<FunctionInfo>& table);
+void add_regex_functions(std::vector<FunctionInfo>& table);
+void add_group_functions(std::vector<FunctionInfo>& table);
+void add_ets_functions(std::vector<FunctionInfo>& table);
 
 class Evaluator {
  public:
@@ -265,6 +271,7 @@ class Evaluator {
 
   Operand call(const Formula& f, uint32_t i);
   bool lift(const FunctionInfo& info, Args& args, Operand& out);
+  Operand run(const FunctionInfo& info, Args& args);
   Operand unary(const Formula& f, const Node& n, uint32_t child);
   Operand binary(const Formula& f, const Node& n, uint32_t lhs, uint32_t rhs);
   Operand apply(Op op, const Operand& a, const Operand& b);

@@ -341,8 +341,11 @@ void add_info_functions(std::vector<FunctionInfo>& t) {
           {u"SHEETS", 0, 1, f_sheets},
           // Without their sources: a real-time data server answers #N/A, a web
           // service #VALUE!, code in a library #VALUE!, a cube connection
-          // #NAME?, the linked data types #FIELD!, online services #CONNECT!.
+          // #NAME?, the linked data types #FIELD!, online services #CONNECT!, a
+          // text file that cannot be read #VALUE!. FILTERXML needs an XML reader
+          // the formula layer does not have (it builds without one for Windows).
           {u"CALL", 1, -1, unavailable<cell_error::value>, whole_args, true, true},
+          {u"COPILOT", 1, -1, unavailable<kErrorConnect>, whole_args, false, true},
           {u"CUBEKPIMEMBER", 3, 4, unavailable<cell_error::name>, whole_args, false, true},
           {u"CUBEMEMBER", 2, 3, unavailable<cell_error::name>, whole_args, false, true},
           {u"CUBEMEMBERPROPERTY", 3, 3, unavailable<cell_error::name>, whole_args, false, true},
@@ -352,7 +355,10 @@ void add_info_functions(std::vector<FunctionInfo>& t) {
           {u"CUBEVALUE", 1, -1, unavailable<cell_error::name>, whole_args, false, true},
           {u"DETECTLANGUAGE", 1, 1, unavailable<kErrorConnect>, whole_args, false, true},
           {u"FIELDVALUE", 2, 2, unavailable<2049>, whole_args, false, true},
+          {u"FILTERXML", 2, 2, unavailable<cell_error::value>, whole_args, false, true},
           {u"IMAGE", 1, 5, unavailable<kErrorConnect>, whole_args, false, true},
+          {u"IMPORTCSV", 1, 6, unavailable<cell_error::value>, whole_args, false, true},
+          {u"IMPORTTEXT", 1, 9, unavailable<cell_error::value>, whole_args, false, true},
           {u"REGISTER.ID", 2, 3, unavailable<cell_error::value>, whole_args, false, true},
           {u"RTD", 3, -1, unavailable<cell_error::na>, whole_args, true, true},
           {u"STOCKHISTORY", 2, -1, unavailable<kErrorConnect>, whole_args, false, true},

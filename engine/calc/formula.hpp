@@ -131,6 +131,10 @@ class Formula {
   }
 };
 
+/// Parses into `f`, which holds what a new Formula holds (its vectors may keep capacity).
+void parse_into(Formula& f, StringView text, Notation notation, CellRef origin, SheetId home,
+                const SheetResolver& sheets);
+
 /// Index of the first (leftmost) node of the subtree rooted at `i`.
 inline uint32_t subtree_begin(const Formula& f, uint32_t i) {
   return i + 1 - f.nodes[i].size;

@@ -1082,11 +1082,16 @@ String canonical_number(double v) {
   return u16(mant + exp);
 }
 
+void parse_into(Formula& f, StringView text, Notation notation, CellRef origin, SheetId home,
+                const SheetResolver& sheets) {
+  Parser p(text, notation, origin, home, sheets, f);
+  p.run();
+}
+
 FormulaPtr parse(StringView text, Notation notation, CellRef origin, SheetId home,
                  const SheetResolver& sheets) {
   auto f = std::make_shared<Formula>();
-  Parser p(text, notation, origin, home, sheets, *f);
-  p.run();
+  parse_into(*f, text, notation, origin, home, sheets);
   return f;
 }
 

@@ -351,6 +351,8 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   SheetId next_sheet_id_ = 0;
   calc::DependencyGraph graph_;
   bool graph_valid_ = false;
+  // The formulas of the workbook's cells, one copy of each distinct one.
+  calc::FormulaCache formula_cache_;
   bool array_blocks_ = false;  // some array formula is entered over more than one cell
   std::vector<std::pair<SheetId, CellRef>> pending_;  // changed cells since the last commit
   std::vector<std::pair<SheetId, uint32_t>> dirty_;   // formula slots to recalculate

@@ -213,7 +213,7 @@ const calc::Formula* Book::ensure_parsed(Sheet& s, FormulaCell& f) {
     }
   } else if (f.file && !f.file->text.empty()) {
     try {
-      f.parsed = calc::parse(f.file->text16(), calc::Notation::A1, f.at, s.id, *this);
+      f.parsed = formula_cache_.parse(f.file->text16(), calc::Notation::A1, f.at, s.id, *this);
     } catch (const Error&) {
       // Left unparsed: the loaded value stands and the text is written back as read.
     }
@@ -545,8 +545,8 @@ void Book::commit() {
 }
 
 void Book::dirty_dependents() {
-  if (!graph_valid_) rebuild_graph();
   if (!pending_.empty()) {
+    if (!graph_valid_) rebuild_graph();
     auto deps = graph_.dependents(pending_);
     // A large edit leaves a large list behind; give its memory back.
     std::vector<std::pair<SheetId, CellRef>>().swap(pending_);
@@ -573,8 +573,10 @@ void Book::dirty_dependents() {
 }
 
 void Book::calculate(bool all) {
-  if (!graph_valid_) rebuild_graph();
   if (all) {
+    // Every formula is calculated, each one's dirty precedents first, so this needs no
+    // dependency graph; one that is out of date is rebuilt when an edit first asks it for
+    // dependents. A workbook that is only recalculated and saved never builds one.
     dirty_.clear();
     for (auto& s : sheets)
       for (size_t i = 0; i < s->formulas.size(); ++i)
@@ -586,6 +588,7 @@ void Book::calculate(bool all) {
     recalc_dirty();
     return;
   }
+  if (!graph_valid_) rebuild_graph();
   bool saved_mode = auto_calc;
   auto_calc = true;
   for (auto& [sid, i] : volatile_) {

@@ -398,7 +398,7 @@ void Book::set_parsed_formula(Sheet& s, int32_t row, int32_t col, calc::FormulaP
   cell->set_style(without_quote(styles, cell->style()));
   FormulaCell& f = s.formulas[slot];
   f.at = CellRef{row, col};
-  f.parsed = std::move(parsed);
+  f.parsed = formula_cache_.intern(std::move(parsed));
   f.is_volatile = calc::is_volatile(*f.parsed);
   f.dirty = true;
   dirty_.emplace_back(s.id, slot);

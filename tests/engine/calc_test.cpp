@@ -157,6 +157,41 @@ TEST_F(Calc, SharedFormulaChildrenTakeTheMastersFormula) {
   EXPECT_EQ(sheet().formula(*sheet().cells.find(1, 1)).file, nullptr);
 }
 
+TEST_F(Calc, CopiesOfAFormulaShareOneParseUntilEditedApart) {
+  Book& b = book();
+  for (int r = 0; r < 7; ++r) put(("A" + std::to_string(r + 1)).c_str(), "1");
+  // Filled-down copies, and look-alikes that differ in what a save must keep: blanks, the
+  // spelling of a number, an absolute part.
+  const char* texts[] = {"A1*2", "A2*2", "A3 * 2", "A4*2.50", "A5*2.500", "$A$1*2", "$A$1*2"};
+  for (int r = 0; r < 7; ++r) {
+    auto file = std::make_unique<FileFormula>();
+    file->text = texts[r];
+    b.load_formula(sheet(), r, 1, std::move(file), calc::Value::num(0), 0);
+  }
+  b.loaded();
+  b.calculate(true);
+  auto parsed = [&](int r) { return sheet().formula(*sheet().cells.find(r, 1)).parsed.get(); };
+  EXPECT_EQ(parsed(0), parsed(1));
+  EXPECT_EQ(parsed(5), parsed(6));
+  EXPECT_NE(parsed(1), parsed(2));
+  EXPECT_NE(parsed(3), parsed(4));
+  EXPECT_NE(parsed(5), parsed(0));
+  EXPECT_EQ(formula("B3"), "=A3 * 2");
+  EXPECT_EQ(formula("B4"), "=A4*2.50");
+  EXPECT_EQ(formula("B7"), "=$A$1*2");
+  // Editing one copy leaves the others their formula, and edits after a full recalculation
+  // reach every dependent.
+  put("B2", "=A2*3");
+  EXPECT_EQ(formula("B1"), "=A1*2");
+  put("A1", "5");
+  put("A2", "7");
+  EXPECT_EQ(num(value("B1")), 10);
+  EXPECT_EQ(num(value("B2")), 21);
+  EXPECT_EQ(num(value("B6")), 10);
+  EXPECT_EQ(num(value("B7")), 10);
+  EXPECT_EQ(formula("B5"), "=A5*2.500");
+}
+
 TEST_F(Calc, ArrayFormulasFillTheirBlockAndMoveWithIt) {
   Book& b = book();
   for (int r = 0; r < 3; ++r) {

@@ -652,12 +652,179 @@ TEST_F(Functions, SortFilterAndUniquePickAndOrderWholeLines) {
   EXPECT_EQ(function_file_name(u"UNIQUE"), u"_xlfn.UNIQUE");
 }
 
+TEST_F(Functions, AddInDateAndFinanceFunctionsRefuseBooleansTheCoreOnesCount) {
+  book.set_bool("D1", true);
+  const Value refused = E(cell_error::value);
+  // Typed, from a cell, anywhere in the argument list, and for each element of an array.
+  EXPECT_EQ(book.eval(u"EDATE(TRUE,1)"), refused);
+  EXPECT_EQ(book.eval(u"EOMONTH(D1,0)"), refused);
+  EXPECT_EQ(book.eval(u"YEARFRAC(39448,39630,FALSE)"), refused);
+  EXPECT_EQ(book.eval(u"WORKDAY(39722,151,TRUE)"), refused);
+  EXPECT_EQ(book.eval(u"COUPNUM(40568,40862,2,D1)"), refused);
+  EXPECT_EQ(book.eval(u"XNPV(TRUE,{-100,110},{39448,39813})"), refused);
+  EXPECT_EQ(book.eval(u"CUMIPMT(0.0075,360,125000,13,24,FALSE)"), refused);
+  EXPECT_EQ(book.eval(u"COUNT(EDATE({39448,TRUE},1))"), N(1));
+  // ACCRINT's last argument is the one meant to be a Boolean.
+  near(book, u"ACCRINT(39508,39691,39569,0.1,1000,2,0,D1)", 16.666666666666668);
+  near(book, u"ACCRINT(39508,39691,39569,0.1,1000,2,0,FALSE)", 16.666666666666668);
+  // The core functions read TRUE as 1.
+  EXPECT_EQ(book.eval(u"DATE(2008,D1,TRUE)"), N(39448));
+  near(book, u"PMT(0.1,2,D1)", -0.5761904761904762);
+}
+
 TEST_F(Functions, TheOldCeilingRefusesMixedSignsAndRoundsAwayFromZero) {
   EXPECT_EQ(book.eval(u"ECMA.CEILING(2.1,0.5)"), N(2.5));
   EXPECT_EQ(book.eval(u"_xlfn.ECMA.CEILING(-2.1,-1)"), N(-3));
   EXPECT_EQ(book.eval(u"ECMA.CEILING(-2.1,1)"), E(cell_error::num));
   EXPECT_EQ(book.eval(u"CEILING(-2.1,1)"), N(-2));
   EXPECT_EQ(book.eval(u"ECMA.CEILING(5,0)"), N(0));
+}
+
+/// A spilled result as "rows x cols: v1 v2 ...", empty text shown as "-".
+std::string spilled(TestBook& book, std::u16string_view text) {
+  auto f = parse(text, Notation::A1, cell("H1"), 0, book);
+  Spill s = evaluate_spill(*f, cell("H1"), 0, book);
+  std::string out = std::to_string(s.rows) + "x" + std::to_string(s.cols) + ":";
+  for (const Value& v : s.values) {
+    char num[32];
+    std::snprintf(num, sizeof num, "%.10g", v.number);
+    out += " " + (v.kind == Value::Kind::Number    ? std::string(num)
+                  : v.kind == Value::Kind::Text    ? (v.text.empty() ? "-" : to_utf8(v.text))
+                  : v.kind == Value::Kind::Boolean ? (v.number != 0 ? "TRUE" : "FALSE")
+                                                   : to_utf8(error_text(v.error_code())));
+  }
+  return out;
+}
+
+TEST_F(Functions, RegexMatchesLeftmostFirstAndRefusesWhatItCannotRun) {
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("abc123","\d+"))"), B(true));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("ABC","abc"))"), B(false));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("ABC","abc",1))"), B(true));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("Q","(?i)[a-z]"))"), B(true));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("Q","[^a-z]",1))"), B(false));
+  EXPECT_EQ(book.eval(uR"(REGEXTEST("a{x}","^a{x}$"))"), B(true));
+  EXPECT_EQ(book.eval(u"REGEXTEST(\"a\nb\",\"(?m)^b$\")"), B(true));
+  // Alternatives in the order written, greedy and lazy repeats, as a backtracker finds them.
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("abcd","b|bc"))"), S(u"b"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("abcd","bc|b"))"), S(u"bc"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("<a><b>","<.+?>"))"), S(u"<a>"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("<a><b>","<.+>"))"), S(u"<a><b>"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("aaaa","a{2,3}"))"), S(u"aaa"));
+  EXPECT_EQ(book.eval(uR"(REGEXEXTRACT("xyz","\d"))"), E(cell_error::na));
+  EXPECT_EQ(spilled(book, uR"(REGEXEXTRACT("a1b22c333","\d+",1))"), "3x1: 1 22 333");
+  EXPECT_EQ(spilled(book, uR"(REGEXEXTRACT("2026-11-24","(\d+)-(\d+)(x)?",2))"), "1x3: 2026 11 -");
+  EXPECT_EQ(spilled(book, uR"(REGEXTEST({"a1","b"},"\d"))"), "1x2: TRUE FALSE");
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1b22","\d+","#"))"), S(u"a#b#"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1b22c3","\d+","#",2))"), S(u"a1b#c3"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1b22c3","\d+","#",-3))"), S(u"a#b22c3"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("a1","\d+","#",2))"), S(u"a1"));
+  EXPECT_EQ(book.eval(uR"x(REGEXREPLACE("2026-11","(\d+)-(\d+)","$2/$1 $$"))x"), S(u"11/2026 $"));
+  EXPECT_EQ(book.eval(uR"x(REGEXREPLACE("ab","(?<x>a)","[${x}]"))x"), S(u"[a]b"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("baaac","a*","-"))"), S(u"-b--c-"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("cat concat","\bcat\b","dog"))"), S(u"dog concat"));
+  EXPECT_EQ(book.eval(uR"(REGEXREPLACE("ab","a","$2"))"), E(cell_error::value));
+  // Bad patterns and what needs backtracking are #VALUE!; hostile ones end quickly.
+  for (const char16_t* bad :
+       {u"(", u"a**", u"[b-a]", uR"((a)\1)", u"(?=a)", u"a++", u"[[:alpha:]]"})
+    EXPECT_EQ(book.eval(u"REGEXTEST(\"a\",\"" + std::u16string(bad) + u"\")"), E(cell_error::value))
+        << to_utf8(bad);
+  EXPECT_EQ(book.eval(u"REGEXTEST(REPT(\"a\",40)&\"!\",\"(a*)*b\")"), B(false));
+  EXPECT_EQ(book.eval(u"REGEXTEST(REPT(\"a\",30000),\"^(a|aa)+$\")"), B(true));
+  EXPECT_EQ(book.eval(u"REGEXTEST(\"x\",REPT(\"(\",500)&\"x\"&REPT(\")\",500))"),
+            E(cell_error::value));
+  EXPECT_EQ(book.eval(u"REGEXTEST(\"a\",\"(a{1000}){1000}\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"REGEXTEST(REPT(\"a\",30000),REPT(\"(a?)\",900)&\"b\")"),
+            E(cell_error::value));
+  EXPECT_EQ(function_file_name(u"regexreplace"), u"_xlfn.REGEXREPLACE");
+}
+
+TEST_F(Functions, GroupbyAndPivotbySummariseByFieldsWithTotals) {
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B6,A1:A6,SUM)"),
+            "6x2: apple 50 Apple pie 60 banana 20 cherry 30 date 50 Total 210");
+  // By the value column, descending, ties in key order; no totals.
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B6,A1:A6,SUM,,0,-2)"),
+            "5x2: Apple pie 60 apple 50 date 50 cherry 30 banana 20");
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B6,A1:A6,LAMBDA(x,COUNT(x)),0,-1,-1,A1:A6>35)"),
+            "4x2: Total 3 date 1 Apple pie 1 apple 1");
+  EXPECT_EQ(spilled(book, u"GROUPBY(B1:B3,A1:A3,PERCENTOF,0,0)"),
+            "3x2: apple 0.1666666667 banana 0.3333333333 cherry 0.5");
+  // Two levels: a subtotal under each parent, then the grand total.
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"x\",\"a\";\"y\",\"a\";\"x\",\"b\"},{1;3;2},SUM)"),
+            "6x3: x a 1 x b 2 x - 3 y a 3 y - 3 Total - 6");
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"x\",\"a\";\"y\",\"a\"},{1;3},SUM,,1,,,1)"),
+            "3x3: x a 1 y a 3 Total - 4");
+  // A header above the first number is read as one, and shown when asked.
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"k\";\"a\";\"b\";\"a\"},{\"v\";1;2;3},SUM)"),
+            "3x2: a 4 b 2 Total 6");
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"k\";\"a\";\"b\";\"a\"},{\"v\";1;2;3},SUM,3,0)"),
+            "3x2: k v a 4 b 2");
+  EXPECT_EQ(spilled(book, u"PIVOTBY(B1:B4,{\"x\";\"y\";\"x\";\"y\"},A1:A4,SUM)"),
+            "5x4: - x y Total apple 10 40 50 banana - 20 20 cherry 30 - 30 Total 40 60 100");
+  EXPECT_EQ(spilled(book, u"PIVOTBY(B1:B2,{\"x\";\"y\"},A1:A2,SUM,,0,,0)"),
+            "3x3: - x y apple 10 - banana - 20");
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A5,SUM)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A6,1)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A6,SUM,,,3)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"GROUPBY(B1:B6,A1:A6,SUM,,,,A1:A6>99)"), E(2050));
+  EXPECT_EQ(spilled(book, u"GROUPBY({\"a\";\"a\"},{1;2},LAMBDA(x,x),0,0)"), "1x2: a #CALC!");
+  EXPECT_EQ(function_file_name(u"pivotby"), u"_xlfn.PIVOTBY");
+}
+
+TEST_F(Functions, TrimrangeAndPercentof) {
+  book.set("F9", 1);
+  EXPECT_EQ(book.eval(u"ROWS(TRIMRANGE(A1:H20))&\"x\"&COLUMNS(TRIMRANGE(A1:H20))"), S(u"9x6"));
+  EXPECT_EQ(book.eval(u"ROWS(TRIMRANGE(E7:H20))&\"x\"&COLUMNS(TRIMRANGE(E7:H20))"), S(u"1x1"));
+  EXPECT_EQ(book.eval(u"ROW(TRIMRANGE(E7:H20,1,1))&\"x\"&COLUMNS(TRIMRANGE(E7:H20,1,1))"),
+            S(u"9x3"));
+  EXPECT_EQ(book.eval(u"ROWS(TRIMRANGE(E7:H20,2,0))&\"x\"&COLUMNS(TRIMRANGE(E7:H20,2,0))"),
+            S(u"3x4"));
+  EXPECT_EQ(book.eval(u"SUM(TRIMRANGE(A1:A100))"), N(210));
+  EXPECT_EQ(book.eval(u"TRIMRANGE(D1:D5)"), E(cell_error::ref));
+  EXPECT_EQ(book.eval(u"TRIMRANGE(A1:A5,4)"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"PERCENTOF(A1:A2,A1:A6)"), N(30.0 / 210));
+  EXPECT_EQ(book.eval(u"PERCENTOF(B1:B2,A1)"), N(0));
+  EXPECT_EQ(book.eval(u"PERCENTOF(1,{1,-1})"), E(cell_error::div0));
+  // Functions that need something outside the file are named as such.
+  EXPECT_EQ(book.eval(u"_xlfn.IMPORTCSV(\"a.csv\")"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"_xlfn.COPILOT(\"hi\")"), E(2046));
+  for (const char16_t* f : {u"IMPORTTEXT", u"_xlfn.FILTERXML", u"COPILOT"})
+    EXPECT_TRUE(function_not_computable(f)) << to_utf8(f);
+}
+
+TEST_F(Functions, ExponentialSmoothingFindsTrendAndSeasonOnAnyRegularTimeline) {
+  // A line is forecast exactly and has no season; a missing step is filled in between.
+  near(book, u"FORECAST.ETS(13,SEQUENCE(12)*10,SEQUENCE(12))", 130);
+  near(book, u"FORECAST.ETS(8,{10,20,40,50,60},{1,2,4,5,6})", 80);
+  near(book, u"FORECAST.ETS.CONFINT(13,SEQUENCE(12)*10,SEQUENCE(12))", 0);
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.SEASONALITY(SEQUENCE(12)*10,SEQUENCE(12))"), N(0));
+  // A trend of 1 a step under a pattern of four: found, and continued.
+  const std::u16string y = u"{6,-3,6,1,10,1,10,5,14,5,14,9,18,9,18,13}";
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.SEASONALITY(" + y + u",SEQUENCE(16))"), N(4));
+  near(book, u"FORECAST.ETS(17," + y + u",SEQUENCE(16))", 22);
+  near(book, u"FORECAST.ETS(18," + y + u",SEQUENCE(16),4)", 13);
+  // Order of the timeline does not matter; equal dates are aggregated (7: summed).
+  near(book, u"FORECAST.ETS(6,{50,10,40,20,30},{5,1,4,2,3})", 60);
+  near(book, u"FORECAST.ETS(5,{5,5,20,30,40},{1,1,2,3,4},0,1,7)", 50);
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.STAT({3,6,9,12},{10,20,30,40},8)"), N(10));
+  Value alpha = book.eval(u"FORECAST.ETS.STAT(" + y + u",SEQUENCE(16),1)");
+  EXPECT_TRUE(alpha.kind == Value::Kind::Number && alpha.number >= 0 && alpha.number <= 1);
+  Value wide = book.eval(u"FORECAST.ETS.CONFINT(20,{1,5,2,6,3,4,8,2},SEQUENCE(8),0.9)");
+  EXPECT_TRUE(wide.kind == Value::Kind::Number && wide.number > 0);
+  // Far ahead is no slower than near, and wider.
+  Value far = book.eval(u"FORECAST.ETS.CONFINT(1E+12,{1,5,2,6,3,4,8,2},SEQUENCE(8),0.9)");
+  EXPECT_TRUE(far.kind == Value::Kind::Number && far.number > wide.number);
+  // The argument checks.
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3},{1,2})"), E(cell_error::na));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3.5,4})"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(0,{1,2,3,4},{1,2,3,4})"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,4},8761)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,4},3)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,4},0,2)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(5,{1,2,3,4},{1,2,3,\"x\"})"), E(cell_error::value));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS(50,{1,2,3,4},{1,2,3,40})"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.CONFINT(5,{1,2,3,4},{1,2,3,4},1)"), E(cell_error::num));
+  EXPECT_EQ(book.eval(u"FORECAST.ETS.STAT({1,2,3,4},{1,2,3,4},9)"), E(cell_error::num));
+  EXPECT_EQ(function_file_name(u"forecast.ets.stat"), u"_xlfn.FORECAST.ETS.STAT");
 }
 
 TEST(FunctionNames, AtLeastEightyAndSorted) {
