@@ -176,6 +176,16 @@ Operand f_expand(Args& a) {
   return result(std::move(r));
 }
 
+/// The rows (or columns) of `m` at the given 0-based positions, in that order.
+Matrix pick_lines(const Matrix& m, const std::vector<int32_t>& lines, bool rows) {
+  const int32_t n = static_cast<int32_t>(lines.size());
+  Matrix r = rows ? Matrix(n, m.cols) : Matrix(m.rows, n);
+  for (int32_t k = 0; k < n; ++k)
+    for (int32_t j = 0; j < (rows ? m.cols : m.rows); ++j)
+      (rows ? r.at(k, j) : r.at(j, k)) = rows ? m.at(lines[k], j) : m.at(j, lines[k]);
+  return r;
+}
+
 template <bool Rows>
 Operand f_choose_lines(Args& a) {
   Matrix m = block(a, 0);
@@ -189,12 +199,7 @@ Operand f_choose_lines(Args& a) {
       picks.push_back(k > 0 ? static_cast<int32_t>(k) - 1 : size + static_cast<int32_t>(k));
     });
   }
-  int32_t n = static_cast<int32_t>(picks.size());
-  Matrix r = Rows ? Matrix(n, m.cols) : Matrix(m.rows, n);
-  for (int32_t k = 0; k < n; ++k)
-    for (int32_t j = 0; j < (Rows ? m.cols : m.rows); ++j)
-      (Rows ? r.at(k, j) : r.at(j, k)) = Rows ? m.at(picks[k], j) : m.at(j, picks[k]);
-  return result(std::move(r));
+  return result(pick_lines(m, picks, Rows));
 }
 
 /// The block a FILTER, SORT or UNIQUE works on, read array-wise even in a plain cell formula:
@@ -231,12 +236,7 @@ Operand f_filter(Args& a) {
     if (a.size() > 2 && !a.missing(2)) return a.get(2);
     return error(kErrorCalc);
   }
-  int32_t n = static_cast<int32_t>(kept.size());
-  Matrix r = by_rows ? Matrix(n, m.cols) : Matrix(m.rows, n);
-  for (int32_t k = 0; k < n; ++k)
-    for (int32_t j = 0; j < (by_rows ? m.cols : m.rows); ++j)
-      (by_rows ? r.at(k, j) : r.at(j, k)) = by_rows ? m.at(kept[k], j) : m.at(j, kept[k]);
-  return result(std::move(r));
+  return result(pick_lines(m, kept, by_rows));
 }
 
 /// Sorting order: numbers, text (without regard to case), FALSE before TRUE, errors; empty
