@@ -534,6 +534,200 @@ struct ZipWriter::Central {
   uint64_t offset = 0;
 };
 
+void EntrySink::flush() {
+  if (text.empty()) return;
+  flushed_ += text.size();
+  consume_(text);
+  text.clear();
+}
+
+int stream_level(int level) {
+  // Streamed parts are the large worksheets. On their text zlib's lazy-matching levels (4 and
+  // up) take four to six times as long as its greedy ones for some fifteen percent less
+  // output, which would make the deflater most of a save's time; so the default level maps to
+  // a greedy one and only levels asked for above it reach the lazy ones.
+  return std::clamp(level - 4, 1, 9);
+}
+
+namespace {
+
+// A streamed entry is deflated in segments of a fixed size, each as a continuation of the
+// one before: the 32 KiB preceding it are its dictionary, and it ends on a byte boundary
+// (a sync flush) so that the next one's output simply follows; the last one ends the stream.
+// Segments are cut by position only, so the bytes written depend on the content alone, not
+// on how it was handed over or on which thread deflated which segment.
+constexpr size_t kSegment = size_t{1} << 20;
+constexpr size_t kWindow = size_t{1} << 15;
+// How many segments may wait for a deflater before the producer deflates one itself: enough
+// that the second thread finds one waiting while the producer makes the next, few enough to
+// keep what a save holds small.
+constexpr size_t kBacklog = 2;
+// Written segments kept for their buffers, so that a large save does not map fresh pages
+// for every megabyte.
+constexpr size_t kSpares = 3;
+
+class SegmentDeflater {
+ public:
+  explicit SegmentDeflater(int level) {
+    ready_ = deflateInit2(&z_, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) == Z_OK;
+  }
+  ~SegmentDeflater() {
+    if (ready_) deflateEnd(&z_);
+  }
+  SegmentDeflater(const SegmentDeflater&) = delete;
+  SegmentDeflater& operator=(const SegmentDeflater&) = delete;
+
+  // Returns false when zlib reports a fault or memory runs out; never throws, so that it can
+  // run on any thread.
+  bool run(std::string_view dict, std::string& in, std::string& out, bool last) noexcept {
+    try {
+      return deflate_segment(dict, in, out, last);
+    } catch (...) {
+      return false;
+    }
+  }
+
+ private:
+  bool deflate_segment(std::string_view dict, std::string& in, std::string& out, bool last) {
+    if (!ready_ || deflateReset(&z_) != Z_OK) return false;
+    if (!dict.empty() && deflateSetDictionary(&z_, reinterpret_cast<const Bytef*>(dict.data()),
+                                              static_cast<uInt>(dict.size())) != Z_OK)
+      return false;
+    z_.next_in = reinterpret_cast<Bytef*>(in.data());
+    z_.avail_in = static_cast<uInt>(in.size());
+    out.resize(deflateBound(&z_, in.size()) + 64);
+    size_t made = 0;
+    const int mode = last ? Z_FINISH : Z_SYNC_FLUSH;
+    for (;;) {
+      if (made == out.size()) out.resize(out.size() * 2);
+      z_.next_out = reinterpret_cast<Bytef*>(out.data() + made);
+      z_.avail_out = static_cast<uInt>(out.size() - made);
+      int r = deflate(&z_, mode);
+      made = out.size() - z_.avail_out;
+      if (r == Z_STREAM_ERROR) return false;
+      if (last ? r == Z_STREAM_END : (z_.avail_in == 0 && z_.avail_out != 0)) break;
+    }
+    out.resize(made);
+    return true;
+  }
+
+  z_stream z_{};
+  bool ready_ = false;
+};
+
+}  // namespace
+
+// What goes into the file for a streamed entry, in order: its local header, its segments and
+// its end (the sizes and CRC patched into the header).
+struct ZipWriter::Segment {
+  enum class Kind : uint8_t { Header, Data, End } kind = Kind::Data;
+  enum class State : uint8_t { Queued, Taken, Done } state = State::Queued;
+  bool last = false;  // Data: the segment that ends the stream
+  size_t entry = 0;   // Header, End: the entry's place in the central directory
+  uint64_t size = 0;  // End: the entry's inflated size
+  uint32_t crc = 0;   // End: its CRC
+  std::string in;
+  std::string dict;  // the kWindow bytes before `in`
+  std::string out;
+};
+
+// The streamed entries' segments not yet written, in file order, and the second thread that
+// deflates them. It lives as long as the writer, so that one entry's last segments are still
+// being deflated while the next entry's text is produced. Only the writer's own thread writes
+// to the file.
+struct ZipWriter::Pipeline {
+  explicit Pipeline(int level) : level(level), own(level) {}
+  ~Pipeline() { stop(); }
+  Pipeline(const Pipeline&) = delete;
+  Pipeline& operator=(const Pipeline&) = delete;
+
+  // A new item; a data segment gets the buffers of one written before when there is one.
+  std::unique_ptr<Segment> fresh(Segment::Kind kind) {
+    std::unique_ptr<Segment> s;
+    if (kind != Segment::Kind::Data || spares.empty()) {
+      s = std::make_unique<Segment>();
+    } else {
+      s = std::move(spares.back());
+      spares.pop_back();
+    }
+    s->kind = kind;
+    s->state = kind == Segment::Kind::Data ? Segment::State::Queued : Segment::State::Done;
+    return s;
+  }
+  void push(std::unique_ptr<Segment> s) {
+    {
+      std::lock_guard lock(m);
+      if (s->state == Segment::State::Queued) ++queued;
+      items.push_back(std::move(s));
+    }
+    cv.notify_one();
+  }
+  // Starts the second thread unless it runs; false when none can be had.
+  bool start() {
+    if (!worker.joinable() && !tried) {
+      tried = true;
+      try {
+        worker = std::thread([this] { work(); });
+      } catch (const std::system_error&) {
+        // No second thread: the writer's thread deflates everything.
+      }
+    }
+    return worker.joinable();
+  }
+  void stop() {
+    {
+      std::lock_guard lock(m);
+      closing = true;
+    }
+    cv.notify_all();
+    if (worker.joinable()) worker.join();
+  }
+  // The first segment waiting for a deflater, now taken; null when none waits. Under `m`.
+  Segment* take() {
+    if (queued == 0) return nullptr;
+    for (auto& s : items)
+      if (s->state == Segment::State::Queued) {
+        s->state = Segment::State::Taken;
+        --queued;
+        return s.get();
+      }
+    return nullptr;
+  }
+  // Deflates a taken segment; takes `lock` off while it runs.
+  void deflate(SegmentDeflater& d, Segment& s, std::unique_lock<std::mutex>& lock) {
+    lock.unlock();
+    const bool ok = d.run(s.dict, s.in, s.out, s.last);
+    lock.lock();
+    s.state = Segment::State::Done;
+    if (!ok) fault = true;
+  }
+  void work() {
+    SegmentDeflater d(level);
+    std::unique_lock lock(m);
+    for (;;) {
+      Segment* s = nullptr;
+      cv.wait(lock, [&] { return closing || (s = take()) != nullptr; });
+      if (!s) return;
+      deflate(d, *s, lock);
+      cv.notify_all();
+    }
+  }
+
+  const int level;
+  std::mutex m;
+  std::condition_variable cv;
+  std::deque<std::unique_ptr<Segment>> items;  // not yet written, in file order
+  size_t queued = 0;                           // items waiting for a deflater
+  bool closing = false;
+  bool fault = false;   // a segment failed to deflate
+  bool tried = false;   // whether the second thread was asked for
+  SegmentDeflater own;  // the writer's thread's
+  // Only the writer's thread uses these.
+  std::vector<std::unique_ptr<Segment>> spares;
+  uint64_t data_at = 0;  // where the entry being written has its first compressed byte
+  std::thread worker;
+};
+
 ZipWriter::ZipWriter(fs::path target, int level)
     : target_(std::move(target)), file_(target_), level_(level) {
   if (!file_.ok())
@@ -543,6 +737,7 @@ ZipWriter::ZipWriter(fs::path target, int level)
 }
 
 ZipWriter::~ZipWriter() {
+  pipeline_.reset();  // stops the second thread before anything it could touch goes
   if (compressor_) libdeflate_free_compressor(static_cast<libdeflate_compressor*>(compressor_));
 }
 
@@ -624,6 +819,7 @@ void ZipWriter::write_entry(Central c, std::string_view data) {
 
 void ZipWriter::copy(const ZipReader& source, const ZipEntry& entry) {
   Central c = begin_entry(entry.name, nullptr);
+  drain(true);
   c.version_made_by = entry.version_made_by;
   c.flags = entry.flags;
   c.method = entry.method;
@@ -641,6 +837,7 @@ void ZipWriter::copy(const ZipReader& source, const ZipEntry& entry) {
 
 void ZipWriter::add(std::string_view name, std::string_view content, const ZipEntry* like) {
   Central c = begin_entry(name, like);
+  drain(true);
   c.size = content.size();
   c.crc32 = libdeflate_crc32(0, content.data(), content.size());
   if (!compressor_) {
@@ -663,190 +860,91 @@ void ZipWriter::add(std::string_view name, std::string_view content, const ZipEn
   }
 }
 
-void EntrySink::flush() {
-  if (text.empty()) return;
-  flushed_ += text.size();
-  consume_(text);
-  text.clear();
-}
-
-int stream_level(int level) {
-  // Streamed parts are the large worksheets. On their text zlib's lazy-matching levels (4 and
-  // up) take four to six times as long as its greedy ones for some fifteen percent less
-  // output, which would make the deflater most of a save's time; so the default level maps to
-  // a greedy one and only levels asked for above it reach the lazy ones.
-  return std::clamp(level - 4, 1, 9);
-}
-
-namespace {
-
-// A streamed entry is deflated in segments of a fixed size, each as a continuation of the
-// one before: the 32 KiB preceding it are its dictionary, and it ends on a byte boundary
-// (a sync flush) so that the next one's output simply follows; the last one ends the stream.
-// Segments are cut by position only, so the bytes written depend on the content alone, not
-// on how it was handed over or on which thread deflated which segment.
-constexpr size_t kSegment = size_t{1} << 20;
-constexpr size_t kWindow = size_t{1} << 15;
-
-struct Segment {
-  std::string in;
-  std::string dict;  // the kWindow bytes before `in`
-  std::string out;
-  bool last = false;
-  enum class State : uint8_t { Queued, Taken, Done } state = State::Queued;
-};
-
-class SegmentDeflater {
- public:
-  explicit SegmentDeflater(int level) {
-    ready_ = deflateInit2(&z_, level, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) == Z_OK;
-  }
-  ~SegmentDeflater() {
-    if (ready_) deflateEnd(&z_);
-  }
-  SegmentDeflater(const SegmentDeflater&) = delete;
-  SegmentDeflater& operator=(const SegmentDeflater&) = delete;
-
-  // Returns false when zlib reports a fault.
-  bool run(Segment& s) {
-    if (!ready_ || deflateReset(&z_) != Z_OK) return false;
-    if (!s.dict.empty() && deflateSetDictionary(&z_, reinterpret_cast<const Bytef*>(s.dict.data()),
-                                                static_cast<uInt>(s.dict.size())) != Z_OK)
-      return false;
-    z_.next_in = reinterpret_cast<Bytef*>(s.in.data());
-    z_.avail_in = static_cast<uInt>(s.in.size());
-    s.out.resize(deflateBound(&z_, s.in.size()) + 64);
-    size_t made = 0;
-    const int mode = s.last ? Z_FINISH : Z_SYNC_FLUSH;
-    for (;;) {
-      if (made == s.out.size()) s.out.resize(s.out.size() * 2);
-      z_.next_out = reinterpret_cast<Bytef*>(s.out.data() + made);
-      z_.avail_out = static_cast<uInt>(s.out.size() - made);
-      int r = deflate(&z_, mode);
-      made = s.out.size() - z_.avail_out;
-      if (r == Z_STREAM_ERROR) return false;
-      if (s.last ? r == Z_STREAM_END : (z_.avail_in == 0 && z_.avail_out != 0)) break;
+void ZipWriter::write_segment(Segment& s) {
+  Pipeline& p = *pipeline_;
+  Central& c = central_[s.entry];
+  switch (s.kind) {
+    case Segment::Kind::Header:
+      write_header(c);  // sizes and CRC are patched in once known
+      p.data_at = offset_;
+      return;
+    case Segment::Kind::Data:
+      write(s.out.data(), s.out.size());
+      return;
+    case Segment::Kind::End: {
+      c.size = s.size;
+      c.crc32 = s.crc;
+      c.compressed_size = offset_ - p.data_at;
+      if (c.size >= 0xffffffff || c.compressed_size >= 0xffffffff)
+        fail("part '" + c.name + "' is too large");
+      // The header went out with zeros where the CRC and sizes go; write them now.
+      flush();
+      std::string fix;
+      put32(fix, c.crc32);
+      put32(fix, static_cast<uint32_t>(c.compressed_size));
+      put32(fix, static_cast<uint32_t>(c.size));
+      if (!file_.write_at(fix.data(), fix.size(), c.offset + 14)) fail(file_.error());
+      return;
     }
-    s.out.resize(made);
-    return true;
   }
+}
 
- private:
-  z_stream z_{};
-  bool ready_ = false;
-};
-
-}  // namespace
+void ZipWriter::drain(bool all) {
+  if (!pipeline_) return;
+  Pipeline& p = *pipeline_;
+  std::unique_lock lock(p.m);
+  for (;;) {
+    if (p.fault) fail("compression failed");
+    while (!p.items.empty() && p.items.front()->state == Segment::State::Done) {
+      std::unique_ptr<Segment> s = std::move(p.items.front());
+      p.items.pop_front();
+      lock.unlock();
+      write_segment(*s);
+      if (s->kind == Segment::Kind::Data && p.spares.size() < kSpares) {
+        s->in.clear();
+        s->dict.clear();
+        s->out.clear();
+        s->last = false;
+        p.spares.push_back(std::move(s));
+      }
+      lock.lock();
+    }
+    if (p.items.empty() || (!all && p.queued < kBacklog)) return;
+    if (Segment* s = p.take())
+      p.deflate(p.own, *s, lock);
+    else
+      p.cv.wait(lock, [&] { return p.items.front()->state == Segment::State::Done; });
+  }
+}
 
 void ZipWriter::add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
                            const ZipEntry* like) {
   Central c = begin_entry(name, like);
   c.method = 8;
-  write_header(c);  // sizes and CRC are patched in once known
-  flush();
-  const uint64_t header_at = c.offset;
-  const uint64_t data_at = offset_;
-  const int level = stream_level(level_);
+  if (!pipeline_) pipeline_ = std::make_unique<Pipeline>(stream_level(level_));
+  const size_t entry = central_.size();
+  central_.push_back(std::move(c));
+  auto header = pipeline_->fresh(Segment::Kind::Header);
+  header->entry = entry;
+  pipeline_->push(std::move(header));
 
   // Deflating takes longer than producing a worksheet's text, so a second thread deflates
-  // segments beside the producer, and the producer deflates one itself whenever two are
-  // waiting. Only this thread writes to the file, in segment order.
-  struct Shared {
-    std::mutex m;
-    std::condition_variable cv;
-    std::deque<std::unique_ptr<Segment>> segments;  // not yet written, in order
-    bool closing = false;
-    bool fault = false;
-    std::thread worker;
-    void close() {
-      {
-        std::lock_guard lock(m);
-        closing = true;
-      }
-      cv.notify_all();
-      if (worker.joinable()) worker.join();
-    }
-    ~Shared() { close(); }
-  } sh;
-  auto take_queued = [&]() -> Segment* {
-    for (auto& s : sh.segments)
-      if (s->state == Segment::State::Queued) {
-        s->state = Segment::State::Taken;
-        return s.get();
-      }
-    return nullptr;
-  };
-  auto work = [&] {
-    std::unique_ptr<SegmentDeflater> d;
-    std::unique_lock lock(sh.m);
-    for (;;) {
-      Segment* s = nullptr;
-      sh.cv.wait(lock, [&] { return sh.closing || (s = take_queued()) != nullptr; });
-      if (!s) return;
-      lock.unlock();
-      bool ok = false;
-      try {
-        if (!d) d = std::make_unique<SegmentDeflater>(level);
-        ok = d->run(*s);
-      } catch (const std::bad_alloc&) {
-        // Reported below as a failed compression.
-      }
-      lock.lock();
-      s->state = Segment::State::Done;
-      if (!ok) sh.fault = true;
-      sh.cv.notify_all();
-    }
-  };
-  SegmentDeflater own(level);
-  bool threaded = false;
-  // Writes the finished segments at the front; with `all`, waits for every segment, helping.
-  auto drain = [&](bool all) {
-    std::unique_lock lock(sh.m);
-    for (;;) {
-      while (!sh.segments.empty() && sh.segments.front()->state == Segment::State::Done) {
-        std::unique_ptr<Segment> s = std::move(sh.segments.front());
-        sh.segments.pop_front();
-        if (sh.fault) fail("compression failed");
-        lock.unlock();
-        write(s->out.data(), s->out.size());
-        lock.lock();
-      }
-      size_t waiting = sh.segments.size();
-      if (waiting == 0 || (!all && waiting < 2)) return;
-      if (Segment* s = take_queued()) {
-        lock.unlock();
-        bool ok = own.run(*s);
-        lock.lock();
-        s->state = Segment::State::Done;
-        if (!ok) sh.fault = true;
-      } else {
-        sh.cv.wait(lock, [&] { return sh.segments.front()->state == Segment::State::Done; });
-      }
-    }
-  };
+  // segments beside the producer, and the producer deflates one itself whenever enough are
+  // waiting. The segments of this entry not deflated when it ends are left to both threads
+  // while the caller goes on to the next entry; the file gets everything in order.
   uint32_t crc = 0;
   std::string window;  // the last kWindow bytes of the previous segment
-  auto cut = std::make_unique<Segment>();
+  std::unique_ptr<Segment> cut = pipeline_->fresh(Segment::Kind::Data);
   auto dispatch = [&](bool last) {
     cut->last = last;
+    cut->entry = entry;
     cut->dict = window;
     // Segments before the last are full, so the next one's dictionary is this one's tail.
     if (!last) window.assign(cut->in, cut->in.size() - kWindow, kWindow);
-    {
-      std::lock_guard lock(sh.m);
-      sh.segments.push_back(std::move(cut));
-    }
-    cut = std::make_unique<Segment>();
-    if (!last && !threaded && parallel_) {
-      threaded = true;
-      try {
-        sh.worker = std::thread(work);
-      } catch (const std::system_error&) {
-        // No second thread to be had: this one deflates everything.
-      }
-    }
-    sh.cv.notify_all();
-    drain(last || !sh.worker.joinable());
+    pipeline_->push(std::move(cut));
+    if (!last) cut = pipeline_->fresh(Segment::Kind::Data);
+    const bool threaded = !last && parallel_ ? pipeline_->start() : pipeline_->worker.joinable();
+    drain(!threaded);
   };
   EntrySink sink;
   sink.consume_ = [&](std::string& piece) {
@@ -863,24 +961,18 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
   produce(sink);
   sink.flush();
   dispatch(true);
-  sh.close();
-  c.size = sink.total();
-  c.crc32 = crc;
-  c.compressed_size = offset_ - data_at;
-  if (c.size >= 0xffffffff || c.compressed_size >= 0xffffffff)
-    fail("part '" + c.name + "' is too large");
-  // The header went out with zeros where the CRC and sizes go; write them now.
-  flush();
-  std::string fix;
-  put32(fix, c.crc32);
-  put32(fix, static_cast<uint32_t>(c.compressed_size));
-  put32(fix, static_cast<uint32_t>(c.size));
-  if (!file_.write_at(fix.data(), fix.size(), header_at + 14)) fail(file_.error());
-  central_.push_back(std::move(c));
+  auto end = pipeline_->fresh(Segment::Kind::End);
+  end->entry = entry;
+  end->size = sink.total();
+  end->crc = crc;
+  pipeline_->push(std::move(end));
+  drain(!pipeline_->worker.joinable());
 }
 
 void ZipWriter::commit() {
   if (committed_) fail("the package was already written");
+  drain(true);
+  if (pipeline_) pipeline_->stop();
   uint64_t cd_offset = offset_;
   std::string d;
   for (const auto& c : central_) {

@@ -175,7 +175,9 @@ class ZipWriter {
   /// as it comes, so the whole content never needs to be in memory. Content is deflated in
   /// 1 MiB segments, each continuing the stream from the one before, on a second thread
   /// beside `produce` (unless `set_parallel(false)`); segments are cut by position, so the
-  /// bytes written depend on the content only, not on the pieces or the timing.
+  /// bytes written depend on the content only, not on the pieces or the timing. The last
+  /// segments may still be deflating when this returns, beside whatever the caller produces
+  /// next; they reach the file, in order, before anything added after them.
   void add_stream(std::string_view name, const std::function<void(EntrySink&)>& produce,
                   const ZipEntry* like = nullptr);
 
@@ -188,11 +190,17 @@ class ZipWriter {
 
  private:
   struct Central;
+  struct Segment;
+  struct Pipeline;
   void write(const void* data, size_t n);
   void flush();
   Central begin_entry(std::string_view name, const ZipEntry* like);
   void write_header(Central& c);
   void write_entry(Central c, std::string_view data);
+  void write_segment(Segment& s);
+  /// Writes the streamed segments that are ready, in order; with `all`, every one (deflating
+  /// beside the second thread until none is left), otherwise only until few enough wait.
+  void drain(bool all);
   [[noreturn]] void fail(const std::string& problem);
 
   std::filesystem::path target_;
@@ -205,6 +213,7 @@ class ZipWriter {
   void* compressor_ = nullptr;
   bool committed_ = false;
   bool parallel_ = true;
+  std::unique_ptr<Pipeline> pipeline_;
 };
 
 }  // namespace qz::engine::xlsx

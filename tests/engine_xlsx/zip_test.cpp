@@ -372,22 +372,25 @@ TEST(ZipWrite, StreamsEntriesAndReadsThemBackInPagesGivenUpBehind) {
       << "text after the range stays";
 }
 
-// Large parts are deflated in segments on two threads: the bytes must depend on the content
-// alone (not on the pieces it came in, the timing, or whether a second thread ran), the
-// segments must join into one stream every reader inflates, and a producer failing half-way
-// must not leave a deflater running or a file behind.
+// Large parts are deflated in segments on two threads, one part's last segments beside the
+// next part's text: the bytes must depend on the content alone (not on the pieces it came in,
+// the timing, or whether a second thread ran), the segments must join into one stream every
+// reader inflates, each part in its place, and a producer failing half-way must not leave a
+// deflater running or a file behind.
 TEST(ZipWrite, StreamedEntriesAreTheSameWhateverTheTimingAndFailCleanly) {
   TempDir dir;
   const std::string big = compressible(5 << 20).substr(0, 5 << 20);  // the last segment empty
   auto write = [&](const fs::path& target, const std::string& content, size_t step, bool parallel) {
     ZipWriter w(target);
     w.set_parallel(parallel);
-    w.add_stream("xl/worksheets/sheet1.xml", [&](EntrySink& sink) {
-      for (size_t at = 0; at < content.size(); at += step) {
-        sink.text.append(content, at, step);
-        sink.flush_if_full();
-      }
-    });
+    for (const char* name : {"xl/worksheets/sheet1.xml", "xl/worksheets/sheet2.xml"})
+      w.add_stream(name, [&](EntrySink& sink) {
+        for (size_t at = 0; at < content.size(); at += step) {
+          sink.text.append(content, at, step);
+          sink.flush_if_full();
+        }
+      });
+    w.add("xl/styles.xml", "<styleSheet/>");
     w.commit();
   };
   for (const std::string& content : {big, big.substr(0, (3 << 20) + 12345)}) {
@@ -400,8 +403,12 @@ TEST(ZipWrite, StreamedEntriesAreTheSameWhateverTheTimingAndFailCleanly) {
     EXPECT_EQ(a, slurp(dir / "c.xlsx")) << "one thread, other pieces";
     EXPECT_EQ(a, slurp(dir / "d.xlsx")) << "one piece";
     ZipReader z = ZipReader::open(dir / "a.xlsx");
+    ASSERT_EQ(z.entries().size(), 3u);
     EXPECT_EQ(z.read(z.entries()[0]), content);
+    EXPECT_EQ(z.read(z.entries()[1]), content);
+    EXPECT_EQ(z.entries()[1].compressed_size, z.entries()[0].compressed_size);
     EXPECT_LT(z.entries()[0].compressed_size, content.size() / 4);
+    EXPECT_EQ(z.read(*z.find("xl/styles.xml")), "<styleSheet/>");
   }
 
   {
