@@ -562,9 +562,9 @@ constexpr size_t kWindow = size_t{1} << 15;
 // that the second thread finds one waiting while the producer makes the next, few enough to
 // keep what a save holds small.
 constexpr size_t kBacklog = 2;
-// Written segments kept for their buffers, so that a large save does not map fresh pages
-// for every megabyte.
-constexpr size_t kSpares = 3;
+// Input buffers kept for the next segments once theirs are deflated, so that a large save
+// does not map fresh pages for every megabyte.
+constexpr size_t kSpares = 2;
 
 class SegmentDeflater {
  public:
@@ -577,25 +577,31 @@ class SegmentDeflater {
   SegmentDeflater(const SegmentDeflater&) = delete;
   SegmentDeflater& operator=(const SegmentDeflater&) = delete;
 
-  // Returns false when zlib reports a fault or memory runs out; never throws, so that it can
-  // run on any thread.
+  // Deflates `in` into `out`. Returns false when zlib reports a fault or memory runs out;
+  // never throws, so that it can run on any thread.
   bool run(std::string_view dict, std::string& in, std::string& out, bool last) noexcept {
     try {
-      return deflate_segment(dict, in, out, last);
+      if (!deflate_segment(dict, in, last)) return false;
+      out.assign(scratch_.data(), made_);
+      return true;
     } catch (...) {
       return false;
     }
   }
 
  private:
-  bool deflate_segment(std::string_view dict, std::string& in, std::string& out, bool last) {
+  // Deflates into `scratch_`, which is reused, so that a segment keeps only its compressed
+  // bytes while it waits to be written.
+  bool deflate_segment(std::string_view dict, std::string& in, bool last) {
     if (!ready_ || deflateReset(&z_) != Z_OK) return false;
     if (!dict.empty() && deflateSetDictionary(&z_, reinterpret_cast<const Bytef*>(dict.data()),
                                               static_cast<uInt>(dict.size())) != Z_OK)
       return false;
     z_.next_in = reinterpret_cast<Bytef*>(in.data());
     z_.avail_in = static_cast<uInt>(in.size());
-    out.resize(deflateBound(&z_, in.size()) + 64);
+    std::string& out = scratch_;
+    if (out.size() < deflateBound(&z_, in.size()) + 64)
+      out.resize(deflateBound(&z_, in.size()) + 64);
     size_t made = 0;
     const int mode = last ? Z_FINISH : Z_SYNC_FLUSH;
     for (;;) {
@@ -607,12 +613,14 @@ class SegmentDeflater {
       if (r == Z_STREAM_ERROR) return false;
       if (last ? r == Z_STREAM_END : (z_.avail_in == 0 && z_.avail_out != 0)) break;
     }
-    out.resize(made);
+    made_ = made;
     return true;
   }
 
   z_stream z_{};
   bool ready_ = false;
+  std::string scratch_;
+  size_t made_ = 0;
 };
 
 }  // namespace
@@ -641,17 +649,18 @@ struct ZipWriter::Pipeline {
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
 
-  // A new item; a data segment gets the buffers of one written before when there is one.
+  // A new item; a data segment gets the input buffer of one deflated before when there is one.
   std::unique_ptr<Segment> fresh(Segment::Kind kind) {
-    std::unique_ptr<Segment> s;
-    if (kind != Segment::Kind::Data || spares.empty()) {
-      s = std::make_unique<Segment>();
-    } else {
-      s = std::move(spares.back());
-      spares.pop_back();
-    }
+    auto s = std::make_unique<Segment>();
     s->kind = kind;
     s->state = kind == Segment::Kind::Data ? Segment::State::Queued : Segment::State::Done;
+    if (kind == Segment::Kind::Data) {
+      std::lock_guard lock(m);
+      if (!spares.empty()) {
+        s->in = std::move(spares.back());
+        spares.pop_back();
+      }
+    }
     return s;
   }
   void push(std::unique_ptr<Segment> s) {
@@ -693,13 +702,18 @@ struct ZipWriter::Pipeline {
       }
     return nullptr;
   }
-  // Deflates a taken segment; takes `lock` off while it runs.
+  // Deflates a taken segment; takes `lock` off while it runs. Its input is not needed after.
   void deflate(SegmentDeflater& d, Segment& s, std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     const bool ok = d.run(s.dict, s.in, s.out, s.last);
     lock.lock();
     s.state = Segment::State::Done;
     if (!ok) fault = true;
+    if (spares.size() < kSpares) {
+      s.in.clear();
+      spares.push_back(std::move(s.in));
+    }
+    s.in = std::string();
   }
   void work() {
     SegmentDeflater d(level);
@@ -719,11 +733,11 @@ struct ZipWriter::Pipeline {
   std::deque<std::unique_ptr<Segment>> items;  // not yet written, in file order
   size_t queued = 0;                           // items waiting for a deflater
   bool closing = false;
-  bool fault = false;   // a segment failed to deflate
-  bool tried = false;   // whether the second thread was asked for
-  SegmentDeflater own;  // the writer's thread's
-  // Only the writer's thread uses these.
-  std::vector<std::unique_ptr<Segment>> spares;
+  bool fault = false;               // a segment failed to deflate
+  bool tried = false;               // whether the second thread was asked for
+  SegmentDeflater own;              // the writer's thread's
+  std::vector<std::string> spares;  // input buffers to reuse
+  // Only the writer's thread uses this.
   uint64_t data_at = 0;  // where the entry being written has its first compressed byte
   std::thread worker;
 };
@@ -900,13 +914,7 @@ void ZipWriter::drain(bool all) {
       p.items.pop_front();
       lock.unlock();
       write_segment(*s);
-      if (s->kind == Segment::Kind::Data && p.spares.size() < kSpares) {
-        s->in.clear();
-        s->dict.clear();
-        s->out.clear();
-        s->last = false;
-        p.spares.push_back(std::move(s));
-      }
+      s.reset();
       lock.lock();
     }
     if (p.items.empty() || (!all && p.queued < kBacklog)) return;

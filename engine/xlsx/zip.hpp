@@ -133,6 +133,9 @@ bool looks_like_compound_file(std::string_view bytes);
 /// now and then; what has been flushed is compressed and written.
 class EntrySink {
  public:
+  /// How much `text` holds before `flush_if_full` hands it over: small enough to stay in the
+  /// cache until it is copied on.
+  static constexpr size_t kChunk = 1 << 16;
   std::string text;
   void flush_if_full() {
     if (text.size() >= kChunk) flush();
@@ -142,7 +145,6 @@ class EntrySink {
 
  private:
   friend class ZipWriter;
-  static constexpr size_t kChunk = 1 << 20;
   void flush();
   std::function<void(std::string&)> consume_;
   uint64_t flushed_ = 0;
