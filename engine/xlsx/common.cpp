@@ -4,7 +4,6 @@
 #include <cstdio>
 
 #include "engine/xlsx/xml_scan.hpp"
-#include "vocab/columns.hpp"
 
 namespace qz::engine::xlsx {
 
@@ -45,11 +44,18 @@ std::optional<Rect> parse_ref(std::string_view t) {
               std::max(a->col, b->col)};
 }
 
+char* write_cell(char* p, int32_t row, int32_t col) {
+  char letters[8];
+  int n = 0;
+  for (int64_t c = int64_t{col} + 1; c > 0 && n < 8; c = (c - 1) / 26)
+    letters[n++] = static_cast<char>('A' + (c - 1) % 26);
+  while (n) *p++ = letters[--n];
+  return std::to_chars(p, p + 12, row + 1).ptr;
+}
+
 void append_cell(std::string& out, int32_t row, int32_t col) {
-  append_column_letters(out, col);
-  char buf[12];
-  auto r = std::to_chars(buf, buf + sizeof buf, row + 1);
-  out.append(buf, r.ptr);
+  char buf[24];
+  out.append(buf, write_cell(buf, row, col));
 }
 
 std::string cell_text(int32_t row, int32_t col) {
@@ -120,22 +126,22 @@ std::optional<int64_t> parse_int(std::string_view t) {
   return v;
 }
 
-void append_double(std::string& out, double d) {
+char* write_double(char* p, double d) {
   if (d == 0) d = 0;  // no "-0"
-  char buf[32];
   // Most numbers in a sheet are whole. The shortest text of a whole number is its digits
   // unless the exponent form is shorter ("1e+05"), which needs at least five digits ending in
   // zero; the integer conversion writes those digits at a fraction of the cost.
   if (d > -1e15 && d < 1e15) {
     const auto whole = static_cast<int64_t>(d);
-    if (static_cast<double>(whole) == d && (whole % 10 != 0 || (whole > -10000 && whole < 10000))) {
-      auto r = std::to_chars(buf, buf + sizeof buf, whole);
-      out.append(buf, r.ptr);
-      return;
-    }
+    if (static_cast<double>(whole) == d && (whole % 10 != 0 || (whole > -10000 && whole < 10000)))
+      return std::to_chars(p, p + 32, whole).ptr;
   }
-  auto r = std::to_chars(buf, buf + sizeof buf, d);
-  out.append(buf, r.ptr);
+  return std::to_chars(p, p + 32, d).ptr;
+}
+
+void append_double(std::string& out, double d) {
+  char buf[32];
+  out.append(buf, write_double(buf, d));
 }
 
 std::string double_text(double d) {

@@ -23,6 +23,8 @@ std::optional<Rect> parse_ref(std::string_view text);
 std::string ref_text(const Rect& r);
 std::string cell_text(int32_t row, int32_t col);
 void append_cell(std::string& out, int32_t row, int32_t col);
+/// Writes what append_cell appends at `p`, which has room for 24 characters; returns the end.
+char* write_cell(char* p, int32_t row, int32_t col);
 
 /// An xsd:boolean: "1"/"true" are true, "0"/"false" false; anything else `fallback`.
 bool parse_bool(std::string_view text, bool fallback);
@@ -31,6 +33,8 @@ std::optional<int64_t> parse_int(std::string_view text);
 
 /// A number the way the file stores it: the shortest text that reads back as the same double.
 void append_double(std::string& out, double d);
+/// Writes what append_double appends at `p`, which has room for 32 characters; returns the end.
+char* write_double(char* p, double d);
 std::string double_text(double d);
 
 /// A colour element's attributes (rgb, theme, tint, indexed, auto).

@@ -1,7 +1,9 @@
 // The worksheet parts. A changed sheet's part is split at its cell data: the rest (the
 // skeleton) is small enough to patch as a tree, and the cell data is regenerated from the model
 // a row at a time while the part is deflated.
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <map>
 #include <set>
 
@@ -70,12 +72,6 @@ bool same_line(const LineInfo& a, const LineInfo& b) {
          a.custom_size == b.custom_size && a.attrs == b.attrs;
 }
 
-void append_uint(std::string& out, uint64_t n) {
-  char buf[24];
-  auto r = std::to_chars(buf, buf + sizeof buf, n);
-  out.append(buf, r.ptr);
-}
-
 // Appends UTF-16 text as escaped UTF-8. Formulas and attribute values are nearly always plain
 // ASCII, which goes straight in without a converted copy.
 void append_text16(std::string& out, const String& text, bool attribute) {
@@ -89,6 +85,100 @@ void append_text16(std::string& out, const String& text, bool attribute) {
   out.resize(at + text.size());
   for (char16_t c : text) out[at++] = static_cast<char>(c);
 }
+
+// The cell data is assembled with plain stores in a buffer of a few kilobytes, handed to the
+// sink's text a buffer at a time: a sheet holds millions of short tags and numbers, and
+// appending each one to a string on its own costs more than writing it. The small pieces are
+// kept inline, the rare flush out of the way.
+class TextOut {
+  static constexpr size_t kBuffer = 16384;
+  static constexpr size_t kFixed = 32;
+
+ public:
+  explicit TextOut(std::string& out) : out_(out) {}
+  TextOut(const TextOut&) = delete;
+  TextOut& operator=(const TextOut&) = delete;
+
+  // A short piece made once (a tag with the part's prefix), copied in one fixed-size move.
+  class Tag {
+   public:
+    explicit Tag(std::string text) : text_(std::move(text)) {
+      std::memcpy(fixed_, text_.data(), std::min(text_.size(), kFixed));
+    }
+
+   private:
+    friend class TextOut;
+    std::string text_;
+    char fixed_[kFixed] = {};
+  };
+
+  [[gnu::always_inline]] void put(const Tag& t) {
+    if (t.text_.size() > kFixed) return put(std::string_view(t.text_));
+    room(kFixed);
+    std::memcpy(at_, t.fixed_, kFixed);
+    at_ += t.text_.size();
+  }
+  template <size_t N>
+  [[gnu::always_inline]] void put(const char (&literal)[N]) {
+    room(N);
+    std::memcpy(at_, literal, N - 1);
+    at_ += N - 1;
+  }
+  [[gnu::always_inline]] void put(char c) {
+    room(1);
+    *at_++ = c;
+  }
+  void put(std::string_view text) {
+    if (text.size() > kBuffer / 4) {
+      flush();
+      out_.append(text);
+      return;
+    }
+    room(text.size());
+    std::memcpy(at_, text.data(), text.size());
+    at_ += text.size();
+  }
+  // Element text, escaped; nearly always there is nothing to escape.
+  void put_escaped(std::string_view text) {
+    for (char c : text)
+      if (c == '&' || c == '<' || c == '>' || c == '\r') {
+        append_escaped(direct(), text, false);
+        return;
+      }
+    put(text);
+  }
+  [[gnu::always_inline]] void put_uint(uint64_t n) {
+    room(24);
+    at_ = std::to_chars(at_, at_ + 24, n).ptr;
+  }
+  [[gnu::always_inline]] void put_double(double d) {
+    room(32);
+    at_ = write_double(at_, d);
+  }
+  [[gnu::always_inline]] void put_cell(int32_t row, int32_t col) {
+    room(24);
+    at_ = write_cell(at_, row, col);
+  }
+  // The text behind, for writers that append to a string; what is buffered goes first.
+  std::string& direct() {
+    flush();
+    return out_;
+  }
+  size_t pending() const { return static_cast<size_t>(at_ - buf_); }
+  [[gnu::noinline]] void flush() {
+    out_.append(buf_, at_);
+    at_ = buf_;
+  }
+
+ private:
+  [[gnu::always_inline]] void room(size_t n) {
+    if (static_cast<size_t>(buf_ + kBuffer - at_) < n) flush();
+  }
+
+  std::string& out_;
+  char buf_[kBuffer];
+  char* at_ = buf_;
+};
 
 }  // namespace
 
@@ -424,14 +514,13 @@ void SheetWriter::write_drawing_names(Sheet& s, SheetState& ss) {
 }
 
 void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
-  std::string& out = sink.text;
+  TextOut o(sink.text);
   const std::string p = prefix_of(ss.root);
   // The tags, with the part's prefix, made once: a sheet can hold millions of them.
-  const std::string row_tag = "<" + p + "row r=\"", row_end = "</" + p + "row>",
-                    cell_tag = "<" + p + "c r=\"", cell_end = "</" + p + "c>",
-                    v_open = "<" + p + "v>", v_close = "</" + p + "v>", f_open = "<" + p + "f",
-                    f_close = "</" + p + "f>";
-  out += "<" + p + "sheetData>";
+  const TextOut::Tag row_tag("<" + p + "row r=\""), row_end("</" + p + "row>"),
+      cell_tag("<" + p + "c r=\""), cell_end("</" + p + "c>"), v_open("<" + p + "v>"),
+      v_close("</" + p + "v>"), f_open("<" + p + "f"), f_close("</" + p + "f>");
+  o.put(std::string_view("<" + p + "sheetData>"));
 
   // Shared formulas whose master is still as loaded; children of any other group are written
   // as formulas of their own.
@@ -442,29 +531,43 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
 
   const StringPool& pool = w_.book.strings;
   auto row_open = [&](int32_t row, const LineInfo* li, bool empty) {
-    out += row_tag;
-    append_uint(out, static_cast<uint64_t>(row) + 1);
-    out += '"';
+    o.put(row_tag);
+    o.put_uint(static_cast<uint64_t>(row) + 1);
+    o.put('"');
     if (li) {
-      if (li->has_style) out += " s=\"" + std::to_string(li->style) + "\" customFormat=\"1\"";
-      if (li->size >= 0) {
-        out += " ht=\"";
-        append_double(out, li->size);
-        out += '"';
+      if (li->has_style) {
+        o.put(" s=\"");
+        o.put_uint(li->style);
+        o.put("\" customFormat=\"1\"");
       }
-      if (li->hidden) out += " hidden=\"1\"";
-      if (li->custom_size) out += " customHeight=\"1\"";
-      if (li->outline_level) out += " outlineLevel=\"" + std::to_string(li->outline_level) + "\"";
-      if (li->collapsed) out += " collapsed=\"1\"";
-      for (const auto& [n, v] : li->attrs) {
-        out += ' ';
-        out += to_utf8(n);
-        out += "=\"";
-        append_escaped(out, to_utf8(v), true);
-        out += '"';
+      if (li->size >= 0) {
+        o.put(" ht=\"");
+        o.put_double(li->size);
+        o.put('"');
+      }
+      if (li->hidden) o.put(" hidden=\"1\"");
+      if (li->custom_size) o.put(" customHeight=\"1\"");
+      if (li->outline_level) {
+        o.put(" outlineLevel=\"");
+        o.put_uint(li->outline_level);
+        o.put('"');
+      }
+      if (li->collapsed) o.put(" collapsed=\"1\"");
+      if (!li->attrs.empty()) {
+        std::string& out = o.direct();
+        for (const auto& [n, v] : li->attrs) {
+          out += ' ';
+          out += to_utf8(n);
+          out += "=\"";
+          append_escaped(out, to_utf8(v), true);
+          out += '"';
+        }
       }
     }
-    out += empty ? "/>" : ">";
+    if (empty)
+      o.put("/>");
+    else
+      o.put('>');
   };
 
   auto value_text = [&](const calc::Value& v, std::string& t, std::string& body) {
@@ -494,73 +597,77 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
   // Most sheets keep no unmodelled cell attributes; then no cell needs looking up.
   const bool has_attrs = !ss.cell_attrs.empty();
   decltype(ss.cell_attrs)::const_iterator at;
-  auto write_cell = [&](int32_t row, int32_t col, const Cell& c) {
-    out += cell_tag;
-    append_cell(out, row, col);
-    out += '"';
-    if (c.style()) {
-      out += " s=\"";
-      append_uint(out, c.style());
+  auto extra = [&](const auto& attrs) {
+    if (attrs.empty()) return;
+    std::string& out = o.direct();
+    for (const auto& [n, v] : attrs) {
+      out += ' ';
+      if constexpr (std::is_same_v<std::decay_t<decltype(n)>, String>) {
+        out += to_utf8(n);
+        out += "=\"";
+        append_escaped(out, to_utf8(v), true);
+      } else {
+        out += n;
+        out += "=\"";
+        append_escaped(out, v, true);
+      }
       out += '"';
     }
-    auto extra = [&](const auto& attrs) {
-      for (const auto& [n, v] : attrs) {
-        out += ' ';
-        if constexpr (std::is_same_v<std::decay_t<decltype(n)>, String>) {
-          out += to_utf8(n);
-          out += "=\"";
-          append_escaped(out, to_utf8(v), true);
-        } else {
-          out += n;
-          out += "=\"";
-          append_escaped(out, v, true);
-        }
-        out += '"';
-      }
-    };
+  };
+  auto cell_extra = [&](int32_t row, int32_t col) {
+    if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
+      extra(at->second);
+  };
+  auto write_cell = [&](int32_t row, int32_t col, const Cell& c) {
+    o.put(cell_tag);
+    o.put_cell(row, col);
+    o.put('"');
+    if (c.style()) {
+      o.put(" s=\"");
+      o.put_uint(c.style());
+      o.put('"');
+    }
     switch (c.kind()) {
       case CellKind::Blank:
-        if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
-          extra(at->second);
-        out += "/>";
+        cell_extra(row, col);
+        o.put("/>");
         return;
       case CellKind::Number:
-        if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
-          extra(at->second);
-        out += '>';
-        out += v_open;
-        append_double(out, c.num);
-        out += v_close;
-        out += cell_end;
+        cell_extra(row, col);
+        o.put('>');
+        o.put(v_open);
+        o.put_double(c.num);
+        o.put(v_close);
+        o.put(cell_end);
         return;
       case CellKind::Boolean:
-        out += " t=\"b\">";
-        out += v_open;
-        out += c.num != 0 ? '1' : '0';
-        out += v_close;
-        out += cell_end;
+        o.put(" t=\"b\">");
+        o.put(v_open);
+        o.put(c.num != 0 ? '1' : '0');
+        o.put(v_close);
+        o.put(cell_end);
         return;
       case CellKind::Error:
-        out += " t=\"e\">";
-        out += v_open;
-        out += to_utf8(calc::error_text(static_cast<int32_t>(c.num)));
-        out += v_close;
-        out += cell_end;
+        o.put(" t=\"e\">");
+        o.put(v_open);
+        o.put(std::string_view(to_utf8(calc::error_text(static_cast<int32_t>(c.num)))));
+        o.put(v_close);
+        o.put(cell_end);
         return;
       case CellKind::Text: {
-        if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
-          extra(at->second);
+        cell_extra(row, col);
         uint32_t idx = c.index;
         auto shared = idx < w_.state->strings ? std::optional<uint32_t>(idx) : std::nullopt;
         if (!shared)
           if (auto it = strings_.index.find(idx); it != strings_.index.end()) shared = it->second;
         if (shared) {
-          out += " t=\"s\">";
-          out += v_open;
-          append_uint(out, *shared);
-          out += v_close;
-          out += cell_end;
+          o.put(" t=\"s\">");
+          o.put(v_open);
+          o.put_uint(*shared);
+          o.put(v_close);
+          o.put(cell_end);
         } else {
+          std::string& out = o.direct();
           out += " t=\"inlineStr\"><" + p + "is>";
           std::string rich;
           append_rich(rich, pool.text(idx), pool.runs(idx));
@@ -591,52 +698,53 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         bool has_value = value_text(f.value, cell_t, cell_body);
         if (f.file && f.file->rare) extra(f.file->rare->cell_attrs);
         if (!cell_t.empty()) {
-          out += " t=\"";
-          out += cell_t;
-          out += '"';
+          o.put(" t=\"");
+          o.put(std::string_view(cell_t));
+          o.put('"');
         }
-        out += '>';
-        out += f_open;
+        o.put('>');
+        o.put(f_open);
         const FileFormula* ff = f.file.get();
         bool as_read = ff && !(ff->type == FileFormula::Type::Shared && ff->text.empty() &&
                                !live_groups.count(ff->shared_index));
-        std::string ftext;
         if (as_read) {
           switch (ff->type) {
             case FileFormula::Type::None:
               break;
             case FileFormula::Type::Shared:
-              out += " t=\"shared\"";
+              o.put(" t=\"shared\"");
               break;
             case FileFormula::Type::Array:
-              out += " t=\"array\"";
+              o.put(" t=\"array\"");
               break;
             default:
               if (String t = ff->type_text(); !t.empty()) {
+                std::string& out = o.direct();
                 out += " t=\"";
                 append_text16(out, t, true);
                 out += '"';
               }
           }
           if (!ff->ref().empty()) {
+            std::string& out = o.direct();
             out += " ref=\"";
             append_text16(out, ff->ref(), true);
             out += '"';
           }
           if (ff->shared_index >= 0) {
-            out += " si=\"";
-            append_uint(out, static_cast<uint64_t>(ff->shared_index));
-            out += '"';
+            o.put(" si=\"");
+            o.put_uint(static_cast<uint64_t>(ff->shared_index));
+            o.put('"');
           }
-          if (ff->aca_false) out += " aca=\"false\"";
+          if (ff->aca_false) o.put(" aca=\"false\"");
           if (ff->rare) extra(ff->rare->attrs);
           // The formula text as read goes straight in.
           if (ff->text.empty()) {
-            out += "/>";
+            o.put("/>");
           } else {
-            out += '>';
-            append_escaped(out, ff->text, false);
-            out += f_close;
+            o.put('>');
+            o.put_escaped(ff->text);
+            o.put(f_close);
           }
         } else {
           String text;
@@ -653,28 +761,28 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
           else if (ff)
             text = ff->text16();
           auto written = std::make_unique<FileFormula>();
-          ftext = to_utf8(text);
+          std::string ftext = to_utf8(text);
           written->text = ftext;
           if (f.array) {
             written->type = FileFormula::Type::Array;
             written->more().ref = from_utf8(ref_text(f.array_ref));
-            out += " t=\"array\" ref=\"" + ref_text(f.array_ref) + "\"";
+            o.put(std::string_view(" t=\"array\" ref=\"" + ref_text(f.array_ref) + "\""));
           }
           written_formulas_.emplace_back(&s, c.index, std::move(written));
           if (ftext.empty()) {
-            out += "/>";
+            o.put("/>");
           } else {
-            out += '>';
-            append_escaped(out, ftext, false);
-            out += f_close;
+            o.put('>');
+            o.put_escaped(ftext);
+            o.put(f_close);
           }
         }
         if (has_value) {
-          out += v_open;
-          out += cell_body;
-          out += v_close;
+          o.put(v_open);
+          o.put(std::string_view(cell_body));
+          o.put(v_close);
         }
-        out += cell_end;
+        o.put(cell_end);
         return;
       }
     }
@@ -694,9 +802,12 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
     s.cells.for_each_cell([&](int32_t row, int32_t col, const Cell& c) {
       if (row != open_row) {
         if (open_row >= 0) {
-          out += row_end;
+          o.put(row_end);
           // Between rows: a good place to hand a full buffer to the deflater.
-          sink.flush_if_full();
+          if (o.pending() + sink.text.size() >= EntrySink::kChunk) {
+            o.flush();
+            sink.flush_if_full();
+          }
         }
         flush_lines_before(row);
         const LineInfo* li = nullptr;
@@ -709,10 +820,11 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
       }
       write_cell(row, col, c);
     });
-    if (open_row >= 0) out += row_end;
+    if (open_row >= 0) o.put(row_end);
   }
   flush_lines_before(kLastRow + 1);
-  out += "</" + p + "sheetData>";
+  o.put(std::string_view("</" + p + "sheetData>"));
+  o.flush();
 }
 
 void SheetWriter::rebase() {
