@@ -562,9 +562,6 @@ constexpr size_t kWindow = size_t{1} << 15;
 // that the second thread finds one waiting while the producer makes the next, few enough to
 // keep what a save holds small.
 constexpr size_t kBacklog = 2;
-// Input buffers kept for the next segments once theirs are deflated, so that a large save
-// does not map fresh pages for every megabyte.
-constexpr size_t kSpares = 2;
 
 class SegmentDeflater {
  public:
@@ -649,18 +646,11 @@ struct ZipWriter::Pipeline {
   Pipeline(const Pipeline&) = delete;
   Pipeline& operator=(const Pipeline&) = delete;
 
-  // A new item; a data segment gets the input buffer of one deflated before when there is one.
-  std::unique_ptr<Segment> fresh(Segment::Kind kind) {
+  // A new item.
+  static std::unique_ptr<Segment> fresh(Segment::Kind kind) {
     auto s = std::make_unique<Segment>();
     s->kind = kind;
     s->state = kind == Segment::Kind::Data ? Segment::State::Queued : Segment::State::Done;
-    if (kind == Segment::Kind::Data) {
-      std::lock_guard lock(m);
-      if (!spares.empty()) {
-        s->in = std::move(spares.back());
-        spares.pop_back();
-      }
-    }
     return s;
   }
   void push(std::unique_ptr<Segment> s) {
@@ -702,18 +692,15 @@ struct ZipWriter::Pipeline {
       }
     return nullptr;
   }
-  // Deflates a taken segment; takes `lock` off while it runs. Its input is not needed after.
+  // Deflates a taken segment; takes `lock` off while it runs. Its input is not needed after,
+  // and goes at once: a save holds only the segments in flight.
   void deflate(SegmentDeflater& d, Segment& s, std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     const bool ok = d.run(s.dict, s.in, s.out, s.last);
+    std::string().swap(s.in);
     lock.lock();
     s.state = Segment::State::Done;
     if (!ok) fault = true;
-    if (spares.size() < kSpares) {
-      s.in.clear();
-      spares.push_back(std::move(s.in));
-    }
-    s.in = std::string();
   }
   void work() {
     SegmentDeflater d(level);
@@ -733,10 +720,9 @@ struct ZipWriter::Pipeline {
   std::deque<std::unique_ptr<Segment>> items;  // not yet written, in file order
   size_t queued = 0;                           // items waiting for a deflater
   bool closing = false;
-  bool fault = false;               // a segment failed to deflate
-  bool tried = false;               // whether the second thread was asked for
-  SegmentDeflater own;              // the writer's thread's
-  std::vector<std::string> spares;  // input buffers to reuse
+  bool fault = false;   // a segment failed to deflate
+  bool tried = false;   // whether the second thread was asked for
+  SegmentDeflater own;  // the writer's thread's
   // Only the writer's thread uses this.
   uint64_t data_at = 0;  // where the entry being written has its first compressed byte
   std::thread worker;
