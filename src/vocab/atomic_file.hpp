@@ -50,6 +50,10 @@ class AtomicFile {
   int fd_ = -1;
   int error_code_ = 0;
   bool committed_ = false;
+  // Bytes appended, and how many of them were handed to the system's writeback.
+  static constexpr uint64_t kWriteback = uint64_t{1} << 20;
+  uint64_t written_ = 0;
+  uint64_t queued_ = 0;
 };
 
 /// Replaces `target` with `bytes` through an AtomicFile. Returns "" when it did, else the
