@@ -629,8 +629,8 @@ struct ZipWriter::Segment {
   enum class State : uint8_t { Queued, Taken, Done } state = State::Queued;
   bool last = false;  // Data: the segment that ends the stream
   size_t entry = 0;   // Header, End: the entry's place in the central directory
-  uint64_t size = 0;  // End: the entry's inflated size
-  uint32_t crc = 0;   // End: its CRC
+  uint64_t size = 0;  // Data: the length of `in`; End: the entry's inflated size
+  uint32_t crc = 0;   // Data: the CRC of `in`, worked out by the thread that deflates it
   std::string in;
   std::string dict;  // the kWindow bytes before `in`
   std::string out;
@@ -697,6 +697,8 @@ struct ZipWriter::Pipeline {
   void deflate(SegmentDeflater& d, Segment& s, std::unique_lock<std::mutex>& lock) {
     lock.unlock();
     const bool ok = d.run(s.dict, s.in, s.out, s.last);
+    s.size = s.in.size();
+    s.crc = libdeflate_crc32(0, s.in.data(), s.in.size());
     std::string().swap(s.in);
     lock.lock();
     s.state = Segment::State::Done;
@@ -723,8 +725,10 @@ struct ZipWriter::Pipeline {
   bool fault = false;   // a segment failed to deflate
   bool tried = false;   // whether the second thread was asked for
   SegmentDeflater own;  // the writer's thread's
-  // Only the writer's thread uses this.
-  uint64_t data_at = 0;  // where the entry being written has its first compressed byte
+  // Only the writer's thread uses these: where the entry being written has its first
+  // compressed byte, and the CRC of its segments written so far.
+  uint64_t data_at = 0;
+  uint32_t crc = 0;
   std::thread worker;
 };
 
@@ -867,13 +871,15 @@ void ZipWriter::write_segment(Segment& s) {
     case Segment::Kind::Header:
       write_header(c);  // sizes and CRC are patched in once known
       p.data_at = offset_;
+      p.crc = 0;
       return;
     case Segment::Kind::Data:
       write(s.out.data(), s.out.size());
+      p.crc = static_cast<uint32_t>(crc32_combine(p.crc, s.crc, static_cast<z_off_t>(s.size)));
       return;
     case Segment::Kind::End: {
       c.size = s.size;
-      c.crc32 = s.crc;
+      c.crc32 = p.crc;
       c.compressed_size = offset_ - p.data_at;
       if (c.size >= 0xffffffff || c.compressed_size >= 0xffffffff)
         fail("part '" + c.name + "' is too large");
@@ -926,7 +932,6 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
   // segments beside the producer, and the producer deflates one itself whenever enough are
   // waiting. The segments of this entry not deflated when it ends are left to both threads
   // while the caller goes on to the next entry; the file gets everything in order.
-  uint32_t crc = 0;
   std::string window;  // the last kWindow bytes of the previous segment
   std::unique_ptr<Segment> cut = pipeline_->fresh(Segment::Kind::Data);
   auto dispatch = [&](bool last) {
@@ -942,7 +947,6 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
   };
   EntrySink sink;
   sink.consume_ = [&](std::string& piece) {
-    crc = libdeflate_crc32(crc, piece.data(), piece.size());
     std::string_view rest = piece;
     while (!rest.empty()) {
       if (cut->in.empty()) cut->in.reserve(kSegment);
@@ -958,7 +962,6 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
   auto end = pipeline_->fresh(Segment::Kind::End);
   end->entry = entry;
   end->size = sink.total();
-  end->crc = crc;
   pipeline_->push(std::move(end));
   drain(!pipeline_->worker.joinable());
 }
