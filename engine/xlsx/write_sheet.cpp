@@ -95,7 +95,7 @@ class TextOut {
   static constexpr size_t kFixed = 32;
 
  public:
-  explicit TextOut(std::string& out) : out_(out) {}
+  explicit TextOut(EntrySink& sink) : sink_(sink) {}
   TextOut(const TextOut&) = delete;
   TextOut& operator=(const TextOut&) = delete;
 
@@ -131,7 +131,7 @@ class TextOut {
   void put(std::string_view text) {
     if (text.size() > kBuffer / 4) {
       flush();
-      out_.append(text);
+      sink_.write(text);
       return;
     }
     room(text.size());
@@ -159,14 +159,15 @@ class TextOut {
     room(24);
     at_ = write_cell(at_, row, col);
   }
-  // The text behind, for writers that append to a string; what is buffered goes first.
+  // The sink's text, for writers that append to a string; what is buffered goes first.
   std::string& direct() {
     flush();
-    return out_;
+    return sink_.text;
   }
   size_t pending() const { return static_cast<size_t>(at_ - buf_); }
+  // Straight to the sink's segments: the text is not copied into the sink's string first.
   [[gnu::noinline]] void flush() {
-    out_.append(buf_, at_);
+    sink_.write(std::string_view(buf_, pending()));
     at_ = buf_;
   }
 
@@ -175,7 +176,7 @@ class TextOut {
     if (static_cast<size_t>(buf_ + kBuffer - at_) < n) flush();
   }
 
-  std::string& out_;
+  EntrySink& sink_;
   char buf_[kBuffer];
   char* at_ = buf_;
 };
@@ -514,7 +515,7 @@ void SheetWriter::write_drawing_names(Sheet& s, SheetState& ss) {
 }
 
 void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
-  TextOut o(sink.text);
+  TextOut o(sink);
   const std::string p = prefix_of(ss.root);
   // The tags, with the part's prefix, made once: a sheet can hold millions of them.
   const TextOut::Tag row_tag("<" + p + "row r=\""), row_end("</" + p + "row>"),
@@ -803,11 +804,9 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
       if (row != open_row) {
         if (open_row >= 0) {
           o.put(row_end);
-          // Between rows: a good place to hand a full buffer to the deflater.
-          if (o.pending() + sink.text.size() >= EntrySink::kChunk) {
-            o.flush();
-            sink.flush_if_full();
-          }
+          // What was appended to the sink's text directly (rare attributes, inline strings)
+          // goes on between rows; the rest goes as the buffer fills.
+          sink.flush_if_full();
         }
         flush_lines_before(row);
         const LineInfo* li = nullptr;

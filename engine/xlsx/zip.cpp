@@ -541,6 +541,12 @@ void EntrySink::flush() {
   text.clear();
 }
 
+void EntrySink::write(std::string_view piece) {
+  flush();
+  flushed_ += piece.size();
+  consume_(piece);
+}
+
 int stream_level(int level) {
   // Streamed parts are the large worksheets. On their text zlib's lazy-matching levels (4 and
   // up) take four to six times as long as its greedy ones for some fifteen percent less
@@ -946,8 +952,7 @@ void ZipWriter::add_stream(std::string_view name, const std::function<void(Entry
     drain(!threaded);
   };
   EntrySink sink;
-  sink.consume_ = [&](std::string& piece) {
-    std::string_view rest = piece;
+  sink.consume_ = [&](std::string_view rest) {
     while (!rest.empty()) {
       if (cut->in.empty()) cut->in.reserve(kSegment);
       size_t n = std::min(rest.size(), kSegment - cut->in.size());

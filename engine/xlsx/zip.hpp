@@ -140,13 +140,15 @@ class EntrySink {
   void flush_if_full() {
     if (text.size() >= kChunk) flush();
   }
+  /// Hands over what `text` holds, then `piece`, without copying `piece` into `text` first.
+  void write(std::string_view piece);
   /// Bytes handed over so far, flushed or not.
   uint64_t total() const { return flushed_ + text.size(); }
 
  private:
   friend class ZipWriter;
   void flush();
-  std::function<void(std::string&)> consume_;
+  std::function<void(std::string_view)> consume_;
   uint64_t flushed_ = 0;
 };
 
