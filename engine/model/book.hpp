@@ -308,6 +308,12 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
                     std::unique_ptr<FileFormula> file, const calc::Value& cached, uint32_t style);
   /// Takes over what loading the formulas of `s` left in `load` (call in sheet order).
   void sheet_loaded(const Sheet& s, SheetLoad& load);
+  /// The workbook's copy of a formula parsed elsewhere (a file layer parsing ahead, with a
+  /// cache of its own): equal formulas share one copy, as when parsed here.
+  calc::FormulaPtr share_parse(calc::FormulaPtr parsed);
+  /// Gives formula `slot` of `s` a parse of its text made ahead (a copy `share_parse` gave),
+  /// as `ensure_parsed` would have parsed it.
+  void set_parse(Sheet& s, uint32_t slot, calc::FormulaPtr shared);
   /// Marks everything as it was loaded: no changes, saved.
   void loaded();
   /// Calculates the formulas the file kept no value for (some writers leave that to the

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <system_error>
 #include <thread>
+#include <unordered_map>
 
 #include "engine/calc/calc.hpp"
 #include "engine/numfmt/numfmt.hpp"
@@ -115,7 +116,8 @@ String widen(std::string_view s) {
 
 // ---------------------------------------------------------------------------------------------
 
-Loader::Loader(std::shared_ptr<const Package> pkg) : pkg_(std::move(pkg)) {
+Loader::Loader(std::shared_ptr<const Package> pkg, bool parse_uncached)
+    : pkg_(std::move(pkg)), parse_uncached_(parse_uncached) {
   state_ = std::make_shared<BookState>();
   state_->package = pkg_;
 }
@@ -252,16 +254,10 @@ void Loader::read_workbook() {
     ss->sheet_id = sn.attribute("sheetId").value();
     s->file_state = ss;
     by_position.push_back(s->id);
-    jobs.push_back(
-        std::make_unique<SheetJob>(SheetJob{*s,
-                                            *ss,
-                                            sk == SheetKind::Chart  ? SheetJob::Kind::Chart
-                                            : kind == "dialogsheet" ? SheetJob::Kind::Dialog
-                                                                    : SheetJob::Kind::Worksheet,
-                                            {},
-                                            {},
-                                            {},
-                                            {}}));
+    const auto job_kind = sk == SheetKind::Chart  ? SheetJob::Kind::Chart
+                          : kind == "dialogsheet" ? SheetJob::Kind::Dialog
+                                                  : SheetJob::Kind::Worksheet;
+    jobs.push_back(std::make_unique<SheetJob>(*s, *ss, job_kind));
   }
   read_sheets(jobs);
   if (bad_name) std::rethrow_exception(bad_name);
@@ -781,17 +777,46 @@ void Loader::read_sheets(std::vector<std::unique_ptr<SheetJob>>& jobs) {
 
 void Loader::read_sheet(SheetJob& job) {
   try {
-    if (job.kind == SheetJob::Kind::Worksheet)
+    if (job.kind == SheetJob::Kind::Worksheet) {
       read_worksheet(job);
-    else
+      if (parse_uncached_) parse_ahead(job);
+    } else
       read_sheet_extras(job.s, job.ss, job.kind == SheetJob::Kind::Dialog);
   } catch (...) {
     job.error = std::current_exception();
   }
 }
 
+// Formulas kept without a value are calculated as soon as the workbook opens, and parsing
+// them is most of that work. A parse depends only on the formula's text, its cell and the
+// workbook's sheet names, all settled by now, so each sheet's are parsed on the thread that
+// read it, once the sheet is complete (a slot may have been taken over by a later cell).
+void Loader::parse_ahead(SheetJob& job) {
+  calc::FormulaCache cache;
+  for (uint32_t slot : job.formulas.uncached) {
+    const FormulaCell& f = job.s.formulas[slot];
+    if (!f.live || f.parsed || f.shared_master || !f.file || f.file->text.empty() ||
+        f.value.kind != calc::Value::Kind::Empty)
+      continue;
+    try {
+      job.parses.emplace_back(
+          slot, cache.parse(f.file->text16(), calc::Notation::A1, f.at, job.s.id, *book_));
+    } catch (const Error&) {
+      // Left to the calculation, which meets the same problem and keeps the text.
+    }
+  }
+}
+
 void Loader::merge_sheet(SheetJob& job) {
   book_->sheet_loaded(job.s, job.formulas);
+  // Equal parses of the sheet's cache are one object: each joins the workbook's cache once.
+  std::unordered_map<const calc::Formula*, calc::FormulaPtr> shared;
+  for (auto& [slot, parsed] : job.parses) {
+    auto [it, fresh] = shared.try_emplace(parsed.get());
+    if (fresh) it->second = book_->share_parse(parsed);
+    book_->set_parse(job.s, slot, it->second);
+  }
+  decltype(job.parses)().swap(job.parses);
   if (job.texts.empty()) return;
   // The sheet's inline texts join the pool after those of the sheets before it.
   StringPool& pool = book_->strings;
@@ -1452,7 +1477,7 @@ void Loader::read_custom_props(const std::string& part) {
 
 BookPtr load(const std::filesystem::path& path, const LoadOptions& options) {
   auto pkg = std::make_shared<const Package>(Package::open(path, options.limits));
-  Loader loader(pkg);
+  Loader loader(pkg, options.parse_uncached);
   return loader.run(from_utf8(path.filename().string()));
 }
 

@@ -18,7 +18,8 @@ String widen(std::string_view s);
 
 class Loader {
  public:
-  explicit Loader(std::shared_ptr<const Package> pkg);
+  /// `parse_uncached`: parse the formulas kept without a value while reading their sheets.
+  explicit Loader(std::shared_ptr<const Package> pkg, bool parse_uncached = false);
   /// Reads the whole package into a new Book named `book_name`.
   BookPtr run(String book_name);
 
@@ -34,20 +35,25 @@ class Loader {
   // One sheet's part being read. Worksheets are read side by side, so what reading one would
   // add to the workbook waits here until `merge_sheet` hands it over, in sheet order.
   struct SheetJob {
+    enum class Kind { Worksheet, Chart, Dialog };
+    SheetJob(Sheet& sheet, SheetState& state, Kind k) : s(sheet), ss(state), kind(k) {}
     Sheet& s;
     SheetState& ss;
-    enum class Kind { Worksheet, Chart, Dialog } kind;
+    Kind kind;
     Book::SheetLoad formulas;
     // Inline texts, numbered in the order read: the cells holding them carry kLocalText |
     // that number until the texts join the workbook's pool.
     std::vector<std::pair<String, std::vector<Run>>> texts;
     std::vector<CellRef> text_cells;
+    // Formulas without a value, parsed ahead, by slot (with a cache of the sheet's own).
+    std::vector<std::pair<uint32_t, calc::FormulaPtr>> parses;
     std::exception_ptr error;  // what stopped the reading
   };
   static constexpr uint32_t kLocalText = 1u << 31;
   void read_sheets(std::vector<std::unique_ptr<SheetJob>>& jobs);
   void read_sheet(SheetJob& job);
   void merge_sheet(SheetJob& job);
+  void parse_ahead(SheetJob& job);
   void read_worksheet(SheetJob& job);
   void read_sheet_extras(Sheet& s, SheetState& ss, bool dialog);
   void read_drawing(Sheet& s, SheetState& ss, const std::string& part);
@@ -78,6 +84,7 @@ class Loader {
   std::shared_ptr<BookState> state_;
   BookPtr book_;
   std::vector<Relationship> workbook_rels_;
+  bool parse_uncached_ = false;
 };
 
 }  // namespace qz::engine::xlsx
