@@ -667,10 +667,12 @@ struct ZipWriter::Pipeline {
     }
     cv.notify_one();
   }
-  // Starts the second thread unless it runs; false when none can be had.
+  // Starts the second thread unless it runs; false when none can be had (or only one core
+  // would run both).
   bool start() {
     if (!worker.joinable() && !tried) {
       tried = true;
+      if (std::thread::hardware_concurrency() == 1) return false;
       try {
         worker = std::thread([this] { work(); });
       } catch (const std::system_error&) {
