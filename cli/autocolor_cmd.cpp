@@ -187,11 +187,11 @@ int32_t colour_of(qz::iAutoColor& ac, Outcome o) {
   }
 }
 
-// Keeps a workbook, and the application holding it, until the process ends. A run over one
-// workbook ends right after it is saved and reported (a run over many gives each workbook a
-// process of its own): leaving a large model to the system, rather than freeing its millions
-// of small blocks one by one, saves a good part of the run's time. Kept reachable from here,
-// so leak checkers see no leak.
+// Keeps a workbook, and the application holding it, until the process ends. The process
+// ends right after the workbook's report (a run over many workbooks gives each one a process
+// of its own): leaving a large model to the system, rather than freeing its millions of small
+// blocks one by one, saves a good part of the run's time. Kept reachable from here, so leak
+// checkers see no leak.
 void keep_until_exit(const Session& session, qz::host::WorkbookPtr book) {
   static auto* const kept = new std::vector<std::shared_ptr<const void>>;
   kept->push_back(session.app);
