@@ -311,7 +311,7 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// The workbook's copy of a formula parsed elsewhere (a file layer parsing ahead, with a
   /// cache of its own): equal formulas share one copy, as when parsed here.
   calc::FormulaPtr share_parse(calc::FormulaPtr parsed);
-  /// Gives formula `slot` of `s` a parse of its text made ahead (a copy `share_parse` gave),
+  /// Gives formula `slot` of `s` a parse of its text made ahead (touching nothing but `s`),
   /// as `ensure_parsed` would have parsed it.
   void set_parse(Sheet& s, uint32_t slot, calc::FormulaPtr shared);
   /// Marks everything as it was loaded: no changes, saved.

@@ -799,8 +799,10 @@ void Loader::parse_ahead(SheetJob& job) {
         f.value.kind != calc::Value::Kind::Empty)
       continue;
     try {
-      job.parses.emplace_back(
-          slot, cache.parse(f.file->text16(), calc::Notation::A1, f.at, job.s.id, *book_));
+      // Straight into the sheet's own cell: a list of parses beside the cells would hold
+      // a pointer pair per formula of every sheet until the last one is read.
+      book_->set_parse(job.s, slot,
+                       cache.parse(f.file->text16(), calc::Notation::A1, f.at, job.s.id, *book_));
     } catch (const Error&) {
       // Left to the calculation, which meets the same problem and keeps the text.
     }
@@ -808,15 +810,18 @@ void Loader::parse_ahead(SheetJob& job) {
 }
 
 void Loader::merge_sheet(SheetJob& job) {
-  book_->sheet_loaded(job.s, job.formulas);
-  // Equal parses of the sheet's cache are one object: each joins the workbook's cache once.
-  std::unordered_map<const calc::Formula*, calc::FormulaPtr> shared;
-  for (auto& [slot, parsed] : job.parses) {
-    auto [it, fresh] = shared.try_emplace(parsed.get());
-    if (fresh) it->second = book_->share_parse(parsed);
-    book_->set_parse(job.s, slot, it->second);
+  if (parse_uncached_) {
+    // Equal parses of the sheet's cache are one object: each joins the workbook's cache once.
+    std::unordered_map<const calc::Formula*, calc::FormulaPtr> shared;
+    for (uint32_t slot : job.formulas.uncached) {
+      const FormulaCell& f = job.s.formulas[slot];
+      if (!f.parsed) continue;
+      auto [it, fresh] = shared.try_emplace(f.parsed.get());
+      if (fresh) it->second = book_->share_parse(f.parsed);
+      book_->set_parse(job.s, slot, it->second);
+    }
   }
-  decltype(job.parses)().swap(job.parses);
+  book_->sheet_loaded(job.s, job.formulas);
   if (job.texts.empty()) return;
   // The sheet's inline texts join the pool after those of the sheets before it.
   StringPool& pool = book_->strings;

@@ -45,8 +45,6 @@ class Loader {
     // that number until the texts join the workbook's pool.
     std::vector<std::pair<String, std::vector<Run>>> texts;
     std::vector<CellRef> text_cells;
-    // Formulas without a value, parsed ahead, by slot (with a cache of the sheet's own).
-    std::vector<std::pair<uint32_t, calc::FormulaPtr>> parses;
     std::exception_ptr error;  // what stopped the reading
   };
   static constexpr uint32_t kLocalText = 1u << 31;
