@@ -522,8 +522,18 @@ class ERange final : public host::Range, public host::CellScan {
       // rendering it would give that text back, without doing either.
       const FormulaCell& f = sh().formula(*c);
       if (!f.parsed && !f.shared_master && f.file && !f.file->text.empty() &&
-          calc::renders_as_written(f.file->text, *book_))
-        return u"=" + f.file->text16();
+          calc::renders_as_written(f.file->text, *book_)) {
+        // Formulas are nearly always ASCII, widened here in place.
+        const std::string& text = f.file->text;
+        String out;
+        out.reserve(text.size() + 1);
+        out.push_back(u'=');
+        for (const char ch : text) {
+          if (static_cast<unsigned char>(ch) >= 0x80) return u"=" + f.file->text16();
+          out.push_back(static_cast<char16_t>(ch));
+        }
+        return out;
+      }
     }
     return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
   }
