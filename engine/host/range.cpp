@@ -1014,75 +1014,92 @@ class ERange final : public host::Range, public host::CellScan {
 
 bool ERange::read_ahead(const host::ScanRequest& request,
                         const std::function<bool(const host::ScannedCell&)>& visit) {
-  // The helper fills a ring of slots with blocks of read cells, in the walk's order; the
-  // visitor takes them in that order on this thread. Nothing changes the workbook meanwhile
-  // (the visitor keeps out of it), and the helper alone touches the list of cells until it
-  // is joined.
+  // The helper lists the cells (a quick walk), then reads blocks of them; this thread visits
+  // the blocks in order and reads the next one itself whenever it has caught up. Blocks go
+  // into a ring of slots, so memory stays a few blocks whatever the range. Nothing changes
+  // the workbook meanwhile: the visitor keeps out of it.
   constexpr size_t kBlock = 1024, kSlots = 8;
   struct Slot {
-    std::vector<host::ScannedCell> cells;  // the first `count` are the block's filled cells
-    size_t count = 0;
-    std::exception_ptr failed;  // a value that could not be read, after the block's cells
-    size_t block = SIZE_MAX;    // the block it holds, once read
+    std::vector<host::ScannedCell> cells;
+    std::vector<uint8_t> filled;  // the cell's value is not Empty
+    std::exception_ptr failed;    // the value of cell `failed_at` could not be read
+    size_t failed_at = 0;
+    size_t block = SIZE_MAX;  // the block it holds, once read
   };
   std::array<Slot, kSlots> slots;
   std::mutex m;
   std::condition_variable changed;
-  size_t visited = 0;        // blocks the visitor is done with
-  size_t blocks = SIZE_MAX;  // how many there are, once the walk has ended
-  bool stop = false;         // the visitor wants no more
+  size_t listed = 0;    // cells listed so far
+  bool walked = false;  // and the listing is complete
+  size_t next = 0;      // the first block nobody has started reading
+  size_t visited = 0;   // blocks the visitor is done with
+  bool stop = false;    // the visitor wants no more
 
   const Sheet& s = sh();
+  // Room for every cell the walk can meet, so that listing never moves what is listed while
+  // the other thread reads it.
   scanned_.clear();
-  scanned_.reserve(s.cells.size());
+  scanned_.reserve(s.cells.size() * areas_.size());
   const uint64_t shape = s.cells.shape();
-  auto helper_run = [&] {
-    Facts facts;
-    size_t b = 0;
-    Slot* slot = nullptr;
-    // Waits for room in the ring for block `b`; nullptr when the visitor stopped.
-    auto room = [&]() -> Slot* {
-      std::unique_lock lock(m);
-      changed.wait(lock, [&] { return stop || b < visited + kSlots; });
-      if (stop) return nullptr;
-      Slot& next = slots[b % kSlots];
-      next.count = 0;
-      next.failed = nullptr;
-      return &next;
-    };
-    auto publish = [&] {
-      std::lock_guard lock(m);
-      slot->block = b;
-      changed.notify_all();
-    };
+
+  auto blocks = [&] { return (listed + kBlock - 1) / kBlock; };
+  // The next block to read, with the end of its cells, when it is listed whole and the ring
+  // has room for it; under the lock.
+  auto take = [&]() -> std::optional<std::pair<size_t, size_t>> {
+    if (stop || next >= visited + kSlots) return std::nullopt;
+    const size_t end = (next + 1) * kBlock;
+    if (end <= listed) return std::pair{next++, end};
+    if (walked && next < blocks()) return std::pair{next++, listed};
+    return std::nullopt;
+  };
+  // Reads a block into its slot; without the lock (no other thread touches the slot).
+  auto read_block = [&](size_t b, size_t end, Facts& facts) {
+    Slot& slot = slots[b % kSlots];
+    slot.failed = nullptr;
+    size_t i = 0;
     try {
-      slot = room();
-      if (!slot) return;
-      walk([&](int32_t r, int32_t c, const Cell& cell) {
-        if (slot->count == kBlock) {
-          publish();
-          ++b;
-          slot = room();
-          if (!slot) return false;
-        }
-        scanned_.push_back({r, c, &cell});
-        if (slot->cells.size() == slot->count) slot->cells.emplace_back();
-        try {
-          if (read(request, scanned_.back(), facts, slot->cells[slot->count])) ++slot->count;
-        } catch (...) {
-          slot->failed = std::current_exception();
-          return false;
-        }
-        return true;
-      });
+      const size_t first = b * kBlock, n = end - first;
+      slot.cells.resize(n);
+      slot.filled.assign(n, 0);
+      for (; i < n; ++i)
+        slot.filled[i] = read(request, scanned_[first + i], facts, slot.cells[i]) ? 1 : 0;
     } catch (...) {
-      // Running out of memory for the list: the visitor's thread raises it in turn.
-      if (slot) slot->failed = std::current_exception();
+      // Handed to the visitor's thread, which raises it at the cell's turn.
+      slot.failed = std::current_exception();
+      slot.failed_at = i;
     }
-    std::lock_guard lock(m);
-    if (slot) slot->block = b;
-    blocks = slot ? b + 1 : b;
+  };
+  auto read_taken = [&](std::unique_lock<std::mutex>& lock, std::pair<size_t, size_t> taken,
+                        Facts& facts) {
+    lock.unlock();
+    read_block(taken.first, taken.second, facts);
+    lock.lock();
+    slots[taken.first % kSlots].block = taken.first;
     changed.notify_all();
+  };
+
+  auto helper_run = [&] {
+    size_t since = 0;
+    walk([&](int32_t r, int32_t c, const Cell& cell) {
+      scanned_.push_back({r, c, &cell});
+      if (++since < kBlock) return true;
+      since = 0;
+      std::lock_guard lock(m);
+      listed = scanned_.size();
+      changed.notify_all();
+      return !stop;
+    });
+    Facts facts;
+    std::unique_lock lock(m);
+    listed = scanned_.size();
+    walked = true;
+    changed.notify_all();
+    for (;;) {
+      std::optional<std::pair<size_t, size_t>> taken;
+      changed.wait(lock, [&] { return stop || next >= blocks() || (taken = take()); });
+      if (!taken) return;
+      read_taken(lock, *taken, facts);
+    }
   };
   std::optional<std::thread> helper;
   try {
@@ -1105,25 +1122,30 @@ bool ERange::read_ahead(const host::ScanRequest& request,
       changed.notify_all();
       helper.join();
     }
-  };
-  {
-    Join join{*helper, m, changed, stop};
-    for (size_t b = 0;; ++b) {
-      Slot& slot = slots[b % kSlots];
-      {
-        std::unique_lock lock(m);
-        changed.wait(lock, [&] { return slot.block == b || b >= blocks; });
-        if (slot.block != b) break;
+  } join{*helper, m, changed, stop};
+
+  Facts facts;
+  for (size_t b = 0;; ++b) {
+    Slot& slot = slots[b % kSlots];
+    {
+      std::unique_lock lock(m);
+      while (slot.block != b) {
+        if (walked && b >= blocks()) return true;
+        if (std::optional<std::pair<size_t, size_t>> mine = take())
+          read_taken(lock, *mine, facts);
+        else
+          changed.wait(lock);
       }
-      for (size_t i = 0; i < slot.count; ++i)
-        if (!visit(slot.cells[i])) return true;
-      if (slot.failed) std::rethrow_exception(slot.failed);
-      std::lock_guard lock(m);
-      visited = b + 1;
-      changed.notify_all();
     }
+    for (size_t i = 0;; ++i) {
+      if (slot.failed && i == slot.failed_at) std::rethrow_exception(slot.failed);
+      if (i >= slot.cells.size()) break;
+      if (slot.filled[i] && !visit(slot.cells[i])) return true;
+    }
+    std::lock_guard lock(m);
+    visited = b + 1;
+    changed.notify_all();
   }
-  return true;
 }
 
 }  // namespace
