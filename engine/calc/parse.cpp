@@ -457,16 +457,54 @@ class Parser {
     }
     StringView typed = s_.substr(start, pos_ - start);
     if (typed == u"." || is_ident_char(peek())) fail_at(start, "malformed number");
-    std::string ascii = to_utf8(typed);
-    double v = std::strtod(ascii.c_str(), nullptr);
+    // The text is digits, a point and an exponent: narrowed in place, without a string.
+    char ascii[64];
+    std::string longer;
+    const char* digits = ascii;
+    if (typed.size() < sizeof ascii) {
+      for (size_t i = 0; i < typed.size(); ++i) ascii[i] = static_cast<char>(typed[i]);
+      ascii[typed.size()] = 0;
+    } else {
+      longer = to_utf8(typed);
+      digits = longer.c_str();
+    }
+    double v = std::strtod(digits, nullptr);
     if (!std::isfinite(v)) fail_at(start, "number out of range");
     Node n;
     n.kind = NodeKind::Number;
     n.ws = wsi;
     n.number = v;
-    String spelled = to_upper(typed);
-    if (spelled != canonical_number(v)) n.str = intern(std::move(spelled));
+    if (!shown_as_typed(typed)) {
+      String spelled = to_upper(typed);
+      if (spelled != canonical_number(v)) n.str = intern(std::move(spelled));
+    }
     emit_leaf(n);
+  }
+
+  // Whether a number typed as `t` (digits and a point) is spelled as canonical_number shows its
+  // value, known without formatting the value: no exponent, no leading or trailing zeros, at
+  // most 15 significant digits (which a double keeps exactly) and not so small that it shows
+  // with an exponent. Nearly every number in a formula is; the others are compared in full.
+  static bool shown_as_typed(StringView t) {
+    size_t point = t.find(u'.');
+    StringView whole = t.substr(0, point);
+    if (whole.empty() || (whole.size() > 1 && whole[0] == u'0')) return false;
+    for (char16_t c : whole)
+      if (!is_digit(c)) return false;
+    size_t significant = whole == u"0" ? 0 : whole.size();
+    if (point != StringView::npos) {
+      StringView fraction = t.substr(point + 1);
+      if (fraction.empty() || fraction.back() == u'0') return false;
+      size_t zeros = 0;
+      for (char16_t c : fraction)
+        if (!is_digit(c)) return false;
+      if (significant == 0) {
+        while (fraction[zeros] == u'0') ++zeros;
+        if (zeros > 3) return false;  // below 0.0001 the value shows with an exponent
+      }
+      significant += fraction.size() - zeros;
+    }
+    return significant <= 15;
   }
 
   void parse_array(uint32_t wsi) {

@@ -102,6 +102,22 @@ std::vector<SheetId> Book::sheet_order() const {
 
 void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<FileFormula> file,
                         const calc::Value& cached, uint32_t style) {
+  SheetLoad load;
+  load_formula(s, load, row, col, std::move(file), cached, style);
+  sheet_loaded(s, load);
+}
+
+void Book::sheet_loaded(const Sheet& s, SheetLoad& load) {
+  uncached_.reserve(uncached_.size() + load.uncached.size());
+  for (uint32_t slot : load.uncached) uncached_.emplace_back(s.id, slot);
+  std::vector<uint32_t>().swap(load.uncached);
+  array_blocks_ = array_blocks_ || load.array_blocks;
+  graph_valid_ = false;
+}
+
+void Book::load_formula(Sheet& s, SheetLoad& load, int32_t row, int32_t col,
+                        std::unique_ptr<FileFormula> file, const calc::Value& cached,
+                        uint32_t style) {
   Cell& c = s.cells.get_or_create(row, col, style);
   c.set_style(style);
   if (c.kind() == CellKind::Formula) s.free_formula(c.index);
@@ -111,7 +127,7 @@ void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<File
   FormulaCell& f = s.formulas[slot];
   f.at = CellRef{row, col};
   f.value = cached;
-  if (cached.kind == calc::Value::Kind::Empty) uncached_.emplace_back(s.id, slot);
+  if (cached.kind == calc::Value::Kind::Empty) load.uncached.push_back(slot);
   if (file) {
     if (file->type == FileFormula::Type::Shared) {
       if (!file->text.empty())
@@ -129,14 +145,13 @@ void Book::load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<File
           for (const auto& [name, value] : file->rare->cell_attrs)
             if (name == u"cm") f.spills = true;
         if (r->row1 != r->row2 || r->col1 != r->col2 || f.spills) {
-          array_blocks_ = true;
+          load.array_blocks = true;
           s.array_blocks.push_back(slot);
         }
       }
     }
   }
   f.file = std::move(file);
-  graph_valid_ = false;
 }
 
 void Book::loaded() {

@@ -309,6 +309,24 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// value and xf. Parsing waits until it is needed.
   void load_formula(Sheet& s, int32_t row, int32_t col, std::unique_ptr<FileFormula> file,
                     const calc::Value& cached, uint32_t style);
+  /// What loading one sheet's formulas leaves for the workbook to take over. Kept apart from
+  /// the workbook so that a file layer can load several sheets at once, each on its own
+  /// thread, and hand the results over in sheet order (`sheet_loaded`).
+  struct SheetLoad {
+    std::vector<uint32_t> uncached;  ///< formula slots without a kept value, in load order
+    bool array_blocks = false;       ///< an array formula entered over more than one cell
+  };
+  /// `load_formula` touching nothing but `s` and `load`: safe beside loads of other sheets.
+  void load_formula(Sheet& s, SheetLoad& load, int32_t row, int32_t col,
+                    std::unique_ptr<FileFormula> file, const calc::Value& cached, uint32_t style);
+  /// Takes over what loading the formulas of `s` left in `load` (call in sheet order).
+  void sheet_loaded(const Sheet& s, SheetLoad& load);
+  /// The workbook's copy of a formula parsed elsewhere (a file layer parsing ahead, with a
+  /// cache of its own): equal formulas share one copy, as when parsed here.
+  calc::FormulaPtr share_parse(calc::FormulaPtr parsed);
+  /// Gives formula `slot` of `s` a parse of its text made ahead (a copy `share_parse` gave),
+  /// as `ensure_parsed` would have parsed it.
+  void set_parse(Sheet& s, uint32_t slot, calc::FormulaPtr shared);
   /// Marks everything as it was loaded: no changes, saved.
   void loaded();
   /// Calculates the formulas the file kept no value for (some writers leave that to the

@@ -222,6 +222,16 @@ const calc::Formula* Book::ensure_parsed(Sheet& s, FormulaCell& f) {
   return f.parsed.get();
 }
 
+calc::FormulaPtr Book::share_parse(calc::FormulaPtr parsed) {
+  return formula_cache_.intern(std::move(parsed));
+}
+
+void Book::set_parse(Sheet& s, uint32_t slot, calc::FormulaPtr shared) {
+  FormulaCell& f = s.formulas[slot];
+  f.parsed = std::move(shared);
+  if (f.parsed) f.is_volatile = calc::is_volatile(*f.parsed);
+}
+
 calc::FormulaPtr Book::parsed_for_reading(Sheet& s, const FormulaCell& f) {
   // Showing a formula needs its parse only for as long as the text is rendered. Keeping it
   // would pin a parsed tree on every formula a reader merely looks at (colouring a workbook

@@ -1,8 +1,12 @@
 // Loading a package into the engine's model. Small parts (workbook, styles, theme, drawings,
 // properties) are read as trees; worksheets and shared strings, which can hold millions of
 // items, are read token by token straight into the cell store.
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <system_error>
+#include <thread>
+#include <unordered_map>
 
 #include "engine/calc/calc.hpp"
 #include "engine/numfmt/numfmt.hpp"
@@ -112,7 +116,8 @@ String widen(std::string_view s) {
 
 // ---------------------------------------------------------------------------------------------
 
-Loader::Loader(std::shared_ptr<const Package> pkg) : pkg_(std::move(pkg)) {
+Loader::Loader(std::shared_ptr<const Package> pkg, bool parse_uncached)
+    : pkg_(std::move(pkg)), parse_uncached_(parse_uncached) {
   state_ = std::make_shared<BookState>();
   state_->package = pkg_;
 }
@@ -214,6 +219,10 @@ void Loader::read_workbook() {
 
   pugi::xml_node sheets = child(wb, "sheets");
   std::vector<SheetId> by_position;
+  std::vector<std::unique_ptr<SheetJob>> jobs;
+  // A sheet name the model refuses stops the listing there; the sheets before it are read
+  // first, so that a damaged one among them is what gets reported, as when reading in turn.
+  std::exception_ptr bad_name;
   for (pugi::xml_node sn : sheets.children()) {
     if (local_name(sn.name()) != "sheet") continue;
     std::string name = sn.attribute("name").value();
@@ -232,8 +241,10 @@ void Loader::read_workbook() {
     try {
       s = &book_->add_sheet(from_utf8(name), sk, -1, false);
     } catch (const Error& e) {
-      fail(part,
-           "has a sheet named '" + name + "' that cannot be a sheet name (" + e.message() + ")");
+      bad_name = std::make_exception_ptr(
+          Error(err::host_failure, where(part) + " has a sheet named '" + name +
+                                       "' that cannot be a sheet name (" + e.message() + ")"));
+      break;
     }
     std::string_view st = sn.attribute("state").value();
     s->visibility = st == "veryHidden" ? 2 : st == "hidden" ? 0 : -1;
@@ -243,11 +254,13 @@ void Loader::read_workbook() {
     ss->sheet_id = sn.attribute("sheetId").value();
     s->file_state = ss;
     by_position.push_back(s->id);
-    if (sk == SheetKind::Chart || kind == "dialogsheet")
-      read_sheet_extras(*s, *ss, kind == "dialogsheet");
-    else
-      read_worksheet(*s, *ss);
+    const auto job_kind = sk == SheetKind::Chart  ? SheetJob::Kind::Chart
+                          : kind == "dialogsheet" ? SheetJob::Kind::Dialog
+                                                  : SheetJob::Kind::Worksheet;
+    jobs.push_back(std::make_unique<SheetJob>(*s, *ss, job_kind));
   }
+  read_sheets(jobs);
+  if (bad_name) std::rethrow_exception(bad_name);
   if (book_->sheets.empty()) fail(part, "lists no sheets");
   book_->active_sheet =
       std::clamp<int32_t>(active_tab, 0, static_cast<int32_t>(book_->sheets.size()) - 1);
@@ -620,7 +633,9 @@ void Loader::read_strings(const std::string& part) {
 
 // --- worksheets -------------------------------------------------------------------------------
 
-void Loader::read_worksheet(Sheet& s, SheetState& ss) {
+void Loader::read_worksheet(SheetJob& job) {
+  Sheet& s = job.s;
+  SheetState& ss = job.ss;
   const ZipEntry* entry = pkg_->zip().find(ss.part);
   PartBuffer buffer = pkg_->zip().read_buffer(*entry);
   std::string_view text = buffer.view();
@@ -649,7 +664,7 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
       // are given back as they are read.
       ss.data_begin = x.begin();
       ss.head.assign(text.substr(0, ss.data_begin));
-      read_rows(x, s, ss, &buffer);
+      read_rows(x, job, &buffer);
       ss.data_end = x.end();
       ss.tail.assign(text.substr(ss.data_end));
     } else if (tag == "sheetPr") {
@@ -724,6 +739,97 @@ void Loader::read_worksheet(Sheet& s, SheetState& ss) {
   if (!drawing_rid.empty())
     for (const auto& r : rels)
       if (r.id == drawing_rid && !r.external && pkg_->has_part(r.part)) read_drawing(s, ss, r.part);
+}
+
+// Sheets are independent once the workbook, its styles and its shared strings are read: each
+// is read into its own Sheet and SheetJob, on two threads when there are two cores, and then
+// handed over in sheet order, so the workbook comes out as one thread reading them in turn
+// makes it. The first sheet in order that fails is the one reported.
+void Loader::read_sheets(std::vector<std::unique_ptr<SheetJob>>& jobs) {
+  std::atomic<size_t> next{0};
+  std::atomic<size_t> first_failed{jobs.size()};
+  auto work = [&]() noexcept {
+    for (size_t i; (i = next.fetch_add(1)) < jobs.size();) {
+      if (i > first_failed.load()) continue;  // a sheet before it failed: it goes unreported
+      read_sheet(*jobs[i]);
+      if (jobs[i]->error) {
+        size_t seen = first_failed.load();
+        while (i < seen && !first_failed.compare_exchange_weak(seen, i)) {
+        }
+      }
+    }
+  };
+  std::thread helper;
+  if (jobs.size() > 1 && std::thread::hardware_concurrency() > 1) {
+    try {
+      helper = std::thread(work);
+    } catch (const std::system_error&) {
+      // No second thread to be had: this one reads every sheet.
+    }
+  }
+  work();
+  if (helper.joinable()) helper.join();
+  for (auto& job : jobs) {
+    if (job->error) std::rethrow_exception(job->error);
+    merge_sheet(*job);
+  }
+}
+
+void Loader::read_sheet(SheetJob& job) {
+  try {
+    if (job.kind == SheetJob::Kind::Worksheet) {
+      read_worksheet(job);
+      if (parse_uncached_) parse_ahead(job);
+    } else
+      read_sheet_extras(job.s, job.ss, job.kind == SheetJob::Kind::Dialog);
+  } catch (...) {
+    job.error = std::current_exception();
+  }
+}
+
+// Formulas kept without a value are calculated as soon as the workbook opens, and parsing
+// them is most of that work. A parse depends only on the formula's text, its cell and the
+// workbook's sheet names, all settled by now, so each sheet's are parsed on the thread that
+// read it, once the sheet is complete (a slot may have been taken over by a later cell).
+void Loader::parse_ahead(SheetJob& job) {
+  calc::FormulaCache cache;
+  for (uint32_t slot : job.formulas.uncached) {
+    const FormulaCell& f = job.s.formulas[slot];
+    if (!f.live || f.parsed || f.shared_master || !f.file || f.file->text.empty() ||
+        f.value.kind != calc::Value::Kind::Empty)
+      continue;
+    try {
+      job.parses.emplace_back(
+          slot, cache.parse(f.file->text16(), calc::Notation::A1, f.at, job.s.id, *book_));
+    } catch (const Error&) {
+      // Left to the calculation, which meets the same problem and keeps the text.
+    }
+  }
+}
+
+void Loader::merge_sheet(SheetJob& job) {
+  book_->sheet_loaded(job.s, job.formulas);
+  // Equal parses of the sheet's cache are one object: each joins the workbook's cache once.
+  std::unordered_map<const calc::Formula*, calc::FormulaPtr> shared;
+  for (auto& [slot, parsed] : job.parses) {
+    auto [it, fresh] = shared.try_emplace(parsed.get());
+    if (fresh) it->second = book_->share_parse(parsed);
+    book_->set_parse(job.s, slot, it->second);
+  }
+  decltype(job.parses)().swap(job.parses);
+  if (job.texts.empty()) return;
+  // The sheet's inline texts join the pool after those of the sheets before it.
+  StringPool& pool = book_->strings;
+  const uint32_t base = static_cast<uint32_t>(pool.size());
+  for (auto& [text, runs] : job.texts)
+    state_->inline_strings.insert(pool.append(text, std::move(runs)));
+  // A cell read twice holds the later text; the earlier entry finds it renumbered already.
+  for (const CellRef& at : job.text_cells) {
+    Cell* c = job.s.cells.find(at.row, at.col);
+    if (c && c->kind() == CellKind::Text && (c->index & kLocalText))
+      c->index = base + (c->index & ~kLocalText);
+  }
+  decltype(job.texts)().swap(job.texts);
 }
 
 void Loader::read_sheet_extras(Sheet& s, SheetState& ss, bool dialog) {
@@ -890,7 +996,8 @@ void Loader::read_cols(XmlScanner& x, Sheet& s) {
   }
 }
 
-void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buffer) {
+void Loader::read_rows(XmlScanner& x, SheetJob& job, PartBuffer* buffer) {
+  Sheet& s = job.s;
   if (x.self_closing()) {
     x.next();
     return;
@@ -956,7 +1063,7 @@ void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buff
     int32_t next_col = 0;
     for (T u;;) {
       int32_t col = next_col;
-      if (read_plain_cell(x, s, ss, row, col)) {
+      if (read_plain_cell(x, job, row, col)) {
         next_col = col + 1;
         continue;
       }
@@ -967,12 +1074,12 @@ void Loader::read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buff
         x.skip_element();
         continue;
       }
-      next_col = read_cell(x, s, ss, row, next_col) + 1;
+      next_col = read_cell(x, job, row, next_col) + 1;
     }
   }
 }
 
-int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t col) {
+int32_t Loader::read_cell(XmlScanner& x, SheetJob& job, int32_t row, int32_t col) {
   CellData d;
   d.row = row;
   d.col = col;
@@ -1032,7 +1139,7 @@ int32_t Loader::read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, 
       }
     }
   }
-  store_cell(x, s, ss, d);
+  store_cell(x, job, d);
   return d.col;
 }
 
@@ -1048,7 +1155,7 @@ bool starts_with_at(std::string_view t, size_t at, const char (&lit)[N]) {
 // The cells of a sheet are nearly all of one shape: <c r="B2" s="1" t="s"><f>..</f><v>..</v></c>
 // without entities, comments or unusual attributes. This reads that shape straight from the
 // text; anything else is left to the general reader (returns false, having read nothing).
-bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t& col) {
+bool Loader::read_plain_cell(XmlScanner& x, SheetJob& job, int32_t row, int32_t& col) {
   std::string_view t = x.remaining();
   size_t i = 0, n = t.size();
   auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
@@ -1226,13 +1333,14 @@ bool Loader::read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t ro
     }
   }
   if (d.col > kLastCol) return false;  // the general reader explains the problem
-  store_cell(x, s, ss, d);
+  store_cell(x, job, d);
   x.skip_bytes(i);
   col = d.col;
   return true;
 }
 
-void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
+void Loader::store_cell(XmlScanner& x, SheetJob& job, CellData& d) {
+  Sheet& s = job.s;
   const int32_t row = d.row, col = d.col;
   auto fail_cell = [&](const std::string& problem) {
     x.invalid("cell " + cell_text(row, col) + " " + problem);
@@ -1266,19 +1374,20 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
         cached =
             calc::Value::error(calc::error_from_text(from_utf8(value)).value_or(cell_error::value));
       else if (type == 's') {
+        // The file's shared strings only: the pool is not added to while sheets are read.
         auto i = parse_int(value);
-        if (i && *i >= 0 && static_cast<size_t>(*i) < book_->strings.size())
+        if (i && *i >= 0 && static_cast<size_t>(*i) < state_->strings)
           cached = calc::Value::str(String(book_->strings.text(static_cast<uint32_t>(*i))));
       } else if (auto dv = parse_double(value))
         cached = calc::Value::num(*dv);
     }
     for (auto& [n, v] : d.extra) d.ff->more().cell_attrs.emplace_back(from_utf8(n), from_utf8(v));
-    book_->load_formula(s, row, col, std::move(d.ff), cached, d.style);
+    book_->load_formula(s, job.formulas, row, col, std::move(d.ff), cached, d.style);
     return;
   }
 
   bool has_attrs = !d.extra.empty();
-  if (has_attrs) ss.cell_attrs[{row, col}] = std::move(d.extra);
+  if (has_attrs) job.ss.cell_attrs[{row, col}] = std::move(d.extra);
   bool is_value = has_v || d.has_is;
   // An empty cell without a format carries nothing.
   if (!is_value && d.style == 0 && !has_attrs) return;
@@ -1298,10 +1407,10 @@ void Loader::store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d) {
     }
   } else if (type == 'I' || type == 'S') {
     if (!d.has_is) d.is_text = decode_escapes(from_utf8(value));
-    uint32_t idx = book_->strings.append(d.is_text, std::move(d.is_runs));
-    state_->inline_strings.insert(idx);
     c.set_kind(CellKind::Text);
-    c.index = idx;
+    c.index = kLocalText | static_cast<uint32_t>(job.texts.size());
+    job.texts.emplace_back(std::move(d.is_text), std::move(d.is_runs));
+    job.text_cells.push_back(CellRef{row, col});
   } else if (type == 'b') {
     c.set_kind(CellKind::Boolean);
     c.num = number() != 0 ? 1 : 0;
@@ -1368,7 +1477,7 @@ void Loader::read_custom_props(const std::string& part) {
 
 BookPtr load(const std::filesystem::path& path, const LoadOptions& options) {
   auto pkg = std::make_shared<const Package>(Package::open(path, options.limits));
-  Loader loader(pkg);
+  Loader loader(pkg, options.parse_uncached);
   return loader.run(from_utf8(path.filename().string()));
 }
 

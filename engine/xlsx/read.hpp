@@ -1,6 +1,7 @@
 // The loader's working state (internal to the workbook layer).
 #pragma once
 
+#include <exception>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,7 +18,8 @@ String widen(std::string_view s);
 
 class Loader {
  public:
-  explicit Loader(std::shared_ptr<const Package> pkg);
+  /// `parse_uncached`: parse the formulas kept without a value while reading their sheets.
+  explicit Loader(std::shared_ptr<const Package> pkg, bool parse_uncached = false);
   /// Reads the whole package into a new Book named `book_name`.
   BookPtr run(String book_name);
 
@@ -30,13 +32,35 @@ class Loader {
   void read_styles();
   void read_strings(const std::string& part);
   void read_rich(XmlScanner& x, String& text, std::vector<Run>& runs);
-  void read_worksheet(Sheet& s, SheetState& ss);
+  // One sheet's part being read. Worksheets are read side by side, so what reading one would
+  // add to the workbook waits here until `merge_sheet` hands it over, in sheet order.
+  struct SheetJob {
+    enum class Kind { Worksheet, Chart, Dialog };
+    SheetJob(Sheet& sheet, SheetState& state, Kind k) : s(sheet), ss(state), kind(k) {}
+    Sheet& s;
+    SheetState& ss;
+    Kind kind;
+    Book::SheetLoad formulas;
+    // Inline texts, numbered in the order read: the cells holding them carry kLocalText |
+    // that number until the texts join the workbook's pool.
+    std::vector<std::pair<String, std::vector<Run>>> texts;
+    std::vector<CellRef> text_cells;
+    // Formulas without a value, parsed ahead, by slot (with a cache of the sheet's own).
+    std::vector<std::pair<uint32_t, calc::FormulaPtr>> parses;
+    std::exception_ptr error;  // what stopped the reading
+  };
+  static constexpr uint32_t kLocalText = 1u << 31;
+  void read_sheets(std::vector<std::unique_ptr<SheetJob>>& jobs);
+  void read_sheet(SheetJob& job);
+  void merge_sheet(SheetJob& job);
+  void parse_ahead(SheetJob& job);
+  void read_worksheet(SheetJob& job);
   void read_sheet_extras(Sheet& s, SheetState& ss, bool dialog);
   void read_drawing(Sheet& s, SheetState& ss, const std::string& part);
   void read_table(Sheet& s, const std::string& part);
   void read_selection(XmlScanner& x, Sheet& s);
   void read_cols(XmlScanner& x, Sheet& s);
-  void read_rows(XmlScanner& x, Sheet& s, SheetState& ss, PartBuffer* buffer);
+  void read_rows(XmlScanner& x, SheetJob& job, PartBuffer* buffer);
   // One cell as read, before it goes into the model.
   struct CellData {
     int32_t row = 0, col = 0;
@@ -50,9 +74,9 @@ class Loader {
     std::vector<Run> is_runs;
     std::vector<std::pair<std::string, std::string>> extra;
   };
-  int32_t read_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t col);
-  bool read_plain_cell(XmlScanner& x, Sheet& s, SheetState& ss, int32_t row, int32_t& col);
-  void store_cell(XmlScanner& x, Sheet& s, SheetState& ss, CellData& d);
+  int32_t read_cell(XmlScanner& x, SheetJob& job, int32_t row, int32_t col);
+  bool read_plain_cell(XmlScanner& x, SheetJob& job, int32_t row, int32_t& col);
+  void store_cell(XmlScanner& x, SheetJob& job, CellData& d);
   void read_custom_props(const std::string& part);
   void read_external_link(const std::string& part, ExternalLink& link);
 
@@ -60,6 +84,7 @@ class Loader {
   std::shared_ptr<BookState> state_;
   BookPtr book_;
   std::vector<Relationship> workbook_rels_;
+  bool parse_uncached_ = false;
 };
 
 }  // namespace qz::engine::xlsx

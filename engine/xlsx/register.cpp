@@ -9,7 +9,10 @@ void register_format() {
   FileFormat f;
   f.extensions = {u"xlsx", u"xlsm", u"xltx", u"xltm", u"xlam"};
   f.open = [](const String& path, const host::OpenArgs&) {
-    return load(std::filesystem::path(to_utf8(path)));
+    // Workbooks.Open calculates what the file kept no value for as soon as it has loaded.
+    LoadOptions options;
+    options.parse_uncached = true;
+    return load(std::filesystem::path(to_utf8(path)), options);
   };
   f.save = [](Book& book, const String& path) { save(book, std::filesystem::path(to_utf8(path))); };
   f.title = [](const String& path) {

@@ -15,6 +15,9 @@ namespace qz::engine::xlsx {
 
 struct LoadOptions {
   ZipLimits limits;
+  /// The caller calculates the formulas kept without a value right after loading (as
+  /// Workbooks.Open does): they are parsed while the sheets are read, on the reading threads.
+  bool parse_uncached = false;
 };
 
 struct SaveOptions {

@@ -60,6 +60,8 @@ TEST(Rendering, NormalisesCaseAndKeepsWhatWasTyped) {
   EXPECT_EQ(round(book, u"IF(A1,,2)"), "IF(A1,,2)");
   EXPECT_EQ(round(book, u"NOW( )"), "NOW( )");
   EXPECT_EQ(round(book, u"1e3+.5"), "1E3+.5");
+  EXPECT_EQ(round(book, u"007+0.0001+0.00001+0.10+2.5+0+0.0+123456789012345+1234567890123456"),
+            "007+0.0001+0.00001+0.10+2.5+0+0.0+123456789012345+1234567890123456");
   EXPECT_EQ(round(book, u"#n/a+#DIV/0!"), "#N/A+#DIV/0!");
   EXPECT_EQ(round(book, u"{1,-2.5;\"a\",TRUE}"), "{1,-2.5;\"a\",TRUE}");
   EXPECT_EQ(round(book, u"-A1%"), "-A1%");

@@ -24,6 +24,7 @@ namespace qz::engine {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using Parts = std::map<std::string, std::string>;
@@ -381,6 +382,81 @@ TEST_F(Workbooks, RefusesContentThatMeansNothingInOneLine) {
               HasSubstr("'xl/worksheets/sheet1.xml' is not well-formed XML"));
   EXPECT_EQ(refusal(R"(<row r="1"><c r="A1" t="s"><v>99</v></c></row>)"), "")
       << "a dangling shared string reads as empty";
+}
+
+// Sheets are read side by side; what they add to the workbook comes out as reading them in
+// turn makes it: inline texts numbered in sheet order, formulas without values found on every
+// sheet, and of two damaged sheets the first one reported.
+TEST_F(Workbooks, SheetsReadTogetherComeOutAsReadInTurn) {
+  auto four_sheets = [&](const std::string& second, const std::string& fourth) {
+    std::string rels = book_parts().at("xl/_rels/workbook.xml.rels");
+    const std::string kind =
+        "http://schemas.openxmlformats.org/officeDocument/2006/relationships/worksheet";
+    rels.insert(rels.rfind("</"),
+                R"(<Relationship Id="rId6" Type=")" + kind +
+                    R"(" Target="worksheets/sheet3.xml"/><Relationship Id="rId7" Type=")" + kind +
+                    R"(" Target="worksheets/sheet4.xml"/>)");
+    return load(book_parts(
+        {{"xl/workbook.xml",
+          "<workbook " + kMain +
+              R"(><sheets><sheet name="First" sheetId="1" r:id="rId1"/><sheet name="Second" sheetId="2" r:id="rId2"/>)"
+              R"(<sheet name="Third" sheetId="3" r:id="rId6"/><sheet name="Fourth" sheetId="4" r:id="rId7"/></sheets></workbook>)"},
+         {"xl/_rels/workbook.xml.rels", rels},
+         {"xl/worksheets/sheet1.xml",
+          sheet_xml(
+              R"(<row r="1"><c r="A1" t="inlineStr"><is><t>one</t></is></c><c r="B1"><f>Fourth!A1*2</f></c></row>)")},
+         {"xl/worksheets/sheet2.xml", sheet_xml(second)},
+         {"xl/worksheets/sheet3.xml",
+          sheet_xml(
+              R"(<row r="1"><c r="A1" t="str"><v>three</v></c><c r="B1" t="s"><f>"x"</f><v>0</v></c><c r="C1"><f>A1&amp;"!"</f></c></row>)")},
+         {"xl/worksheets/sheet4.xml", sheet_xml(fourth)}}));
+  };
+  const std::string good2 =
+      R"(<row r="1"><c r="A1" t="inlineStr"><is><t>lost</t></is></c><c r="A1" t="inlineStr"><is><t>two</t></is></c>)"
+      R"(<c r="B1" t="s"><v>0</v></c><c r="C1" t="inlineStr"><is><r><t>ri</t></r><r><rPr><b/></rPr><t>ch</t></r></is></c></row>)";
+  const std::string good4 =
+      R"(<row r="1"><c r="A1"><v>21</v></c><c r="B1" t="inlineStr"><is><t>four</t></is></c></row>)";
+  for (int round = 0; round < 5; ++round) {
+    auto b = four_sheets(good2, good4);
+    auto text_at = [&](size_t sheet_at, int32_t col) {
+      const Cell* c = sheet(*b, sheet_at).cells.find(0, col);
+      return c && c->kind() == CellKind::Text ? c->index : 999u;
+    };
+    // Three shared strings come first; "lost" keeps its number though "two" replaced it.
+    EXPECT_EQ(text_at(0, 0), 3u);
+    EXPECT_EQ(text_at(1, 0), 5u);
+    EXPECT_EQ(text_at(1, 1), 0u);
+    EXPECT_EQ(text_at(1, 2), 6u);
+    EXPECT_EQ(text_at(2, 0), 7u);
+    EXPECT_EQ(text_at(3, 1), 8u);
+    EXPECT_EQ(b->strings.size(), 9u);
+    EXPECT_EQ(b->strings.runs(6).size(), 2u);
+    EXPECT_EQ(b->value(sheet(*b, 2), 0, 1), calc::Value::str(u"alpha"));
+    b->calculate_uncached();
+    EXPECT_EQ(b->value(sheet(*b, 0), 0, 1), calc::Value::num(42));
+    EXPECT_EQ(b->value(sheet(*b, 2), 0, 2), calc::Value::str(u"three!"));
+    // A rewritten sheet writes its inline texts inline again, the shared ones shared.
+    b->set_constant(sheet(*b, 1), 5, 0, calc::Value::num(1));
+    b->commit();
+    std::string second = part(save(*b), "xl/worksheets/sheet2.xml");
+    EXPECT_THAT(second, HasSubstr(R"(<c r="A1" t="inlineStr"><is><t>two</t></is></c>)"));
+    EXPECT_THAT(second, HasSubstr(R"(<c r="B1" t="s"><v>0</v></c>)"));
+  }
+  auto refusal = [&](const std::string& second, const std::string& fourth) {
+    try {
+      four_sheets(second, fourth);
+      return std::string();
+    } catch (const Error& e) {
+      return std::string(e.what());
+    }
+  };
+  const std::string bad2 = R"(<row r="0"/>)";
+  const std::string bad4 = R"(<row r="1"><c r="A1"><v>abc</v></c></row>)";
+  for (int round = 0; round < 5; ++round) {
+    EXPECT_THAT(refusal(bad2, bad4),
+                AllOf(HasSubstr("sheet2.xml"), HasSubstr("row number out of range")));
+    EXPECT_THAT(refusal(good2, bad4), AllOf(HasSubstr("sheet4.xml"), HasSubstr("no number")));
+  }
 }
 
 // --- saving -----------------------------------------------------------------------------------
