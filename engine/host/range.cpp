@@ -1,8 +1,15 @@
 // Range and Areas over the engine's cells (their Font, Interior and Characters are in
 // font.cpp).
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <condition_variable>
+#include <exception>
 #include <map>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <unordered_map>
 
 #include "engine/calc/as_written.hpp"
 #include "engine/host/objects.hpp"
@@ -335,18 +342,118 @@ class ERange final : public host::Range, public host::CellScan {
 
   // A colouring run reads a few facts of every filled cell and sets one colour each: here
   // without making a Range, a Font and a Hyperlinks object per cell.
-  bool scan(const std::function<bool(int32_t, int32_t, const Variant&)>& visit) override {
+  bool scan(const host::ScanRequest& request,
+            const std::function<bool(const host::ScannedCell&)>& visit) override {
     if (mode_ != RangeMode::Cells) return false;
+    Sheet& s = sh();
+    scanned_.clear();
+    // Reading a cell costs about what deciding on it does: with a second core, a helper
+    // thread walks and reads the cells in blocks ahead of the visitor.
+    if (request.visitor_stays_out && scan_threads() > 1 && read_ahead(request, visit)) return true;
+    Facts facts;
+    host::ScannedCell cell;
+    bool go_on = true;
+    const uint64_t shape = s.cells.shape();
+    walk([&](int32_t r, int32_t c, const Cell& stored) {
+      if (!read(request, {r, c, &stored}, facts, cell)) return true;
+      scanned_.push_back({r, c, &stored});
+      go_on = visit(cell);
+      return go_on;
+    });
+    // A visitor that reached the workbook may have moved cells; the list then goes unused.
+    if (s.cells.shape() != shape) scanned_.clear();
+    scanned_shape_ = s.cells.shape();
+    return true;
+  }
+  std::optional<String> formula(int32_t row, int32_t column) override {
+    const Cell* c = sh().cells.find(row - 1, column - 1);
+    if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
+    return formula_of(row, column, c);
+  }
+  void set_font_colors(const std::vector<host::Paint>& paints,
+                       const std::function<void(const host::Paint&)>& hidden) override {
+    Sheet& s = live(sheet_);
+    // The cells the last scan visited, in the order colours come in, while none has moved
+    // since: no colour then looks its cell up.
+    size_t at = 0;
+    int32_t row_known = -1;
+    bool row_hidden = false;
+    // Colours come row by row: the rows' entries are passed through once, not searched.
+    auto line = s.rows.begin();
+    std::vector<int8_t> column_hidden;  // by column: 0 not asked, 1 hidden, 2 shown
+    for (const host::Paint& p : paints) {
+      const int32_t r = p.row - 1, c = p.column - 1;
+      if (r != row_known) {
+        if (r < row_known || line == s.rows.end() || line->first > r) line = s.rows.lower_bound(r);
+        while (line != s.rows.end() && line->first < r) ++line;
+        row_hidden = line != s.rows.end() && line->first == r && line->second.hidden;
+        row_known = r;
+      }
+      if (c < 0 || c > kLastCol) continue;
+      if (static_cast<size_t>(c) >= column_hidden.size()) column_hidden.resize(c + 1, 0);
+      if (!column_hidden[c]) {
+        const auto line = s.cols.find(c);
+        column_hidden[c] = line != s.cols.end() && line->second.hidden ? 1 : 2;
+      }
+      if (row_hidden || column_hidden[c] == 1) {
+        hidden(p);
+        // Showing and hiding again leaves the lines as they were; asked anew all the same.
+        row_known = -1;
+        line = s.rows.end();
+        column_hidden.clear();
+        continue;
+      }
+      Cell* cell = nullptr;
+      if (s.cells.shape() == scanned_shape_) {
+        size_t k = at;
+        while (k < scanned_.size() && (scanned_[k].row != r || scanned_[k].column != c)) ++k;
+        if (k < scanned_.size()) {
+          cell = const_cast<Cell*>(scanned_[k].cell);
+          at = k + 1;
+        }
+      }
+      if (!cell) cell = s.cells.find(r, c);
+      try {
+        if (!cell || !plain(cell) || s.kind != SheetKind::Worksheet) {
+          set_font_color(p.row, p.column, p.colour);
+          continue;
+        }
+        book_->recolor_cell(s, *cell, Color::rgb(p.colour));
+        book_->commit();
+      } catch (...) {
+        // As one cell's Font.Color: a colour that cannot be set leaves the cell as it was.
+      }
+    }
+  }
+  void set_font_color(int32_t row, int32_t column, int32_t colour) {
+    Sheet& s = live(sheet_);
+    if (!plain(s.cells.find(row - 1, column - 1))) {
+      make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
+      return;
+    }
+    book_->recolor_cell(s, row - 1, column - 1, Color::rgb(colour));
+    book_->commit();
+  }
+
+  // A stored cell a scan visits, 0-based.
+  struct Listed {
+    int32_t row, column;
+    const Cell* cell;
+  };
+  // What one reader of cells remembers of the formats it met.
+  struct Facts {
+    Book::DatedFormats dated;
+    // Number formats whose numbers cannot show a colon, and those that may.
+    std::unordered_map<uint32_t, bool> colon_free;
+    std::optional<std::pair<uint32_t, bool>> last_colon_free;
+  };
+  // The stored cells of the range in row order, as `visit(row, column, cell)` (0-based) wants.
+  template <class Visit>
+  void walk(Visit&& visit) {
     Sheet& s = sh();
     bool go_on = true;
     auto one_cell = [&](int32_t r, int32_t c, const Cell& cell) {
-      if (!go_on) return false;
-      const Variant v = book_->value_variant(s, r, c);
-      if (v.is_empty()) return true;
-      // The visitor asks about this cell several times; nothing changes while it does.
-      visiting_ = {r + 1, c + 1, &cell};
-      go_on = visit(r + 1, c + 1, v);
-      visiting_ = {};
+      if (go_on) go_on = visit(r, c, cell);
       return go_on;
     };
     const std::optional<Rect> extent = s.cells.extent();
@@ -361,84 +468,114 @@ class ERange final : public host::Range, public host::CellScan {
       }
       if (!go_on) break;
     }
+  }
+  // Reads what `request` asks of one cell into `out`; false when its value is Empty. Only
+  // the value's failure is raised; the other answers keep their defaults when they fail.
+  bool read(const host::ScanRequest& request, const Listed& at, Facts& facts,
+            host::ScannedCell& out) {
+    const Sheet& s = sh();
+    const Cell& c = *at.cell;
+    out.value = book_->cell_variant(s, c, &facts.dated);
+    if (out.value.is_empty()) return false;
+    const int32_t row = at.row + 1, column = at.column + 1;
+    out.row = row;
+    out.column = column;
+    out.prefix = book_->styles.xf(c.style()).quote_prefix ? u"'" : u"";
+    out.formula.clear();
+    if (c.kind() == CellKind::Formula || c.kind() == CellKind::Text) {
+      try {
+        out.formula = formula_of(row, column, &c);
+      } catch (...) {
+      }
+    }
+    out.hyperlinks = 0;
+    if (request.hyperlinks && !s.hyperlinks.empty()) {
+      try {
+        out.hyperlinks =
+            make_hyperlinks(app_, book_, sheet_, std::vector<Rect>{one(row, column)})->count();
+      } catch (...) {
+      }
+    }
+    out.shows_colon = false;
+    const Variant& v = out.value;
+    if (request.colons && !v.is_string() && !v.is_bool() && !v.is_error() && !v.is_date()) {
+      try {
+        out.shows_colon = shows_colon(c, at, facts);
+      } catch (...) {
+      }
+    }
+    out.font_color = Variant::null();
+    if (request.font_colors) {
+      try {
+        out.font_color =
+            plain(&c)
+                ? Variant(book_->rgb(book_->styles.font(book_->styles.xf(c.style()).font).color, 0))
+                : make_font(app_, book_, sheet_, {one(row, column)})->color();
+      } catch (...) {
+      }
+    }
     return true;
   }
-  std::optional<String> formula(int32_t row, int32_t column) override {
-    const Cell* c = cell_at(row, column);
-    if (c && c->kind() != CellKind::Formula && c->kind() != CellKind::Text) return std::nullopt;
+  String formula_of(int32_t row, int32_t column, const Cell* c) {
     if (c && c->kind() == CellKind::Formula) {
       // A formula read from a file and not parsed since: its text, when parsing and
       // rendering it would give that text back, without doing either.
       const FormulaCell& f = sh().formula(*c);
       if (!f.parsed && !f.shared_master && f.file && !f.file->text.empty() &&
-          calc::renders_as_written(f.file->text, *book_))
-        return u"=" + f.file->text16();
+          calc::renders_as_written(f.file->text, *book_)) {
+        // Formulas are nearly always ASCII, widened here in place.
+        const std::string& text = f.file->text;
+        String out;
+        out.reserve(text.size() + 1);
+        out.push_back(u'=');
+        for (const char ch : text) {
+          if (static_cast<unsigned char>(ch) >= 0x80) return u"=" + f.file->text16();
+          out.push_back(static_cast<char16_t>(ch));
+        }
+        return out;
+      }
     }
     return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
   }
-  String prefix_character(int32_t row, int32_t column) override {
-    const Cell* c = cell_at(row, column);
-    const uint32_t xf = c ? c->style() : sh().style_at(row - 1, column - 1);
-    return book_->styles.xf(xf).quote_prefix ? u"'" : u"";
-  }
-  bool shows_colon(int32_t row, int32_t column) override {
+  bool shows_colon(const Cell& c, const Listed& at, Facts& facts) {
     // A number, typed or calculated, shows a colon only from its format: a time, or a colon
     // the code writes out. Other codes show digits, signs, marks and the code's own text, so
     // most numbers of a model need no text made to tell.
-    const Cell* c = cell_at(row, column);
-    const bool number = c && (c->kind() == CellKind::Number ||
-                              (c->kind() == CellKind::Formula &&
-                               sh().formula(*c).value.kind == calc::Value::Kind::Number));
+    const bool number =
+        c.kind() == CellKind::Number ||
+        (c.kind() == CellKind::Formula && sh().formula(c).value.kind == calc::Value::Kind::Number);
     if (number) {
-      const uint32_t id = book_->styles.xf(c->style()).numfmt;
-      auto known = colon_free_.find(id);
-      if (known == colon_free_.end()) {
+      const uint32_t id = book_->styles.xf(c.style()).numfmt;
+      // Neighbouring cells mostly share a format.
+      if (facts.last_colon_free && facts.last_colon_free->first == id &&
+          facts.last_colon_free->second)
+        return false;
+      auto known = facts.colon_free.find(id);
+      if (known == facts.colon_free.end()) {
         bool free = id == 0 && !book_->styles.numfmts.count(0);
         if (!free) {
           const String code = book_->styles.numfmt_code(id);
           free = code.find(u':') == String::npos && !numfmt::is_date_format(code);
         }
-        known = colon_free_.emplace(id, free).first;
+        known = facts.colon_free.emplace(id, free).first;
       }
+      facts.last_colon_free = *known;
       if (known->second) return false;
     }
-    return book_->text(sh(), row - 1, column - 1).find(u':') != String::npos;
-  }
-  int32_t hyperlinks(int32_t row, int32_t column) override {
-    if (sh().hyperlinks.empty()) return 0;
-    return make_hyperlinks(app_, book_, sheet_, std::vector<Rect>{one(row, column)})->count();
-  }
-  bool line_hidden(int32_t row, int32_t column) override {
-    const Sheet& s = sh();
-    const auto r = s.rows.find(row - 1);
-    if (r != s.rows.end() && r->second.hidden) return true;
-    const auto c = s.cols.find(column - 1);
-    return c != s.cols.end() && c->second.hidden;
+    return book_->text(sh(), at.row, at.column).find(u':') != String::npos;
   }
   // A cell without runs of its own shows its format's font: that font answers directly, as
   // the one-cell Font does; a rich text goes through the Font.
   bool plain(const Cell* c) const {
     return !c || c->kind() != CellKind::Text || book_->strings.runs(c->index).empty();
   }
-  Variant font_color(int32_t row, int32_t column) override {
-    const Cell* c = cell_at(row, column);
-    if (!plain(c)) return make_font(app_, book_, sheet_, {one(row, column)})->color();
-    const uint32_t xf = c ? c->style() : sh().style_at(row - 1, column - 1);
-    return Variant(book_->rgb(book_->styles.font(book_->styles.xf(xf).font).color, 0));
+  // Threads reading cells ahead of a scan's visitor: two where two cores are.
+  static unsigned scan_threads() {
+    return std::min(2u, std::max(1u, std::thread::hardware_concurrency()));
   }
-  void set_font_color(int32_t row, int32_t column, int32_t colour) override {
-    Sheet& s = live(sheet_);
-    if (!plain(s.cells.find(row - 1, column - 1))) {
-      make_font(app_, book_, sheet_, {one(row, column)})->set_color(Variant(colour));
-      return;
-    }
-    book_->recolor_cell(s, row - 1, column - 1, Color::rgb(colour));
-    book_->commit();
-  }
-  const Cell* cell_at(int32_t row, int32_t column) {
-    if (visiting_.cell && visiting_.row == row && visiting_.column == column) return visiting_.cell;
-    return sh().cells.find(row - 1, column - 1);
-  }
+  // The scan with a helper thread; false, having done nothing, when none can be started.
+  bool read_ahead(const host::ScanRequest& request,
+                  const std::function<bool(const host::ScannedCell&)>& visit);
   static Rect one(int32_t row, int32_t column) {
     return Rect{row - 1, column - 1, row - 1, column - 1};
   }
@@ -870,14 +1007,146 @@ class ERange final : public host::Range, public host::CellScan {
   std::shared_ptr<Sheet> sheet_;
   std::vector<Rect> areas_;
   RangeMode mode_;
-  // Number formats whose numbers cannot show a colon, and those that may, as asked.
-  std::map<uint32_t, bool> colon_free_;
-  // The cell a scan's visitor is being told about (1-based), while it is.
-  struct {
-    int32_t row = 0, column = 0;
-    const Cell* cell = nullptr;
-  } visiting_;
+  // The cells the last scan visited (or listed), and the shape of the store when it ended.
+  std::vector<Listed> scanned_;
+  uint64_t scanned_shape_ = 0;
 };
+
+bool ERange::read_ahead(const host::ScanRequest& request,
+                        const std::function<bool(const host::ScannedCell&)>& visit) {
+  // The helper lists the cells (a quick walk), then reads blocks of them; this thread visits
+  // the blocks in order and reads the next one itself whenever it has caught up. Blocks go
+  // into a ring of slots, so memory stays a few blocks whatever the range. Nothing changes
+  // the workbook meanwhile: the visitor keeps out of it.
+  constexpr size_t kBlock = 1024, kSlots = 8;
+  struct Slot {
+    std::vector<host::ScannedCell> cells;
+    std::vector<uint8_t> filled;  // the cell's value is not Empty
+    std::exception_ptr failed;    // the value of cell `failed_at` could not be read
+    size_t failed_at = 0;
+    size_t block = SIZE_MAX;  // the block it holds, once read
+  };
+  std::array<Slot, kSlots> slots;
+  std::mutex m;
+  std::condition_variable changed;
+  size_t listed = 0;    // cells listed so far
+  bool walked = false;  // and the listing is complete
+  size_t next = 0;      // the first block nobody has started reading
+  size_t visited = 0;   // blocks the visitor is done with
+  bool stop = false;    // the visitor wants no more
+
+  const Sheet& s = sh();
+  // Room for every cell the walk can meet, so that listing never moves what is listed while
+  // the other thread reads it.
+  scanned_.clear();
+  scanned_.reserve(s.cells.size() * areas_.size());
+  const uint64_t shape = s.cells.shape();
+
+  auto blocks = [&] { return (listed + kBlock - 1) / kBlock; };
+  // The next block to read, with the end of its cells, when it is listed whole and the ring
+  // has room for it; under the lock.
+  auto take = [&]() -> std::optional<std::pair<size_t, size_t>> {
+    if (stop || next >= visited + kSlots) return std::nullopt;
+    const size_t end = (next + 1) * kBlock;
+    if (end <= listed) return std::pair{next++, end};
+    if (walked && next < blocks()) return std::pair{next++, listed};
+    return std::nullopt;
+  };
+  // Reads a block into its slot; without the lock (no other thread touches the slot).
+  auto read_block = [&](size_t b, size_t end, Facts& facts) {
+    Slot& slot = slots[b % kSlots];
+    slot.failed = nullptr;
+    size_t i = 0;
+    try {
+      const size_t first = b * kBlock, n = end - first;
+      slot.cells.resize(n);
+      slot.filled.assign(n, 0);
+      for (; i < n; ++i)
+        slot.filled[i] = read(request, scanned_[first + i], facts, slot.cells[i]) ? 1 : 0;
+    } catch (...) {
+      // Handed to the visitor's thread, which raises it at the cell's turn.
+      slot.failed = std::current_exception();
+      slot.failed_at = i;
+    }
+  };
+  auto read_taken = [&](std::unique_lock<std::mutex>& lock, std::pair<size_t, size_t> taken,
+                        Facts& facts) {
+    lock.unlock();
+    read_block(taken.first, taken.second, facts);
+    lock.lock();
+    slots[taken.first % kSlots].block = taken.first;
+    changed.notify_all();
+  };
+
+  auto helper_run = [&] {
+    size_t since = 0;
+    walk([&](int32_t r, int32_t c, const Cell& cell) {
+      scanned_.push_back({r, c, &cell});
+      if (++since < kBlock) return true;
+      since = 0;
+      std::lock_guard lock(m);
+      listed = scanned_.size();
+      changed.notify_all();
+      return !stop;
+    });
+    Facts facts;
+    std::unique_lock lock(m);
+    listed = scanned_.size();
+    walked = true;
+    changed.notify_all();
+    for (;;) {
+      std::optional<std::pair<size_t, size_t>> taken;
+      changed.wait(lock, [&] { return stop || next >= blocks() || (taken = take()); });
+      if (!taken) return;
+      read_taken(lock, *taken, facts);
+    }
+  };
+  std::optional<std::thread> helper;
+  try {
+    helper.emplace(helper_run);
+  } catch (const std::system_error&) {
+    return false;  // no second thread: the caller walks on its own
+  }
+  scanned_shape_ = shape;
+  // The helper stops and is joined however the visit ends, an error included.
+  struct Join {
+    std::thread& helper;
+    std::mutex& m;
+    std::condition_variable& changed;
+    bool& stop;
+    ~Join() {
+      {
+        std::lock_guard lock(m);
+        stop = true;
+      }
+      changed.notify_all();
+      helper.join();
+    }
+  } join{*helper, m, changed, stop};
+
+  Facts facts;
+  for (size_t b = 0;; ++b) {
+    Slot& slot = slots[b % kSlots];
+    {
+      std::unique_lock lock(m);
+      while (slot.block != b) {
+        if (walked && b >= blocks()) return true;
+        if (std::optional<std::pair<size_t, size_t>> mine = take())
+          read_taken(lock, *mine, facts);
+        else
+          changed.wait(lock);
+      }
+    }
+    for (size_t i = 0;; ++i) {
+      if (slot.failed && i == slot.failed_at) std::rethrow_exception(slot.failed);
+      if (i >= slot.cells.size()) break;
+      if (slot.filled[i] && !visit(slot.cells[i])) return true;
+    }
+    std::lock_guard lock(m);
+    visited = b + 1;
+    changed.notify_all();
+  }
+}
 
 }  // namespace
 

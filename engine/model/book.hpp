@@ -211,6 +211,17 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   String format_code(const Sheet& s, int32_t row, int32_t col) const;
   /// `Range.Value` of one cell: a Date for date/time formats.
   Variant value_variant(const Sheet& s, int32_t row, int32_t col) const;
+  /// Which cell formats show numbers as dates, remembered as asked: a reader of many cells
+  /// meets few formats, and telling one costs its code copied and classified.
+  class DatedFormats {
+   public:
+    bool operator()(const StyleTable& styles, uint32_t xf);
+
+   private:
+    std::vector<int8_t> known_;  // by xf: 0 not asked, 1 dates, 2 not
+  };
+  /// `value_variant` of a stored cell; `dated` (optional) remembers formats across calls.
+  Variant cell_variant(const Sheet& s, const Cell& c, DatedFormats* dated = nullptr) const;
   /// `Range.Text` of one cell.
   String text(const Sheet& s, int32_t row, int32_t col) const;
   /// `Range.Formula` / `FormulaR1C1` of one cell ("" when empty).
@@ -243,6 +254,8 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   /// Sets the font colour of one cell's format (rich-text runs aside), as `restyle` with that
   /// change does; the format each format becomes in each colour is remembered, as fonts are.
   void recolor_cell(Sheet& s, int32_t row, int32_t col, const Color& color);
+  /// The same for a stored cell the caller has at hand (of a worksheet).
+  void recolor_cell(Sheet& s, Cell& c, const Color& color);
   /// The index of font `font` with its colour set to `color`, found or added once and then
   /// remembered: colouring cells asks for the same few recoloured fonts over and over, and
   /// the style tables only grow, so a remembered index stays right.
@@ -399,10 +412,13 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
       uint32_t result;
     };
     std::vector<Entry> seen_;
+    size_t last_ = 0;  // the entry found last: runs of cells ask the same again
     size_t size_ = 0;  // the table's size when an answer was last remembered
   };
   RecolorMemo recolored_fonts_;  // font, colour -> font
   RecolorMemo recolored_xfs_;    // xf, colour -> xf
+  // The xf index `old` becomes with its font in `color`.
+  uint32_t recolored_xf(uint32_t old, const Color& color);
   // The xf index of `x`, made from `old`: found or added, a new one noting its origin.
   uint32_t derived_xf(uint32_t old, const Xf& x);
   // Sets one cell's format to `next(its format)`, making the cell when needed.

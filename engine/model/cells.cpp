@@ -48,12 +48,14 @@ Cell& CellStore::get_or_create(int32_t row, int32_t col, uint32_t style) {
     chunks.emplace_back();
     chunks.back().push_back(fresh);
     ++size_;
+    ++shape_;
     return chunks.back().back();
   }
   // Loading and filling go down the column: a cell past the last one is appended without a
   // search, to the last chunk or (when that is full) a new one, so chunks stay full.
   if (Chunk& last = chunks.back(); row > last.back().row) {
     ++size_;
+    ++shape_;
     if (last.size() < kChunk) return last.emplace_back(fresh);
     // A column that filled a chunk this way is being filled densely: the next chunk gets its
     // full size at once rather than growing (and copying itself) step by step up to it.
@@ -69,6 +71,7 @@ Cell& CellStore::get_or_create(int32_t row, int32_t col, uint32_t style) {
   auto pos = std::lower_bound(ch.begin(), ch.end(), row, RowLess{});
   if (pos != ch.end() && pos->row == row) return *pos;
   ++size_;
+  ++shape_;
   if (ch.size() < kChunk) return *ch.insert(pos, fresh);
   size_t ci = static_cast<size_t>(it - chunks.begin());
   if (pos == ch.end()) {
@@ -97,6 +100,7 @@ void CellStore::erase(int32_t row, int32_t col) {
   if (pos == it->end() || pos->row != row) return;
   it->erase(pos);
   --size_;
+  ++shape_;
   if (it->empty()) chunks.erase(it);
 }
 
@@ -227,6 +231,7 @@ std::optional<Rect> CellStore::extent() const {
 }
 
 void CellStore::insert_rows(int32_t at, int32_t count) {
+  ++shape_;
   for (auto& col : cols_) {
     for (auto& ch : col.chunks)
       for (auto& c : ch)
@@ -242,6 +247,7 @@ void CellStore::insert_rows(int32_t at, int32_t count) {
 
 void CellStore::delete_rows(int32_t at, int32_t count,
                             const std::function<void(const Cell&)>& removed) {
+  ++shape_;
   int32_t end = at + count;
   for (auto& col : cols_) {
     for (auto& ch : col.chunks) {
@@ -262,6 +268,7 @@ void CellStore::delete_rows(int32_t at, int32_t count,
 }
 
 void CellStore::insert_cols(int32_t at, int32_t count) {
+  ++shape_;
   if (at >= static_cast<int32_t>(cols_.size())) return;
   cols_.insert(cols_.begin() + at, static_cast<size_t>(count), Column{});
   while (static_cast<int32_t>(cols_.size()) > calc::kMaxCols) {
@@ -272,6 +279,7 @@ void CellStore::insert_cols(int32_t at, int32_t count) {
 
 void CellStore::delete_cols(int32_t at, int32_t count,
                             const std::function<void(const Cell&)>& removed) {
+  ++shape_;
   if (at >= static_cast<int32_t>(cols_.size())) return;
   int32_t end = std::min<int32_t>(at + count, static_cast<int32_t>(cols_.size()));
   for (int32_t c = at; c < end; ++c)
@@ -284,6 +292,7 @@ void CellStore::delete_cols(int32_t at, int32_t count,
 }
 
 void CellStore::clear() {
+  ++shape_;
   cols_.clear();
   size_ = 0;
 }

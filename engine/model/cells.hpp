@@ -164,6 +164,9 @@ class CellStore {
   std::optional<int32_t> next_content_in_column(int32_t col, int32_t row, bool down) const;
 
   size_t size() const { return size_; }
+  /// Changes whenever cells are added, removed or moved, so that a caller holding cell
+  /// pointers knows whether they still hold.
+  uint64_t shape() const { return shape_; }
   /// The bottom-right corner of all stored cells; nothing when empty.
   std::optional<Rect> extent() const;
   /// Columns that may hold cells: 0 .. column_span()-1.
@@ -193,6 +196,7 @@ class CellStore {
   static Cell* find_in(Column& c, int32_t row);
   std::vector<Column> cols_;
   size_t size_ = 0;
+  uint64_t shape_ = 0;
 };
 
 template <class Visit>

@@ -416,8 +416,13 @@ std::optional<uint32_t> Book::RecolorMemo::find(uint32_t from, const Color& colo
                                                 size_t table_size) {
   // A loader that clears the tables starts them over.
   if (table_size < size_) seen_.clear();
-  for (const Entry& e : seen_)
-    if (e.from == from && e.color == color) return e.result;
+  if (last_ < seen_.size() && seen_[last_].from == from && seen_[last_].color == color)
+    return seen_[last_].result;
+  for (size_t i = 0; i < seen_.size(); ++i)
+    if (seen_[i].from == from && seen_[i].color == color) {
+      last_ = i;
+      return seen_[i].result;
+    }
   return std::nullopt;
 }
 
@@ -429,17 +434,24 @@ void Book::RecolorMemo::remember(uint32_t from, const Color& color, uint32_t res
   size_ = table_size;
 }
 
+uint32_t Book::recolored_xf(uint32_t old, const Color& color) {
+  if (auto hit = recolored_xfs_.find(old, color, styles.xfs.size())) return *hit;
+  // Made as restyle makes it, provenance included.
+  Xf x = styles.xf(old);
+  x.font = font_with_color(x.font, color);
+  uint32_t idx = derived_xf(old, x);
+  recolored_xfs_.remember(old, color, idx, styles.xfs.size());
+  return idx;
+}
+
 void Book::recolor_cell(Sheet& s, int32_t row, int32_t col, const Color& color) {
   if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
-  restyle_one(s, row, col, [&](uint32_t old) {
-    if (auto hit = recolored_xfs_.find(old, color, styles.xfs.size())) return *hit;
-    // Made as restyle makes it, provenance included.
-    Xf x = styles.xf(old);
-    x.font = font_with_color(x.font, color);
-    uint32_t idx = derived_xf(old, x);
-    recolored_xfs_.remember(old, color, idx, styles.xfs.size());
-    return idx;
-  });
+  restyle_one(s, row, col, [&](uint32_t old) { return recolored_xf(old, color); });
+}
+
+void Book::recolor_cell(Sheet& s, Cell& c, const Color& color) {
+  c.set_style(recolored_xf(c.style(), color));
+  touch(s);
 }
 
 uint32_t Book::font_with_color(uint32_t font, const Color& color) {

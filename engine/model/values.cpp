@@ -1,5 +1,6 @@
 // What cells hold and show (values, texts, formulas as text), and entering, storing and
 // clearing them.
+#include <algorithm>
 #include <cmath>
 
 #include "engine/model/address.hpp"
@@ -54,25 +55,36 @@ bool shows_dates(const StyleTable& st, uint32_t numfmt_id) {
 
 Variant Book::value_variant(const Sheet& s, int32_t row, int32_t col) const {
   const Cell* c = s.cells.find(row, col);
-  if (!c) return Variant();
+  return c ? cell_variant(s, *c) : Variant();
+}
+
+bool Book::DatedFormats::operator()(const StyleTable& st, uint32_t xf) {
+  if (xf >= known_.size()) known_.resize(std::max<size_t>(xf + 1, st.xfs.size()), 0);
+  if (!known_[xf]) known_[xf] = shows_dates(st, st.xf(xf).numfmt) ? 1 : 2;
+  return known_[xf] == 1;
+}
+
+Variant Book::cell_variant(const Sheet& s, const Cell& c, DatedFormats* dated) const {
+  auto as_date = [&](double number) {
+    return number >= 0 && number < 2958466 &&
+           (dated ? (*dated)(styles, c.style()) : shows_dates(styles, styles.xf(c.style()).numfmt));
+  };
   // Numbers and texts are read in place rather than through a copied calc::Value.
-  switch (c->kind()) {
+  switch (c.kind()) {
     case CellKind::Number:
-      if (c->num >= 0 && c->num < 2958466 && shows_dates(styles, styles.xf(c->style()).numfmt))
-        return Variant(Date{numfmt::automation_date(c->num, date1904)});
-      return Variant(c->num);
+      if (as_date(c.num)) return Variant(Date{numfmt::automation_date(c.num, date1904)});
+      return Variant(c.num);
     case CellKind::Text:
-      return Variant(String(strings.text(c->index)));
+      return Variant(String(strings.text(c.index)));
     default:
       break;
   }
-  calc::Value v = cell_value(s, *c);
+  calc::Value v = cell_value(s, c);
   switch (v.kind) {
     case calc::Value::Kind::Empty:
       return Variant();
     case calc::Value::Kind::Number:
-      if (v.number >= 0 && v.number < 2958466 && shows_dates(styles, styles.xf(c->style()).numfmt))
-        return Variant(Date{numfmt::automation_date(v.number, date1904)});
+      if (as_date(v.number)) return Variant(Date{numfmt::automation_date(v.number, date1904)});
       return Variant(v.number);
     case calc::Value::Kind::Text:
       return Variant(std::move(v.text));

@@ -73,9 +73,9 @@ int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names, Outcom
 
   const StringView body = StringView(s.entered).substr(1);
   thread_local FmlaPieces pieces;
-  String formula = s.formula;
+  // Pieces are read with the ranges kept as written, which leaves the formula as it is.
   step([&] {
-    require(frame::session().LibFormula)->ParseCellFormula(formula, pieces, false, false);
+    require(frame::session().LibFormula)->ParseCellFormula(s.formula, pieces, false, false);
   });
   bool has_value = false, has_reference = false;
   for (const FmlaPiece& p : pieces) {

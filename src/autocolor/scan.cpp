@@ -1,8 +1,6 @@
 // A colouring run over a host that can read its cells in bulk: the same rules as cell by
 // cell, without a Range, a Font and a Hyperlinks object made for every cell visited. On a
 // model of a million cells those objects, not the rules, were most of a run's time.
-#include <tuple>
-
 #include "autocolor/rules.hpp"
 #include "frame/resume.hpp"
 #include "frame/session.hpp"
@@ -38,17 +36,20 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
 
   // Deciding reads each cell only, so the colours are set after the walk, in its order,
   // which is the order the cell-by-cell run sets them in.
-  std::vector<std::tuple<int32_t, int32_t, int32_t>> paints;
+  std::vector<host::Paint> paints;
+  host::ScanRequest request;
+  request.hyperlinks = knobs.hyperlinks();
+  request.colons = !knobs.dates();
+  request.font_colors = observer_ && !observer_->needs_cells();
+  // Only an observer that is handed cells as ranges reaches the host during the walk.
+  request.visitor_stays_out = !(observer_ && observer_->needs_cells());
   const bool scanned = value_or(false, [&] {
-    return scan->scan([&](int32_t row, int32_t column, const Variant& value) {
+    return scan->scan(request, [&](const host::ScannedCell& cell) {
+      const int32_t row = cell.row, column = cell.column;
+      const Variant& value = cell.value;
       visited((static_cast<int64_t>(row - top) * width) + (column - left) + 1);
-      String prefix, formula;
-      step([&] { prefix = scan->prefix_character(row, column); });
-      step([&] { formula = scan->formula(row, column).value_or(String()); });
-      const int32_t links =
-          knobs.hyperlinks() ? value_or(int32_t{0}, [&] { return scan->hyperlinks(row, column); })
-                             : 0;
-      autocolor::Subject s(formula, prefix + formula, links);
+      const int32_t links = cell.hyperlinks;
+      autocolor::Subject s(cell.formula, cell.prefix + cell.formula, links);
 
       // The text and date opt-outs, told apart as the cell types are.
       std::optional<autocolor::Outcome> skipped;
@@ -56,38 +57,32 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
         if (value.is_string()) {
           if (!knobs.text()) skipped = autocolor::Outcome::SkippedText;
         } else if (!value.is_bool() && !value.is_error() && !knobs.dates()) {
-          const bool dated =
-              is_date(value) || value_or(false, [&] { return scan->shows_colon(row, column); });
-          if (dated) skipped = autocolor::Outcome::SkippedDate;
+          if (value.is_date() || cell.shows_colon) skipped = autocolor::Outcome::SkippedDate;
         }
       }
       std::optional<int32_t> colour;
       autocolor::Outcome outcome = skipped.value_or(autocolor::Outcome::Input);
       if (!skipped) {
         colour = autocolor::decide(s, knobs, false, nullptr, &outcome);
-        paints.emplace_back(row, column, *colour);
+        paints.push_back({row, column, *colour});
       }
       if (observer_) {
-        if (observer_->needs_cells()) {
+        if (observer_->needs_cells())
           observer_->decided(cell_at(row, column), outcome, colour);
-        } else {
-          const Variant before =
-              colour ? value_or(Variant::null(), [&] { return scan->font_color(row, column); })
-                     : Variant::null();
-          observer_->decided_colour(before, outcome, colour);
-        }
+        else
+          observer_->decided_colour(colour ? cell.font_color : Variant::null(), outcome, colour);
       }
       return true;
     });
   });
   if (!scanned) return false;
 
-  for (const auto& [row, column, colour] : paints) {
-    if (value_or(true, [&] { return scan->line_hidden(row, column); }))
-      autocolor::paint(cell_at(row, column), colour);
-    else
-      step([&] { scan->set_font_color(row, column, colour); });
-  }
+  // Hidden rows and columns are shown for the moment a colour takes, through a Range.
+  step([&] {
+    scan->set_font_colors(paints, [&](const host::Paint& p) {
+      autocolor::paint(cell_at(p.row, p.column), p.colour);
+    });
+  });
   return true;
 }
 

@@ -473,14 +473,25 @@ TEST_F(Runs, AWorkbookRunAsksOnceAndColoursEveryWorksheet) {
 // --- Runs over real workbooks ---------------------------------------------------------------
 
 // What a workbook run did: per cell ("Sheet!A1"), the rule that decided and the colour the
-// cell ends with; and the progress shown.
+// cell ends with; the rules in the order decided, with the colour each cell had before; and
+// the progress shown.
 struct Outcomes final : autocolor::Observer {
+  explicit Outcomes(bool with_cells) : with_cells(with_cells) {}
   void decided(const host::RangePtr& cell, autocolor::Outcome outcome,
-               std::optional<int32_t>) override {
+               std::optional<int32_t> colour) override {
     rules[to_utf8(cell->worksheet()->name() + u"!" + cell->address())] = static_cast<int>(outcome);
+    decided_colour(colour ? cell->font()->color() : Variant::null(), outcome, colour);
   }
+  // Without cells, a run over the engine reads them ahead of the rules on a second thread.
+  bool needs_cells() const override { return with_cells; }
+  void decided_colour(const Variant& before, autocolor::Outcome outcome,
+                      std::optional<int32_t>) override {
+    in_order.emplace_back(static_cast<int>(outcome), before);
+  }
+  bool with_cells;
   std::map<std::string, int> rules;
   std::map<std::string, Variant> colours;
+  std::vector<std::pair<int, Variant>> in_order;
   /// The formulas as the run was handed them, by cell.
   std::map<std::string, String> formulas;
   std::vector<std::pair<String, int32_t>> shown;
@@ -490,8 +501,10 @@ class CorpusRuns : public ClientTest {
  protected:
   // Opens `file` in an application of its own and colours every worksheet. `per_cell` hides
   // the engine's bulk reads behind a forwarding wrapper, so the run visits each cell as a
-  // Range.
-  Outcomes run(const std::filesystem::path& file, bool per_cell) {
+  // Range. An observer without cells learns no addresses: the colours are then read from the
+  // cells `cells_of` decided.
+  Outcomes run(const std::filesystem::path& file, bool per_cell, bool with_cells = true,
+               const Outcomes* cells_of = nullptr) {
     engine::xlsx::register_format();
     host::ApplicationPtr engine_app = engine::create_application();
     host::ApplicationPtr seen =
@@ -499,7 +512,7 @@ class CorpusRuns : public ClientTest {
     lib->InitXL(seen);
     host::OpenArgs args;
     args.filename = from_utf8(file.string());
-    Outcomes out;
+    Outcomes out(with_cells);
     host::WorkbookPtr book;
     try {
       book = seen->workbooks()->open(args);
@@ -512,7 +525,7 @@ class CorpusRuns : public ClientTest {
     colouring->AutoColorWorkbook(book);
     colouring->set_observer(nullptr);
     out.shown = scope.ui->progress_shown;
-    for (const auto& [where, rule] : out.rules) {
+    for (const auto& [where, rule] : (cells_of ? *cells_of : out).rules) {
       const size_t bang = where.rfind('!');
       const host::RangePtr cell = book->worksheets()
                                       ->item(Variant(from_utf8(where.substr(0, bang))))
@@ -567,6 +580,12 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       "ws['B3'] = '=\"\"'\n"
       "ws['B4'] = '=B1*B1'\n"
       "wb.create_sheet('Other')['A1'] = '=Sheet1!B4'\n"
+      "big = wb.create_sheet('Big')\n"
+      "for r in range(1, 3001):\n"
+      "    big.cell(r, 1, r)\n"
+      "    big.cell(r, 2, f'=A{r}*2' if r % 3 else f'=Other!A1+A{r}')\n"
+      "    big.cell(r, 3, 'note' if r % 5 else None)\n"
+      "    big.cell(r, 4, r / 1440).number_format = 'h:mm' if r % 7 == 0 else 'General'\n"
       "wb.save(sys.argv[1])\n";
   const std::filesystem::path script_file = tmp / "write.py";
   std::ofstream(script_file) << script;
@@ -581,11 +600,15 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       SCOPED_TRACE(file.string() + (opted_in ? " (texts and dates too)" : ""));
       const Outcomes bulk = run(file, false);
       const Outcomes each = run(file, true);
+      const Outcomes ahead = run(file, false, false, &each);
       EXPECT_FALSE(each.rules.empty());
       EXPECT_EQ(bulk.rules, each.rules);
       EXPECT_EQ(bulk.colours, each.colours);
       EXPECT_EQ(bulk.formulas, each.formulas);
       EXPECT_EQ(bulk.shown, each.shown);
+      EXPECT_EQ(ahead.in_order, each.in_order);
+      EXPECT_EQ(ahead.colours, each.colours);
+      EXPECT_EQ(ahead.shown, each.shown);
       if (file != uncached) continue;
       const auto rule = [&](const char* where) {
         auto it = each.rules.find(where);
