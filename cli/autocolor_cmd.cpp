@@ -170,6 +170,15 @@ double seconds_since(Clock::time_point t) {
   return std::chrono::duration<double>(Clock::now() - t).count();
 }
 
+// Memory the process has freed stays resident in the allocator until reused; between the
+// phases of a run, whose buffers differ in size and thread, handing it back keeps the freed
+// pages of one phase from adding up into the peak of the next.
+void give_back_freed_memory() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
 int32_t colour_of(qz::iAutoColor& ac, Outcome o) {
   switch (o) {
     case Outcome::Input:
@@ -237,6 +246,9 @@ int run_one(const Options& o, const std::map<String, int32_t>& fixed, const Inpu
   auto t = Clock::now();
   const auto book = session.open(in);
   timing.load = seconds_since(t);
+  // Reading sheets side by side leaves freed parse buffers resident in the allocator's
+  // per-thread pools, under the lists colouring makes next.
+  give_back_freed_memory();
 
   auto ac = std::dynamic_pointer_cast<qz::iAutoColor>(session.lib->NewAutoColor());
   if (!ac) throw Failure("this build's AutoColor cannot report on its runs");
@@ -276,12 +288,9 @@ int run_one(const Options& o, const std::map<String, int32_t>& fixed, const Inpu
   ac->set_observer(nullptr);
 
   if (!o.dry_run) {
-#if defined(__GLIBC__)
-    // Colouring's lists of cells are freed by now but stay resident in the allocator, while
-    // saving takes its large buffers fresh from the system: handing the freed pages back
-    // first keeps them from adding up into the run's peak.
-    malloc_trim(0);
-#endif
+    // Colouring's lists of cells are freed by now, and saving takes its large buffers
+    // fresh from the system.
+    give_back_freed_memory();
     t = Clock::now();
     session.save(book, out);
     timing.save = seconds_since(t);
