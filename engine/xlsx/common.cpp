@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "engine/xlsx/xml_scan.hpp"
+#include "vocab/columns.hpp"
 
 namespace qz::engine::xlsx {
 
@@ -45,11 +46,7 @@ std::optional<Rect> parse_ref(std::string_view t) {
 }
 
 char* write_cell(char* p, int32_t row, int32_t col) {
-  char letters[8];
-  int n = 0;
-  for (int64_t c = int64_t{col} + 1; c > 0 && n < 8; c = (c - 1) / 26)
-    letters[n++] = static_cast<char>('A' + (c - 1) % 26);
-  while (n) *p++ = letters[--n];
+  p = write_column_letters(p, col);
   return std::to_chars(p, p + 12, row + 1).ptr;
 }
 
