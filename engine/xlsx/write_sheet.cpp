@@ -637,26 +637,46 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
     if (has_attrs && (at = ss.cell_attrs.find({row, col})) != ss.cell_attrs.end())
       extra(at->second);
   };
-  // The common cells (blank, number, boolean, shared text) with no attributes kept aside are
-  // written with one check for room, the row's number made once for all the row's cells; the
-  // rest take the general way below. Both write the same text.
-  const bool tags_fit = cell_tag.fits() && v_open.fits() && v_close.fits() && cell_end.fits();
-  // Enough for the longest such cell: four tags, the reference, a style, a number.
+  // The common cells (blank, number, boolean, shared text, a formula as read with a number, a
+  // truth value or no value) with no attributes kept aside are written with a check for room
+  // or two, the row's number made once for all the row's cells; the rest take the general way
+  // below. Both write the same text.
+  const bool tags_fit = cell_tag.fits() && v_open.fits() && v_close.fits() && cell_end.fits() &&
+                        f_open.fits() && f_close.fits();
+  // Enough for the longest such cell but its formula text: five tags, the reference, a style,
+  // the formula's attributes, a number.
   constexpr size_t kCellRoom = 256;
   char row_digits[16] = {};
   size_t row_len = 0;
   auto write_common = [&](int32_t row, int32_t col, const Cell& c) {
     const CellKind kind = c.kind();
-    if (!tags_fit || kind == CellKind::Formula || kind == CellKind::Error) return false;
-    if (has_attrs && ss.cell_attrs.count({row, col})) return false;
+    if (!tags_fit || kind == CellKind::Error) return false;
     uint32_t shared = 0;
-    if (kind == CellKind::Text) {
-      if (c.index < w_.state->strings)
-        shared = c.index;
-      else if (auto it = strings_.index.find(c.index); it != strings_.index.end())
-        shared = it->second;
-      else
+    const FileFormula* ff = nullptr;
+    const calc::Value* value = nullptr;
+    if (kind == CellKind::Formula) {
+      const FormulaCell& f = s.formulas[c.index];
+      ff = f.file.get();
+      value = &f.value;
+      if (!ff || ff->rare ||
+          (ff->type != FileFormula::Type::None && ff->type != FileFormula::Type::Shared))
         return false;
+      if (ff->type == FileFormula::Type::Shared && ff->text.empty() &&
+          !live_groups.count(ff->shared_index))
+        return false;
+      if (value->kind != calc::Value::Kind::Empty && value->kind != calc::Value::Kind::Number &&
+          value->kind != calc::Value::Kind::Boolean)
+        return false;
+    } else {
+      if (has_attrs && ss.cell_attrs.count({row, col})) return false;
+      if (kind == CellKind::Text) {
+        if (c.index < w_.state->strings)
+          shared = c.index;
+        else if (auto it = strings_.index.find(c.index); it != strings_.index.end())
+          shared = it->second;
+        else
+          return false;
+      }
     }
     char* p = o.reserve(kCellRoom);
     p = TextOut::copy(p, cell_tag);
@@ -683,11 +703,51 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
         p = TextOut::copy(p + 7, v_open);
         *p++ = c.num != 0 ? '1' : '0';
         break;
-      default:  // shared text
+      case CellKind::Text:
         std::memcpy(p, " t=\"s\">", 7);
         p = TextOut::copy(p + 7, v_open);
         p = std::to_chars(p, p + 16, shared).ptr;
         break;
+      default: {  // a formula
+        const bool truth = value->kind == calc::Value::Kind::Boolean;
+        if (truth) {
+          std::memcpy(p, " t=\"b\"", 6);
+          p += 6;
+        }
+        *p++ = '>';
+        p = TextOut::copy(p, f_open);
+        if (ff->type == FileFormula::Type::Shared) {
+          std::memcpy(p, " t=\"shared\"", 11);
+          p += 11;
+        }
+        if (ff->shared_index >= 0) {
+          std::memcpy(p, " si=\"", 5);
+          p = std::to_chars(p + 5, p + 16, ff->shared_index).ptr;
+          *p++ = '"';
+        }
+        if (ff->aca_false) {
+          std::memcpy(p, " aca=\"false\"", 12);
+          p += 12;
+        }
+        if (ff->text.empty()) {
+          std::memcpy(p, "/>", 2);
+          p += 2;
+        } else {
+          *p++ = '>';
+          o.done(p);
+          o.put_escaped(ff->text);
+          p = TextOut::copy(o.reserve(kCellRoom), f_close);
+        }
+        if (value->kind == calc::Value::Kind::Empty) {
+          o.done(TextOut::copy(p, cell_end));
+          return true;
+        }
+        p = TextOut::copy(p, v_open);
+        if (truth)
+          *p++ = value->number != 0 ? '1' : '0';
+        else
+          p = write_double(p, value->number);
+      }
     }
     o.done(TextOut::copy(TextOut::copy(p, v_close), cell_end));
     return true;

@@ -496,7 +496,10 @@ TEST_F(Workbooks, AChangedPrefixedSheetWritesEveryKindOfCellUnderItsPrefix) {
         "<x:worksheet " + main + "><x:sheetData>" +
             R"(<x:row r="12"><x:c r="A12" s="1"><x:v>1.5</x:v></x:c><x:c r="B12" t="b"><x:v>1</x:v></x:c>)"
             R"(<x:c r="C12" s="1"/><x:c r="D12" t="s"><x:v>2</x:v></x:c><x:c r="E12" t="s" cm="1"><x:v>0</x:v></x:c>)"
-            R"(<x:c r="F12"><x:f>A12*2</x:f><x:v>3</x:v></x:c></x:row>)"
+            R"(<x:c r="F12"><x:f>A12*2</x:f><x:v>3</x:v></x:c>)"
+            R"(<x:c r="G12" t="b"><x:f aca="false">A12&gt;1</x:f><x:v>1</x:v></x:c><x:c r="H12"><x:f>H9</x:f></x:c>)"
+            R"(<x:c r="I12"><x:f t="shared" ref="I12:J12" si="0">A12+1</x:f><x:v>2.5</x:v></x:c>)"
+            R"(<x:c r="J12"><x:f t="shared" si="0"/><x:v>1</x:v></x:c></x:row>)"
             R"(<x:row r="9"><x:c r="Z9" t="e"><x:v>#N/A</x:v></x:c></x:row>)"
             "</x:sheetData></x:worksheet>"}}));
   Sheet& s = sheet(*b, 0);
@@ -509,7 +512,10 @@ TEST_F(Workbooks, AChangedPrefixedSheetWritesEveryKindOfCellUnderItsPrefix) {
       HasSubstr(
           R"(<x:row r="12"><x:c r="A12" s="1"><x:v>1.5</x:v></x:c><x:c r="B12" t="b"><x:v>1</x:v></x:c>)"
           R"(<x:c r="C12" s="1"/><x:c r="D12" t="s"><x:v>2</x:v></x:c><x:c r="E12" cm="1" t="s"><x:v>0</x:v></x:c>)"
-          R"(<x:c r="F12"><x:f>A12*2</x:f><x:v>3</x:v></x:c></x:row>)"));
+          R"(<x:c r="F12"><x:f>A12*2</x:f><x:v>3</x:v></x:c>)"
+          R"(<x:c r="G12" t="b"><x:f aca="false">A12&gt;1</x:f><x:v>1</x:v></x:c><x:c r="H12"><x:f>H9</x:f></x:c>)"
+          R"(<x:c r="I12"><x:f t="shared" ref="I12:J12" si="0">A12+1</x:f><x:v>2.5</x:v></x:c>)"
+          R"(<x:c r="J12"><x:f t="shared" si="0"/><x:v>1</x:v></x:c></x:row>)"));
   EXPECT_THAT(
       xml,
       HasSubstr(
