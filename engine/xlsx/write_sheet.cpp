@@ -643,9 +643,10 @@ void SheetWriter::sheet_data(Sheet& s, SheetState& ss, EntrySink& sink) {
   // below. Both write the same text.
   const bool tags_fit = cell_tag.fits() && v_open.fits() && v_close.fits() && cell_end.fits() &&
                         f_open.fits() && f_close.fits();
-  // Enough for the longest such cell but its formula text: five tags, the reference, a style,
-  // the formula's attributes, a number.
-  constexpr size_t kCellRoom = 256;
+  // Enough for the longest such cell but its formula text, whatever the part's prefix: six
+  // tags of up to kFixed characters (each copied whole), the reference, a style, the formula's
+  // attributes and a number come to under 300.
+  constexpr size_t kCellRoom = 512;
   char row_digits[16] = {};
   size_t row_len = 0;
   auto write_common = [&](int32_t row, int32_t col, const Cell& c) {
