@@ -3,6 +3,7 @@
 // A hand-written recursive descent over characters rather than a separate lexer: whether a
 // blank is the intersection operator, whether "1:3" is a number or a row range and whether
 // "LOG10" is a cell or a function all depend on what surrounds them.
+#include <array>
 #include <cmath>
 #include <cstdlib>
 #include <optional>
@@ -14,10 +15,10 @@
 namespace qz::engine::calc {
 namespace {
 
-bool is_ascii_letter(char16_t c) {
+constexpr bool is_ascii_letter(char16_t c) {
   return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
 }
-bool is_digit(char16_t c) {
+constexpr bool is_digit(char16_t c) {
   return c >= u'0' && c <= u'9';
 }
 // Letters beyond ASCII count as letters: names and sheet names may use any script.
@@ -27,8 +28,16 @@ bool is_letter(char16_t c) {
 bool is_ident_start(char16_t c) {
   return is_letter(c) || c == u'_' || c == u'\\';
 }
+// The ASCII characters that continue a name, a sheet name or a reference. Every character of
+// nearly every token is checked, so by a table.
+constexpr std::array<bool, 128> kIdentAscii = [] {
+  std::array<bool, 128> t{};
+  for (char16_t c = 0; c < 128; ++c)
+    t[c] = is_ascii_letter(c) || is_digit(c) || c == u'_' || c == u'.' || c == u'\\' || c == u'?';
+  return t;
+}();
 bool is_ident_char(char16_t c) {
-  return is_letter(c) || is_digit(c) || c == u'_' || c == u'.' || c == u'\\' || c == u'?';
+  return c < 0x80 ? kIdentAscii[c] : is_letter(c);
 }
 bool is_blank(char16_t c) {
   return c == u' ' || c == u'\n' || c == u'\r' || c == u'\t';
