@@ -1016,8 +1016,14 @@ Operand Evaluator::apply(Op op, const Operand& a, const Operand& b) {
 
 Operand Evaluator::binary(const Formula& f, const Node& n, uint32_t lhs, uint32_t rhs) {
   // Long chains such as 1+2+3+...+n nest to the left; walk down them in a loop rather than
-  // by recursion, so that a formula of thousands of terms needs no deep stack.
-  std::vector<uint32_t> chain{static_cast<uint32_t>(&n - f.nodes.data())};
+  // by recursion, so that a formula of thousands of terms needs no deep stack. Most
+  // operators have no chain to their left: they need no list of it.
+  const uint32_t self = static_cast<uint32_t>(&n - f.nodes.data());
+  if (f.nodes[lhs].kind != NodeKind::Binary) {
+    Operand a = eval(f, lhs);
+    return apply(n.op, a, eval(f, self - 1));
+  }
+  std::vector<uint32_t> chain{self};
   uint32_t left = lhs;
   while (f.nodes[left].kind == NodeKind::Binary && chain.size() < 100000) {
     chain.push_back(left);

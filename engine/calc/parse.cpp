@@ -3,8 +3,10 @@
 // A hand-written recursive descent over characters rather than a separate lexer: whether a
 // blank is the intersection operator, whether "1:3" is a number or a row range and whether
 // "LOG10" is a cell or a function all depend on what surrounds them.
+#include <array>
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include "engine/calc/formula.hpp"
@@ -13,10 +15,10 @@
 namespace qz::engine::calc {
 namespace {
 
-bool is_ascii_letter(char16_t c) {
+constexpr bool is_ascii_letter(char16_t c) {
   return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
 }
-bool is_digit(char16_t c) {
+constexpr bool is_digit(char16_t c) {
   return c >= u'0' && c <= u'9';
 }
 // Letters beyond ASCII count as letters: names and sheet names may use any script.
@@ -26,8 +28,16 @@ bool is_letter(char16_t c) {
 bool is_ident_start(char16_t c) {
   return is_letter(c) || c == u'_' || c == u'\\';
 }
+// The ASCII characters that continue a name, a sheet name or a reference. Every character of
+// nearly every token is checked, so by a table.
+constexpr std::array<bool, 128> kIdentAscii = [] {
+  std::array<bool, 128> t{};
+  for (char16_t c = 0; c < 128; ++c)
+    t[c] = is_ascii_letter(c) || is_digit(c) || c == u'_' || c == u'.' || c == u'\\' || c == u'?';
+  return t;
+}();
 bool is_ident_char(char16_t c) {
-  return is_letter(c) || is_digit(c) || c == u'_' || c == u'.' || c == u'\\' || c == u'?';
+  return c < 0x80 ? kIdentAscii[c] : is_letter(c);
 }
 bool is_blank(char16_t c) {
   return c == u' ' || c == u'\n' || c == u'\r' || c == u'\t';
@@ -120,6 +130,8 @@ class Parser {
   char16_t at(size_t i) const { return i < s_.size() ? s_[i] : char16_t(0); }
 
   String skip_blanks() {
+    // Most tokens follow no blanks at all.
+    if (pos_ >= s_.size() || !is_blank(s_[pos_])) return String();
     size_t start = pos_;
     while (pos_ < s_.size() && is_blank(s_[pos_])) ++pos_;
     return String(s_.substr(start, pos_ - start));
@@ -468,7 +480,8 @@ class Parser {
       longer = to_utf8(typed);
       digits = longer.c_str();
     }
-    double v = std::strtod(digits, nullptr);
+    double v = short_decimal(typed).value_or(0);
+    if (v == 0) v = std::strtod(digits, nullptr);
     if (!std::isfinite(v)) fail_at(start, "number out of range");
     Node n;
     n.kind = NodeKind::Number;
@@ -479,6 +492,22 @@ class Parser {
       if (spelled != canonical_number(v)) n.str = intern(std::move(spelled));
     }
     emit_leaf(n);
+  }
+
+  // The value of a number typed with at most 15 digits and no exponent ("12", "1.05"): those
+  // digits make an integer a double holds exactly, and one division by an exact power of ten
+  // rounds once, correctly, to the double the general conversion gives. Nothing for others.
+  static std::optional<double> short_decimal(StringView t) {
+    static constexpr double kTens[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+    uint64_t m = 0;
+    size_t digits = 0, fraction = 0, i = 0;
+    for (; i < t.size() && is_digit(t[i]); ++i, ++digits) m = m * 10 + (t[i] - u'0');
+    if (i < t.size() && t[i] == u'.')
+      for (++i; i < t.size() && is_digit(t[i]); ++i, ++digits, ++fraction)
+        m = m * 10 + (t[i] - u'0');
+    if (i != t.size() || digits == 0 || digits > 15) return std::nullopt;
+    return static_cast<double>(m) / kTens[fraction];
   }
 
   // Whether a number typed as `t` (digits and a point) is spelled as canonical_number shows its

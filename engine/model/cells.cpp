@@ -131,6 +131,14 @@ void CellStore::for_each(const Rect& area,
                        [&](int32_t r, const Cell& c) { return visit(r, c1, c); });
     return;
   }
+  if (area.row1 == area.row2) {
+    // One row (a formula summing the cells to its left, say): a lookup per column finds the
+    // cells in order, without setting up a merge.
+    for (int32_t col = c1; col <= c2; ++col)
+      if (const Cell* cell = find_in(const_cast<Column&>(cols_[col]), area.row1))
+        if (!visit(area.row1, col, *cell)) return;
+    return;
+  }
   // Row order over several columns: merge the columns' cursors.
   struct Cursor {
     int32_t col;

@@ -524,9 +524,12 @@ void Book::recalc_dirty_once() {
   size_t limit = 0;
   for (auto& s : sheets) limit += s->formulas.size();
   uint64_t first = evaluations_, done = 0;
+  // One stack serves every item: most formulas are done in one step, and a stack of their
+  // own would cost each of them an allocation.
+  std::vector<std::pair<SheetId, uint32_t>> stack;
   for (auto& item : work) {
     if (progress && (++done & 0x3FFF) == 0) progress(evaluations_ - first, work.size());
-    std::vector<std::pair<SheetId, uint32_t>> stack{item};
+    stack.assign(1, item);
     size_t steps = 0;
     while (!stack.empty()) {
       auto [sid, i] = stack.back();

@@ -1,6 +1,7 @@
 // Loading a package into the engine's model. Small parts (workbook, styles, theme, drawings,
 // properties) are read as trees; worksheets and shared strings, which can hold millions of
 // items, are read token by token straight into the cell store.
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstring>
@@ -793,16 +794,24 @@ void Loader::read_sheet(SheetJob& job) {
 // read it, once the sheet is complete (a slot may have been taken over by a later cell).
 void Loader::parse_ahead(SheetJob& job) {
   calc::FormulaCache cache;
+  // The texts are widened into one buffer: nearly all are ASCII, and a string of their own
+  // would cost each formula an allocation.
+  String wide;
   for (uint32_t slot : job.formulas.uncached) {
     const FormulaCell& f = job.s.formulas[slot];
     if (!f.live || f.parsed || f.shared_master || !f.file || f.file->text.empty() ||
         f.value.kind != calc::Value::Kind::Empty)
       continue;
+    const std::string& text = f.file->text;
+    if (std::all_of(text.begin(), text.end(),
+                    [](char c) { return static_cast<unsigned char>(c) < 0x80; }))
+      wide.assign(text.begin(), text.end());
+    else
+      wide = f.file->text16();
     try {
       // Straight into the sheet's own cell: a list of parses beside the cells would hold
       // a pointer pair per formula of every sheet until the last one is read.
-      book_->set_parse(job.s, slot,
-                       cache.parse(f.file->text16(), calc::Notation::A1, f.at, job.s.id, *book_));
+      book_->set_parse(job.s, slot, cache.parse(wide, calc::Notation::A1, f.at, job.s.id, *book_));
     } catch (const Error&) {
       // Left to the calculation, which meets the same problem and keeps the text.
     }

@@ -770,6 +770,10 @@ String from_utf8(std::string_view s) {
   String out;
   out.reserve(s.size());
   size_t i = 0, n = s.size();
+  // Nearly all text in a workbook is ASCII: its leading ASCII run is widened unit by unit
+  // without decoding.
+  while (i < n && static_cast<unsigned char>(s[i]) < 0x80) ++i;
+  out.assign(s.begin(), s.begin() + static_cast<std::ptrdiff_t>(i));
   while (i < n) {
     unsigned char b = static_cast<unsigned char>(s[i]);
     uint32_t c;

@@ -239,6 +239,19 @@ TEST(CellStoreTest, KeepsCellsOrderedWhateverTheInsertionOrder) {
   });
   EXPECT_EQ(seen, cells.size());
   EXPECT_EQ(store.count_in(Rect{3, 1, 9, 2}), 6u);
+  // One row: its cells left to right, none of the rows around it, and a stop when asked.
+  std::vector<int32_t> in_row;
+  store.for_each(Rect{9, 1, 9, kLastCol}, [&](int32_t r, int32_t c, const Cell&) {
+    in_row.push_back(r * 10 + c);
+    return c < 2;
+  });
+  EXPECT_EQ(in_row, (std::vector<int32_t>{91, 92}));
+  in_row.clear();
+  store.for_each(Rect{10, 0, 10, 3}, [&](int32_t r, int32_t c, const Cell&) {
+    in_row.push_back(r * 10 + c);
+    return true;
+  });
+  EXPECT_TRUE(in_row.empty());
   for (auto [r, c] : cells)
     if (r % 2 == 0) store.erase(r, c);
   EXPECT_EQ(store.find(6, 0), nullptr);

@@ -2,7 +2,11 @@
 // copying, and the messages for text that is not a formula.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <random>
+#include <string>
 
 #include "calc_fixture.hpp"
 #include "engine/calc/as_written.hpp"
@@ -75,6 +79,22 @@ TEST(Rendering, NormalisesCaseAndKeepsWhatWasTyped) {
   EXPECT_EQ(to_utf8(render(*f, CellRef{}, 0, book, [](StringView s) { return String(s); })),
             "_xlfn._xlws.FILTER(A1:A3,A1:A3>1)+_xlfn.SINGLE(B1:B3)+SUM(_xlfn.ANCHORARRAY(C1))+"
             "_xlfn.XLOOKUP(1,A:A,B:B)+ABS(1)");
+}
+
+// Numbers in formulas are worth exactly what the general decimal conversion makes of them,
+// however many digits they have and wherever the point is.
+TEST(Numbers, ReadAsTheGeneralConversionReadsThem) {
+  TestBook book;
+  std::mt19937_64 rng(5);
+  for (int k = 0; k < 3000; ++k) {
+    std::string digits = std::to_string(rng() % 10000000000000000000ull);
+    digits = digits.substr(0, 1 + rng() % std::min<size_t>(digits.size(), 17));
+    const size_t point = rng() % (digits.size() + 2);
+    if (point <= digits.size()) digits.insert(point, ".");
+    if (digits == ".") continue;
+    const std::string text = digits + (k % 10 == 0 ? "e-3" : "");
+    EXPECT_EQ(book.eval(from_utf8(text)), N(std::strtod(text.c_str(), nullptr))) << text;
+  }
 }
 
 TEST(Rendering, TextTakenAsWrittenIsWhatRenderingGivesBack) {

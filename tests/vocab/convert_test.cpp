@@ -297,6 +297,7 @@ TEST(Utf, RoundTripsTextOutsideTheBasicPlane) {
   EXPECT_EQ(from_utf8(to_utf8(s)), s);
   EXPECT_EQ(s.size(), 15u);  // the emoji counts two units, as the runtime counts it
   EXPECT_EQ(from_utf8("\xC3\x28"), String(u"\xFFFD("));
+  EXPECT_EQ(from_utf8("ab\xC3\x28"), String(u"ab\xFFFD("));  // after a run of ASCII
   EXPECT_EQ(to_utf8(String(1, u'\xD800')), "\xEF\xBF\xBD");  // a lone surrogate
 }
 
