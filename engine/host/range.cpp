@@ -518,11 +518,12 @@ class ERange final : public host::Range, public host::CellScan {
   }
   String formula_of(int32_t row, int32_t column, const Cell* c) {
     if (c && c->kind() == CellKind::Formula) {
-      // A formula read from a file and not parsed since: its text, when parsing and
-      // rendering it would give that text back, without doing either.
+      // A formula read from a file: its text, when parsing and rendering it would give that
+      // text back, without doing either. A parse it keeps (made when the workbook opened, for
+      // one stored without a value) says the same while the sheets and cells are as read.
       const FormulaCell& f = sh().formula(*c);
-      if (!f.parsed && !f.shared_master && f.file && !f.file->text.empty() &&
-          calc::renders_as_written(f.file->text, *book_)) {
+      if ((!f.parsed || book_->layout_as_read()) && !f.shared_master && f.file &&
+          !f.file->text.empty() && calc::renders_as_written(f.file->text, *book_)) {
         // Formulas are nearly always ASCII, widened here in place.
         const std::string& text = f.file->text;
         String out;
