@@ -26,6 +26,8 @@ bool is_true(const Variant& v) {
 }
 
 int32_t quote_aware_find(StringView text, StringView sought) {
+  // Most formulas hold neither a bracket nor a "!" at all, inside quotes or out.
+  if (text.find(sought) == StringView::npos) return 0;
   return value_or(int32_t{0}, [&] {
     return require(require(frame::session().VBLib)->iString)
         ->instr_outside_quotes(1, text, sought, u'"');

@@ -11,9 +11,15 @@ namespace qz::autocolor {
 struct Subject {
   /// Reads the entered text (the prefix character and the formula).
   explicit Subject(host::RangePtr cell);
-  /// What has been read already, for a run that reads cells without a Range each.
-  Subject(String formula, String entered, int32_t links)
-      : formula(std::move(formula)), entered(std::move(entered)), links(links) {}
+  /// No cell yet: a run that reads cells without a Range each hands them over by `reread`.
+  Subject() = default;
+  /// Takes what such a run read of its next cell, keeping the room the texts had, so that a
+  /// run of a million cells makes no new texts for most of them.
+  void reread(const String& read_formula, const String& prefix, int32_t read_links) {
+    formula.assign(read_formula);
+    entered.assign(prefix).append(read_formula);
+    links = read_links;
+  }
   host::RangePtr cell;
   String formula;
   /// `PrefixCharacter & Formula`: what the person typed.

@@ -43,13 +43,14 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
   request.font_colors = observer_ && !observer_->needs_cells();
   // Only an observer that is handed cells as ranges reaches the host during the walk.
   request.visitor_stays_out = !(observer_ && observer_->needs_cells());
+  autocolor::Subject s;
   const bool scanned = value_or(false, [&] {
     return scan->scan(request, [&](const host::ScannedCell& cell) {
       const int32_t row = cell.row, column = cell.column;
       const Variant& value = cell.value;
       visited((static_cast<int64_t>(row - top) * width) + (column - left) + 1);
       const int32_t links = cell.hyperlinks;
-      autocolor::Subject s(cell.formula, cell.prefix + cell.formula, links);
+      s.reread(cell.formula, cell.prefix, links);
 
       // The text and date opt-outs, told apart as the cell types are.
       std::optional<autocolor::Outcome> skipped;
