@@ -48,6 +48,14 @@ int32_t Subject::hyperlinks() {
   return *links;
 }
 
+double Subject::constant(const String& text) {
+  if (constant_ && constant_->first == text) return constant_->second;
+  double d = 1;
+  // Only a number is kept: a text that reads as none is a skipped step each time.
+  if (assign(d, [&] { return to_double(Variant(text)); })) constant_.emplace(text, d);
+  return d;
+}
+
 bool opts_out(Subject& s, Knobs& knobs, Outcome* why) {
   // A cell with a hyperlink is coloured as a hyperlink whatever it holds.
   if (knobs.hyperlinks() && s.hyperlinks() > 0) return false;
@@ -83,7 +91,7 @@ int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names, Outcom
   for (const FmlaPiece& p : pieces) {
     if (p.IsValue) {
       // Multiplying by 1 or adding 0 keeps a formula a plain formula.
-      const double d = value_or(1.0, [&] { return to_double(Variant(p.ThePiece)); });
+      const double d = s.constant(p.ThePiece);
       if (d != 1 && d != 0) has_value = true;
     } else if (p.IsSimpleText) {
       has_value = true;

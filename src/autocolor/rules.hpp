@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 
 #include "autocolor/internal.hpp"
 
@@ -26,9 +27,13 @@ struct Subject {
   String entered;
   /// `Hyperlinks.Count`, read on first use (0 when it cannot be read).
   int32_t hyperlinks();
+  /// The number a constant of a formula reads as (1 when it reads as none). A run's subject
+  /// keeps the last one: its cells' formulas mostly repeat the same few constants.
+  double constant(const String& text);
 
  private:
   std::optional<int32_t> links;
+  std::optional<std::pair<String, double>> constant_;
 };
 
 /// The text and date opt-out: true when the cell is to be left exactly as it is; `why`
