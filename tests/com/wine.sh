@@ -21,6 +21,15 @@ wine_bin="$(command -v wine64 || command -v wine || true)"
 
 skip() { echo "SKIPPED: $*"; exit 77; }
 
+# Ends the prefix's server and its services and waits for them: the server writes the
+# registry back into the prefix as it ends, which would race with removing the folder.
+stop_server() {
+  if [ -n "$wine_bin" ] && [ -d "$prefix" ]; then
+    timeout 60 wineserver -k >/dev/null 2>&1 || true
+    timeout 60 wineserver -w >/dev/null 2>&1 || true
+  fi
+}
+
 case "$cmd" in
   setup)
     dlls="${3:-}"
@@ -28,6 +37,7 @@ case "$cmd" in
     for dll in QZXLLib.dll testhost/QZXLTestHost.dll; do
       [ -f "$dlls/$dll" ] || skip "$dlls/$dll is not built (run scripts/build-windows.sh)"
     done
+    stop_server
     rm -rf "$prefix"
     mkdir -p "$prefix"
     timeout 300 "$wine_bin" wineboot -i >/dev/null 2>&1 || { echo "wineboot failed" >&2; exit 1; }
@@ -53,7 +63,6 @@ case "$cmd" in
     # The script host reads scripts in the ANSI code page; the sources are UTF-8.
     { cat "$here/scenarios/lib.vbs" "$scenario"; printf '\nSummary\n'; } |
       iconv -f UTF-8 -t CP1252 > "$script" || { echo "cannot convert $scenario" >&2; exit 1; }
-    rm -f "$prefix/drive_c/qzxl/$name.msgbox.log"
     export QZXL_UNATTENDED="C:\\qzxl\\$name.msgbox.log"
     # Wine takes the user's locale from the environment: en-US unless the scenario's first
     # line names another ("' locale: de_DE.UTF-8"), whatever the machine's own settings.
@@ -65,14 +74,23 @@ case "$cmd" in
       printf 'WScript.Quit 0\r\n' > "$prefix/drive_c/qzxl/settle.vbs"
       timeout 120 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\settle.vbs" >/dev/null 2>&1
     fi
-    output="$(timeout 300 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r')"
-    status=$?
+    attempt() {
+      rm -f "$prefix/drive_c/qzxl/$name.msgbox.log"
+      output="$(timeout 300 "$wine_bin" cscript.exe //nologo "C:\\qzxl\\$name.vbs" 2>&1 | tr -d '\r')"
+      status=$?
+      # cscript ends with 0 even when the script dies: only the summary line tells success.
+      [ $status -eq 0 ] && echo "$output" | grep -Eq '^PASS ([0-9]+)/\1$'
+    }
+    attempt && { echo "$output"; exit 0; }
+    # Wine on a busy machine now and then loses a script run that passes on its own (seen
+    # once in a full run, never when repeated): run it once more, and show what the first
+    # run printed so a fault that comes and goes still leaves its trace in the log.
+    echo "--- first run: status $status, output:"
+    echo "$output" | tail -n 40
+    echo "--- second run:"
+    attempt && { echo "$output"; exit 0; }
     echo "$output"
     [ $status -eq 0 ] || { echo "cscript ended with status $status" >&2; exit 1; }
-    # cscript ends with 0 even when the script dies: only the summary line tells success.
-    if echo "$output" | grep -Eq '^PASS ([0-9]+)/\1$'; then
-      exit 0
-    fi
     echo "no passing summary line from $name" >&2
     echo "$output" | grep -Eq '^FAIL [0-9]+/[0-9]+$' && exit 1
     # The script host reports no script errors; the interpreter's trace shows where it stopped.
@@ -94,9 +112,7 @@ case "$cmd" in
     exit 1
     ;;
   cleanup)
-    if [ -n "$wine_bin" ] && [ -d "$prefix" ]; then
-      timeout 60 wineserver -k >/dev/null 2>&1 || true
-    fi
+    stop_server
     rm -rf "$prefix"
     ;;
   *)
