@@ -487,6 +487,41 @@ TEST_F(Workbooks, ChangedSheetKeepsWhatTheEngineDoesNotModel) {
   EXPECT_EQ(again->value(sheet(*again, 0), 0, 2), calc::Value::str(u"alpha"));
 }
 
+// A part that binds the main namespace to a prefix: a changed sheet's cells, of every kind and
+// however they are written, go back with the part's prefix, each row's number on its cells.
+TEST_F(Workbooks, AChangedPrefixedSheetWritesEveryKindOfCellUnderItsPrefix) {
+  const std::string main = R"(xmlns:x="http://schemas.openxmlformats.org/spreadsheetml/2006/main")";
+  auto b = load(book_parts(
+      {{"xl/worksheets/sheet1.xml",
+        "<x:worksheet " + main + "><x:sheetData>" +
+            R"(<x:row r="12"><x:c r="A12" s="1"><x:v>1.5</x:v></x:c><x:c r="B12" t="b"><x:v>1</x:v></x:c>)"
+            R"(<x:c r="C12" s="1"/><x:c r="D12" t="s"><x:v>2</x:v></x:c><x:c r="E12" t="s" cm="1"><x:v>0</x:v></x:c>)"
+            R"(<x:c r="F12"><x:f>A12*2</x:f><x:v>3</x:v></x:c>)"
+            R"(<x:c r="G12" t="b"><x:f aca="false">A12&gt;1</x:f><x:v>1</x:v></x:c><x:c r="H12"><x:f>H9</x:f></x:c>)"
+            R"(<x:c r="I12"><x:f t="shared" ref="I12:J12" si="0">A12+1</x:f><x:v>2.5</x:v></x:c>)"
+            R"(<x:c r="J12"><x:f t="shared" si="0"/><x:v>1</x:v></x:c></x:row>)"
+            R"(<x:row r="9"><x:c r="Z9" t="e"><x:v>#N/A</x:v></x:c></x:row>)"
+            "</x:sheetData></x:worksheet>"}}));
+  Sheet& s = sheet(*b, 0);
+  b->set_constant(s, 123455, 27, calc::Value::num(-0.25));
+  b->set_constant(s, 123455, 28, calc::Value::str(u"fresh"));
+  const std::string xml = part(save(*b), "xl/worksheets/sheet1.xml");
+  EXPECT_THAT(xml, HasSubstr(R"(<x:row r="9"><x:c r="Z9" t="e"><x:v>#N/A</x:v></x:c></x:row>)"));
+  EXPECT_THAT(
+      xml,
+      HasSubstr(
+          R"(<x:row r="12"><x:c r="A12" s="1"><x:v>1.5</x:v></x:c><x:c r="B12" t="b"><x:v>1</x:v></x:c>)"
+          R"(<x:c r="C12" s="1"/><x:c r="D12" t="s"><x:v>2</x:v></x:c><x:c r="E12" cm="1" t="s"><x:v>0</x:v></x:c>)"
+          R"(<x:c r="F12"><x:f>A12*2</x:f><x:v>3</x:v></x:c>)"
+          R"(<x:c r="G12" t="b"><x:f aca="false">A12&gt;1</x:f><x:v>1</x:v></x:c><x:c r="H12"><x:f>H9</x:f></x:c>)"
+          R"(<x:c r="I12"><x:f t="shared" ref="I12:J12" si="0">A12+1</x:f><x:v>2.5</x:v></x:c>)"
+          R"(<x:c r="J12"><x:f t="shared" si="0"/><x:v>1</x:v></x:c></x:row>)"));
+  EXPECT_THAT(
+      xml,
+      HasSubstr(
+          R"(<x:row r="123456"><x:c r="AB123456"><x:v>-0.25</x:v></x:c><x:c r="AC123456" t="s"><x:v>3</x:v></x:c></x:row>)"));
+}
+
 // A sheet large enough that loading gives back the pages of rows already read and saving
 // deflates rows as they are written, with cells of the usual shape and of others mixed in each
 // row; saved twice, the second save starting from what the first one wrote.
