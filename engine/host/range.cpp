@@ -484,8 +484,9 @@ class ERange final : public host::Range, public host::CellScan {
     out.formula.clear();
     if (c.kind() == CellKind::Formula || c.kind() == CellKind::Text) {
       try {
-        out.formula = formula_of(row, column, &c);
+        formula_into(row, column, &c, out.formula);
       } catch (...) {
+        out.formula.clear();
       }
     }
     out.hyperlinks = 0;
@@ -517,25 +518,36 @@ class ERange final : public host::Range, public host::CellScan {
     return true;
   }
   String formula_of(int32_t row, int32_t column, const Cell* c) {
+    String out;
+    formula_into(row, column, c, out);
+    return out;
+  }
+  // The same into `out`, which keeps its room: a scan reads its formulas into the few texts
+  // of its blocks, and makes no new one for most of them.
+  void formula_into(int32_t row, int32_t column, const Cell* c, String& out) {
     if (c && c->kind() == CellKind::Formula) {
-      // A formula read from a file and not parsed since: its text, when parsing and
-      // rendering it would give that text back, without doing either.
+      // A formula read from a file: its text, when parsing and rendering it would give that
+      // text back, without doing either. A parse it keeps (made when the workbook opened, for
+      // one stored without a value) says the same while the sheets and cells are as read.
       const FormulaCell& f = sh().formula(*c);
-      if (!f.parsed && !f.shared_master && f.file && !f.file->text.empty() &&
-          calc::renders_as_written(f.file->text, *book_)) {
+      if ((!f.parsed || book_->layout_as_read()) && !f.shared_master && f.file &&
+          !f.file->text.empty() && calc::renders_as_written(f.file->text, *book_)) {
         // Formulas are nearly always ASCII, widened here in place.
         const std::string& text = f.file->text;
-        String out;
-        out.reserve(text.size() + 1);
-        out.push_back(u'=');
-        for (const char ch : text) {
-          if (static_cast<unsigned char>(ch) >= 0x80) return u"=" + f.file->text16();
-          out.push_back(static_cast<char16_t>(ch));
+        out.resize(text.size() + 1);
+        out[0] = u'=';
+        for (size_t i = 0; i < text.size(); ++i) {
+          const auto ch = static_cast<unsigned char>(text[i]);
+          if (ch >= 0x80) {
+            out = u"=" + f.file->text16();
+            return;
+          }
+          out[i + 1] = static_cast<char16_t>(ch);
         }
-        return out;
+        return;
       }
     }
-    return book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
+    out = book_->formula_text(sh(), row - 1, column - 1, calc::Notation::A1);
   }
   bool shows_colon(const Cell& c, const Listed& at, Facts& facts) {
     // A number, typed or calculated, shows a colon only from its format: a time, or a colon

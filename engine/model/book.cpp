@@ -19,6 +19,7 @@ Book::~Book() {
 }
 
 Sheet& Book::add_sheet(String sheet_name, SheetKind kind, int32_t position, bool check) {
+  layout_as_read_ = false;
   if (check) check_sheet_name(sheet_name);
   auto s = std::make_shared<Sheet>(this, next_sheet_id_++, std::move(sheet_name), kind);
   if (position < 0 || position > static_cast<int32_t>(sheets.size()))

@@ -136,6 +136,13 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   void check_sheet_name(StringView candidate, SheetId self = calc::kNoSheet) const;
   void rename_sheet(Sheet& s, StringView new_name);
   void delete_sheet(SheetId id);
+  /// A reader has added all of a file's sheets: what a formula parses to is settled from here.
+  void sheets_read() { layout_as_read_ = true; }
+  /// True from `sheets_read` for as long as no sheet has been added, removed or renamed, no
+  /// row, column or cell has moved and no table or name has changed. Every parse a formula
+  /// keeps was then made from its file text, at the cell it is in, under the sheets there are
+  /// now: rendering it writes what parsing that text now and rendering would.
+  bool layout_as_read() const { return layout_as_read_; }
 
   // --- tables --------------------------------------------------------------------------------
   /// The table of that name (without regard to case) and its sheet; nothing when absent.
@@ -385,6 +392,7 @@ class Book : public calc::SheetResolver, public std::enable_shared_from_this<Boo
   // The formulas of the workbook's cells, one copy of each distinct one.
   calc::FormulaCache formula_cache_;
   bool array_blocks_ = false;  // some array formula is entered over more than one cell
+  bool layout_as_read_ = false;
   std::vector<std::pair<SheetId, CellRef>> pending_;  // changed cells since the last commit
   std::vector<std::pair<SheetId, uint32_t>> dirty_;   // formula slots to recalculate
   std::vector<std::pair<SheetId, uint32_t>> volatile_;

@@ -317,6 +317,7 @@ void Book::register_formula(Sheet& s, FormulaCell& f) {
 }
 
 void Book::name_changed(StringView text) {
+  layout_as_read_ = false;
   changed.workbook = true;
   saved = false;
   if (!graph_valid_) {
@@ -344,6 +345,7 @@ void Book::name_changed(StringView text) {
 }
 
 void Book::invalidate_graph() {
+  layout_as_read_ = false;
   graph_valid_ = false;
   recalc_everything();
 }

@@ -10,6 +10,7 @@
 namespace qz::engine {
 
 void Book::rename_sheet(Sheet& s, StringView new_name) {
+  layout_as_read_ = false;
   check_sheet_name(new_name, s.id);
   if (s.name == new_name) return;
   // Formulas that name the sheet must be parsed under the old name before it changes; their
@@ -47,6 +48,7 @@ std::optional<std::pair<Sheet*, TableRec*>> Book::find_table(StringView table_na
 }
 
 void Book::table_changed(const calc::TableChange& change) {
+  layout_as_read_ = false;
   for (auto& sh : sheets)
     for (auto& f : sh->formulas) {
       if (!f.live || !ensure_parsed(*sh, f)) continue;
@@ -74,6 +76,7 @@ void Book::table_changed(const calc::TableChange& change) {
 }
 
 void Book::rename_table(StringView table_name, StringView new_name) {
+  layout_as_read_ = false;
   auto found = find_table(table_name);
   if (!found) fail("there is no table \"" + to_utf8(table_name) + "\"");
   auto [s, t] = *found;
@@ -96,6 +99,7 @@ void Book::rename_table(StringView table_name, StringView new_name) {
 }
 
 void Book::rename_table_column(StringView table_name, int32_t column, StringView new_name) {
+  layout_as_read_ = false;
   auto found = find_table(table_name);
   if (!found) fail("there is no table \"" + to_utf8(table_name) + "\"");
   auto [s, t] = *found;
@@ -121,6 +125,7 @@ void Book::rename_table_column(StringView table_name, int32_t column, StringView
 }
 
 void Book::delete_sheet(SheetId id) {
+  layout_as_read_ = false;
   int32_t pos = sheet_position(id);
   if (pos < 0) fail("the sheet no longer exists");
   size_t visible = 0;
@@ -196,6 +201,7 @@ void shift_lines(std::map<int32_t, LineInfo>& lines, int32_t at, int32_t count, 
 }  // namespace
 
 void Book::shift(Sheet& s, bool rows, int32_t at, int32_t count) {
+  layout_as_read_ = false;
   if (count == 0) return;
   if (s.kind != SheetKind::Worksheet) fail("a chart sheet has no cells");
   int32_t last = rows ? kLastRow : kLastCol;

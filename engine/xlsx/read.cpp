@@ -260,6 +260,7 @@ void Loader::read_workbook() {
                                                   : SheetJob::Kind::Worksheet;
     jobs.push_back(std::make_unique<SheetJob>(*s, *ss, job_kind));
   }
+  book_->sheets_read();
   read_sheets(jobs);
   if (bad_name) std::rethrow_exception(bad_name);
   if (book_->sheets.empty()) fail(part, "lists no sheets");

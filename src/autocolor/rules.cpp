@@ -26,6 +26,8 @@ bool is_true(const Variant& v) {
 }
 
 int32_t quote_aware_find(StringView text, StringView sought) {
+  // Most formulas hold neither a bracket nor a "!" at all, inside quotes or out.
+  if (text.find(sought) == StringView::npos) return 0;
   return value_or(int32_t{0}, [&] {
     return require(require(frame::session().VBLib)->iString)
         ->instr_outside_quotes(1, text, sought, u'"');
@@ -44,6 +46,14 @@ Subject::Subject(host::RangePtr c) : cell(std::move(c)) {
 int32_t Subject::hyperlinks() {
   if (!links) links = value_or(int32_t{0}, [&] { return require(cell)->hyperlinks()->count(); });
   return *links;
+}
+
+double Subject::constant(const String& text) {
+  if (constant_ && constant_->first == text) return constant_->second;
+  double d = 1;
+  // Only a number is kept: a text that reads as none is a skipped step each time.
+  if (assign(d, [&] { return to_double(Variant(text)); })) constant_.emplace(text, d);
+  return d;
 }
 
 bool opts_out(Subject& s, Knobs& knobs, Outcome* why) {
@@ -81,7 +91,7 @@ int32_t decide(Subject& s, Knobs& knobs, bool do_names, NameLinks* names, Outcom
   for (const FmlaPiece& p : pieces) {
     if (p.IsValue) {
       // Multiplying by 1 or adding 0 keeps a formula a plain formula.
-      const double d = value_or(1.0, [&] { return to_double(Variant(p.ThePiece)); });
+      const double d = s.constant(p.ThePiece);
       if (d != 1 && d != 0) has_value = true;
     } else if (p.IsSimpleText) {
       has_value = true;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <utility>
 
 #include "autocolor/internal.hpp"
 
@@ -11,18 +12,28 @@ namespace qz::autocolor {
 struct Subject {
   /// Reads the entered text (the prefix character and the formula).
   explicit Subject(host::RangePtr cell);
-  /// What has been read already, for a run that reads cells without a Range each.
-  Subject(String formula, String entered, int32_t links)
-      : formula(std::move(formula)), entered(std::move(entered)), links(links) {}
+  /// No cell yet: a run that reads cells without a Range each hands them over by `reread`.
+  Subject() = default;
+  /// Takes what such a run read of its next cell, keeping the room the texts had, so that a
+  /// run of a million cells makes no new texts for most of them.
+  void reread(const String& read_formula, const String& prefix, int32_t read_links) {
+    formula.assign(read_formula);
+    entered.assign(prefix).append(read_formula);
+    links = read_links;
+  }
   host::RangePtr cell;
   String formula;
   /// `PrefixCharacter & Formula`: what the person typed.
   String entered;
   /// `Hyperlinks.Count`, read on first use (0 when it cannot be read).
   int32_t hyperlinks();
+  /// The number a constant of a formula reads as (1 when it reads as none). A run's subject
+  /// keeps the last one: its cells' formulas mostly repeat the same few constants.
+  double constant(const String& text);
 
  private:
   std::optional<int32_t> links;
+  std::optional<std::pair<String, double>> constant_;
 };
 
 /// The text and date opt-out: true when the cell is to be left exactly as it is; `why`

@@ -43,13 +43,15 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
   request.font_colors = observer_ && !observer_->needs_cells();
   // Only an observer that is handed cells as ranges reaches the host during the walk.
   request.visitor_stays_out = !(observer_ && observer_->needs_cells());
+  autocolor::Subject s;
+  const Variant no_colour = Variant::null();
   const bool scanned = value_or(false, [&] {
     return scan->scan(request, [&](const host::ScannedCell& cell) {
       const int32_t row = cell.row, column = cell.column;
       const Variant& value = cell.value;
       visited((static_cast<int64_t>(row - top) * width) + (column - left) + 1);
       const int32_t links = cell.hyperlinks;
-      autocolor::Subject s(cell.formula, cell.prefix + cell.formula, links);
+      s.reread(cell.formula, cell.prefix, links);
 
       // The text and date opt-outs, told apart as the cell types are.
       std::optional<autocolor::Outcome> skipped;
@@ -70,7 +72,7 @@ bool iAutoColor::color_scanned(const host::RangePtr& range, autocolor::Knobs& kn
         if (observer_->needs_cells())
           observer_->decided(cell_at(row, column), outcome, colour);
         else
-          observer_->decided_colour(colour ? cell.font_color : Variant::null(), outcome, colour);
+          observer_->decided_colour(colour ? cell.font_color : no_colour, outcome, colour);
       }
       return true;
     });

@@ -504,7 +504,8 @@ class CorpusRuns : public ClientTest {
   // Range. An observer without cells learns no addresses: the colours are then read from the
   // cells `cells_of` decided.
   Outcomes run(const std::filesystem::path& file, bool per_cell, bool with_cells = true,
-               const Outcomes* cells_of = nullptr) {
+               const Outcomes* cells_of = nullptr,
+               const std::function<void(const host::WorkbookPtr&)>& edit = {}) {
     engine::xlsx::register_format();
     host::ApplicationPtr engine_app = engine::create_application();
     host::ApplicationPtr seen =
@@ -519,6 +520,7 @@ class CorpusRuns : public ClientTest {
     } catch (const Error&) {
       return out;
     }
+    if (edit) edit(book);
     scope.ui->progress_shown.clear();
     auto colouring = std::dynamic_pointer_cast<iAutoColor>(lib->NewAutoColor());
     colouring->set_observer(&out);
@@ -621,6 +623,20 @@ TEST_F(CorpusRuns, ReadingCellsInBulkDecidesAndColoursAsVisitingEachCellDoes) {
       // An empty text is a value like any other.
       EXPECT_NE(rule("Sheet1!$B$3"), -1);
     }
+  }
+  if (have_openpyxl) {
+    // A sheet deleted and another of its name added after opening: the parses the formulas
+    // naming it kept no longer say what their file texts say, and a run reads what the cells'
+    // Formula does.
+    const auto other_anew = [](const host::WorkbookPtr& book) {
+      book->worksheets()->item(Variant(u"Other"))->delete_();
+      book->worksheets()->add()->set_name(u"Other");
+    };
+    const Outcomes bulk = run(uncached, false, true, nullptr, other_anew);
+    const Outcomes each = run(uncached, true, true, nullptr, other_anew);
+    EXPECT_FALSE(each.formulas.empty());
+    EXPECT_EQ(bulk.rules, each.rules);
+    EXPECT_EQ(bulk.formulas, each.formulas);
   }
   if (!have_openpyxl) GTEST_SKIP() << "python3-openpyxl not installed";
 }
